@@ -1,0 +1,22 @@
+# Warnings shared by every target of the project.
+add_library(kelvo_warnings INTERFACE)
+target_compile_options(kelvo_warnings INTERFACE -Wall -Wextra)
+if(KELVO_WARNINGS_AS_ERRORS)
+  target_compile_options(kelvo_warnings INTERFACE -Werror)
+endif()
+
+# add_kelvo_test(NAME name SOURCES ... LIBS ... [LABELS ...] [ENVIRONMENT ...])
+# One executable per call; GoogleTest cases are registered with CTest one by one.
+function(add_kelvo_test)
+  cmake_parse_arguments(T "" "NAME" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
+  add_executable(${T_NAME} ${T_SOURCES})
+  target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} GTest::gmock GTest::gtest_main kelvo_warnings)
+  set(props "")
+  if(T_LABELS)
+    list(APPEND props LABELS "${T_LABELS}")
+  endif()
+  if(T_ENVIRONMENT)
+    list(APPEND props ENVIRONMENT "${T_ENVIRONMENT}")
+  endif()
+  gtest_discover_tests(${T_NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${props})
+endfunction()

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "core/models/Json.h"
+
+namespace kelvo {
+
+/// One value of a note's front matter: a text, an integer, a truth value or a list of texts.
+/// Stored in JSON as the bare value, without a tag.
+class FrontmatterValue {
+public:
+    using Array = std::vector<std::string>;
+    using Storage = std::variant<std::string, std::int64_t, bool, Array>;
+
+    FrontmatterValue() : value_(std::string()) {}
+    static FrontmatterValue string(std::string text) { return FrontmatterValue(std::move(text)); }
+    static FrontmatterValue integer(std::int64_t number) { return FrontmatterValue(number); }
+    static FrontmatterValue boolean(bool flag) { return FrontmatterValue(flag); }
+    static FrontmatterValue array(Array items) { return FrontmatterValue(std::move(items)); }
+
+    const std::string* asString() const { return std::get_if<std::string>(&value_); }
+    const std::int64_t* asInteger() const { return std::get_if<std::int64_t>(&value_); }
+    const bool* asBoolean() const { return std::get_if<bool>(&value_); }
+    const Array* asArray() const { return std::get_if<Array>(&value_); }
+    const Storage& storage() const { return value_; }
+
+    friend bool operator==(const FrontmatterValue&, const FrontmatterValue&) = default;
+
+private:
+    template <typename T>
+    explicit FrontmatterValue(T value) : value_(std::move(value)) {}
+
+    Storage value_;
+};
+
+inline void to_json(Json& out, const FrontmatterValue& value) {
+    std::visit([&out](const auto& payload) { out = payload; }, value.storage());
+}
+
+/// Tries a truth value, then an integer, then a text, then a list of texts, as the stored forms
+/// are untagged.
+inline void from_json(const Json& in, FrontmatterValue& value) {
+    if (in.is_boolean()) {
+        value = FrontmatterValue::boolean(in.get<bool>());
+        return;
+    }
+    if (in.is_number()) {
+        try {
+            value = FrontmatterValue::integer(json::Decode<std::int64_t>::from(in));
+            return;
+        } catch (const DecodingError&) {
+            // A fractional number fits none of the forms; reported below.
+        }
+    }
+    if (in.is_string()) {
+        value = FrontmatterValue::string(in.get<std::string>());
+        return;
+    }
+    if (in.is_array()) {
+        value = FrontmatterValue::array(json::Decode<FrontmatterValue::Array>::from(in));
+        return;
+    }
+    throw DecodingError("expected a string, integer, boolean or array of strings, found " +
+                        in.dump());
+}
+
+}  // namespace kelvo

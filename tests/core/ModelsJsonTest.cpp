@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+
+#include "core/models/DictionaryEntry.h"
+#include "core/models/FrontmatterValue.h"
+#include "core/models/HistoryItem.h"
+#include "core/models/MarkdownDocument.h"
+#include "core/models/SaveRequest.h"
+#include "core/models/SaveResult.h"
+#include "core/models/TextProcessingRequest.h"
+#include "core/models/TranscriptionContext.h"
+#include "core/models/TranscriptionResult.h"
+
+namespace kelvo {
+namespace {
+
+template <typename T>
+T roundTrip(const T& value) {
+    return Json::parse(Json(value).dump()).get<T>();
+}
+
+DictionaryEntry sampleEntry() {
+    return DictionaryEntry{"3F2504E0-4F89-11D3-9A0C-0305E82C3301",
+                           "東京",
+                           {"とうきょう"},
+                           {"東今日"},
+                           "",
+                           10,
+                           true,
+                           std::nullopt};
+}
+
+TEST(DictionaryEntryJson, KeysFollowDeclarationOrderAndAbsentNoteIsLeftOut) {
+    const Json encoded = sampleEntry();
+    std::vector<std::string> keys;
+    for (const auto& item : encoded.items()) {
+        keys.push_back(item.key());
+    }
+    EXPECT_EQ(keys, (std::vector<std::string>{"id", "canonicalText", "readings",
+                                              "commonMisrecognitions", "replacementText",
+                                              "priority", "enabled"}));
+    EXPECT_EQ(encoded.dump(), Json(sampleEntry()).dump());
+
+    DictionaryEntry withNote = sampleEntry();
+    withNote.note = "地名";
+    EXPECT_EQ(Json(withNote)["note"], "地名");
+    EXPECT_EQ(roundTrip(withNote), withNote);
+    EXPECT_EQ(roundTrip(sampleEntry()), sampleEntry());
+}
+
+TEST(DictionaryEntryJson, MissingOrMistypedRequiredMembersFail) {
+    for (const char* key : {"id", "canonicalText", "readings", "commonMisrecognitions",
+                            "replacementText", "priority", "enabled"}) {
+        Json encoded = sampleEntry();
+        encoded.erase(key);
+        EXPECT_THROW(encoded.get<DictionaryEntry>(), DecodingError) << key;
+    }
+    Json nullNote = sampleEntry();
+    nullNote["note"] = nullptr;
+    EXPECT_EQ(nullNote.get<DictionaryEntry>().note, std::nullopt);
+
+    Json fractional = sampleEntry();
+    fractional["priority"] = 2.5;
+    EXPECT_THROW(fractional.get<DictionaryEntry>(), DecodingError);
+    Json numericFlag = sampleEntry();
+    numericFlag["enabled"] = 1;
+    EXPECT_THROW(numericFlag.get<DictionaryEntry>(), DecodingError);
+    Json badId = sampleEntry();
+    badId["id"] = "not-a-uuid";
+    EXPECT_THROW(badId.get<DictionaryEntry>(), DecodingError);
+
+    Json lowerId = sampleEntry();
+    lowerId["id"] = "3f2504e0-4f89-11d3-9a0c-0305e82c3301";
+    EXPECT_EQ(lowerId.get<DictionaryEntry>().id, "3F2504E0-4F89-11D3-9A0C-0305E82C3301");
+}
+
+TEST(DictionaryEntryJson, ErrorNamesTheMissingMember) {
+    Json encoded = sampleEntry();
+    encoded.erase("priority");
+    try {
+        encoded.get<DictionaryEntry>();
+        FAIL();
+    } catch (const DecodingError& error) {
+        EXPECT_STREQ(error.what(), "missing required member \"priority\"");
+    }
+}
+
+TEST(EnumerationJson, SummaryLevelIsAnIndexAndOthersAreCaseNames) {
+    EXPECT_EQ(Json(SummaryLevel::trim), 5);
+    EXPECT_EQ(Json(5).get<SummaryLevel>(), SummaryLevel::trim);
+    EXPECT_THROW(Json(7).get<SummaryLevel>(), DecodingError);
+    EXPECT_THROW(Json(-1).get<SummaryLevel>(), DecodingError);
+    EXPECT_THROW(Json("trim").get<SummaryLevel>(), DecodingError);
+
+    EXPECT_EQ(Json(ProcessingMode::markdown), "markdown");
+    EXPECT_EQ(Json("markdown").get<ProcessingMode>(), ProcessingMode::markdown);
+    EXPECT_THROW(Json("Markdown").get<ProcessingMode>(), DecodingError);
+    EXPECT_THROW(Json("").get<OutputFormat>(), DecodingError);
+    EXPECT_EQ(Json("cloudflareD1").get<SaveDestinationType>(), SaveDestinationType::cloudflareD1);
+    EXPECT_EQ(enumNameList<DictionaryScope>(), "all|userOnly|disabled");
+    EXPECT_EQ(allCases<SummaryLevel>().size(), 7u);
+}
+
+TEST(FrontmatterValueJson, DecodesUntaggedValuesInOrderBoolIntStringArray) {
+    EXPECT_EQ(Json(true).get<FrontmatterValue>(), FrontmatterValue::boolean(true));
+    EXPECT_EQ(Json(3).get<FrontmatterValue>(), FrontmatterValue::integer(3));
+    EXPECT_EQ(Json("3").get<FrontmatterValue>(), FrontmatterValue::string("3"));
+    EXPECT_EQ(Json::parse(R"(["a","b"])").get<FrontmatterValue>(),
+              FrontmatterValue::array({"a", "b"}));
+    EXPECT_EQ(Json::array().get<FrontmatterValue>(), FrontmatterValue::array({}));
+    EXPECT_THROW(Json::object().get<FrontmatterValue>(), DecodingError);
+    EXPECT_THROW(Json(nullptr).get<FrontmatterValue>(), DecodingError);
+    EXPECT_THROW(Json(2.5).get<FrontmatterValue>(), DecodingError);
+    EXPECT_THROW(Json::parse(R"(["a",1])").get<FrontmatterValue>(), DecodingError);
+    EXPECT_NE(FrontmatterValue::integer(1), FrontmatterValue::boolean(true));
+}
+
+TEST(RecordJson, NestedRecordsRoundTripWithDatesUrlsAndOptionals) {
+    HistoryItem item;
+    item.id = "00000000-0000-4000-8000-00000000000A";
+    item.createdAt = Date{754000000.123456};
+    item.request.audioFileURL = "/tmp/録音 1.m4a";
+    item.request.summaryLevel = SummaryLevel::bulletsOrTodo;
+    item.request.targetLanguage = "en";
+    item.result.rawTranscript = "とうきょう";
+    item.result.finalText = "東京";
+    item.result.usedDictionaryEntryIDs = {"3F2504E0-4F89-11D3-9A0C-0305E82C3301"};
+    const Json encoded = item;
+    EXPECT_EQ(encoded["request"]["audioFileURL"],
+              "file:///tmp/%E9%8C%B2%E9%9F%B3%201.m4a");
+    EXPECT_FALSE(encoded["request"].contains("rawText"));
+    EXPECT_EQ(encoded["request"]["summaryLevel"], 4);
+    EXPECT_EQ(roundTrip(item), item);
+
+    MarkdownDocument document{"議事録", "本文",
+                              {{"title", FrontmatterValue::string("議事録")},
+                               {"count", FrontmatterValue::integer(2)}},
+                              {"tag"}, Date{1.5}};
+    EXPECT_EQ(roundTrip(document), document);
+
+    SaveResult saved{true, std::filesystem::path("/vault/a b.md"),
+                     SaveDestinationType::localFolder, std::nullopt};
+    EXPECT_EQ(Json(saved)["savedURL"], "file:///vault/a%20b.md");
+    EXPECT_EQ(roundTrip(saved), saved);
+
+    const TranscriptionResult transcription{"text", std::nullopt, 3.5};
+    EXPECT_EQ(Json(transcription).dump(), R"({"text":"text","duration":3.5})");
+    EXPECT_EQ(roundTrip(TextProcessingRequest{"t", SummaryLevel::translate,
+                                              ProcessingMode::translate, {"a"}, "en"})
+                  .targetLanguage,
+              "en");
+    EXPECT_EQ(roundTrip(TranscriptionContext{"", std::nullopt, {}}).language, "");
+    EXPECT_EQ(roundTrip(SaveRequest{"3F2504E0-4F89-11D3-9A0C-0305E82C3301", "n.md", "sub",
+                                    OverwritePolicy::appendTimestamp, true})
+                  .overwritePolicy,
+              OverwritePolicy::appendTimestamp);
+}
+
+TEST(RecordJson, NonFileUrlIsADecodingError) {
+    Json request = VoiceInputRequest{};
+    request["audioFileURL"] = "https://example.invalid/a.m4a";
+    EXPECT_THROW(request.get<VoiceInputRequest>(), DecodingError);
+}
+
+}  // namespace
+}  // namespace kelvo

@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include <QCoroTask>
+#include <chrono>
+#include <vector>
+
+#include "KelvoVoiceMac/ClockSleep.h"
+#include "fakes/FakeClock.h"
+
+namespace kelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+QCoro::Task<> sleepAndRecord(platform::Clock& clock, platform::Clock::Duration delay,
+                             std::optional<app::CancellationToken> token,
+                             std::vector<std::pair<std::string, bool>>& events, std::string name) {
+    bool completed = co_await app::sleepFor(clock, delay, std::move(token));
+    events.emplace_back(std::move(name), completed);
+}
+
+TEST(ClockSleepTest, ResumesOnlyWhenTheFakeClockReachesTheDueTime) {
+    FakeClock clock;
+    std::vector<std::pair<std::string, bool>> events;
+    sleepAndRecord(clock, 650ms, std::nullopt, events, "drain");
+    sleepAndRecord(clock, 0ms, std::nullopt, events, "zero");
+    EXPECT_TRUE(events.empty()) << "a zero wait must not complete inline";
+    clock.runPending();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].first, "zero");
+    clock.advance(649ms);
+    EXPECT_EQ(events.size(), 1u);
+    clock.advance(1ms);
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[1], std::make_pair(std::string("drain"), true));
+}
+
+TEST(ClockSleepTest, CancellationInterruptsTheWaitWithoutResumingInline) {
+    FakeClock clock;
+    std::vector<std::pair<std::string, bool>> events;
+    app::CancellationToken token;
+    sleepAndRecord(clock, 400ms, token, events, "tap");
+    clock.advance(100ms);
+    token.cancel();
+    EXPECT_TRUE(events.empty()) << "the canceller finishes its own step first";
+    clock.runPending();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0], std::make_pair(std::string("tap"), false));
+    clock.advance(1s);
+    EXPECT_EQ(events.size(), 1u);
+    EXPECT_EQ(clock.pendingCount(), 0u);
+
+    app::CancellationToken already;
+    already.cancel();
+    sleepAndRecord(clock, 400ms, already, events, "late");
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[1], std::make_pair(std::string("late"), false));
+}
+
+TEST(FakeClockTest, RunsCallbacksInDueOrderWithTheirOwnTime) {
+    FakeClock clock;
+    auto start = clock.now();
+    std::vector<std::pair<int, std::chrono::milliseconds>> ran;
+    auto record = [&](int n) {
+        return [&, n] {
+            ran.emplace_back(
+                n, std::chrono::duration_cast<std::chrono::milliseconds>(clock.now() - start));
+        };
+    };
+    clock.schedule(300ms, record(3));
+    clock.schedule(100ms, [&] {
+        record(1)();
+        clock.schedule(50ms, record(2));
+    });
+    auto cancelled = clock.schedule(200ms, record(99));
+    clock.cancel(cancelled);
+    clock.advance(1s);
+    std::vector<std::pair<int, std::chrono::milliseconds>> expected{
+        {1, 100ms}, {2, 150ms}, {3, 300ms}};
+    EXPECT_EQ(ran, expected);
+    EXPECT_EQ(clock.now() - start, 1s);
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -1,0 +1,234 @@
+#include "core/engines/DictionaryCorrectionEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/support/Error.h"
+
+namespace kelvo {
+namespace {
+
+constexpr const char* kIdA = "00000000-0000-0000-0000-00000000000A";
+constexpr const char* kIdB = "00000000-0000-0000-0000-00000000000B";
+constexpr const char* kIdC = "00000000-0000-0000-0000-00000000000C";
+
+/// A store whose contents and failure the test sets between loads.
+class ScriptedStore : public DictionaryStore {
+  public:
+    std::vector<DictionaryEntry> entries;
+    bool failNextLoad = false;
+    int loadCount = 0;
+
+    std::vector<DictionaryEntry> loadEntries() override {
+        ++loadCount;
+        if (failNextLoad) {
+            failNextLoad = false;
+            throw DecodingError("/tmp/dictionary.json: element 0: missing required member \"id\"");
+        }
+        return entries;
+    }
+    void saveEntries(const std::vector<DictionaryEntry>& newEntries) override {
+        entries = newEntries;
+    }
+};
+
+DictionaryEntry entry(const char* id, std::string canonical, std::vector<std::string> readings,
+                      std::int64_t priority = 0, std::string replacement = "",
+                      std::vector<std::string> misrecognitions = {}, bool enabled = true) {
+    return DictionaryEntry{id,
+                           std::move(canonical),
+                           std::move(readings),
+                           std::move(misrecognitions),
+                           std::move(replacement),
+                           priority,
+                           enabled,
+                           std::nullopt};
+}
+
+class DictionaryCorrectionEngineTest : public ::testing::Test {
+  protected:
+    std::shared_ptr<ScriptedStore> store = std::make_shared<ScriptedStore>();
+
+    DictionaryCorrectionEngine::Result apply(std::vector<DictionaryEntry> entries,
+                                             std::string_view text,
+                                             DictionaryScope scope = DictionaryScope::all) {
+        store->entries = std::move(entries);
+        const DictionaryCorrectionEngine engine(store);
+        return engine.apply(text, scope);
+    }
+};
+
+using Ids = std::vector<std::string>;
+
+TEST_F(DictionaryCorrectionEngineTest, DisabledScopeAndEmptyDictionaryChangeNothing) {
+    const auto tokyo = entry(kIdA, "東京", {"とうきょう"}, 10);
+    auto disabledScope = apply({tokyo}, "とうきょう", DictionaryScope::disabled);
+    EXPECT_EQ(disabledScope.text, "とうきょう");
+    EXPECT_TRUE(disabledScope.usedEntryIDs.empty());
+
+    auto empty = apply({}, "とうきょう");
+    EXPECT_EQ(empty.text, "とうきょう");
+    EXPECT_TRUE(empty.usedEntryIDs.empty());
+
+    auto onlyDisabled =
+        apply({entry(kIdA, "東京", {"とうきょう"}, 10, "", {}, /*enabled=*/false)}, "とうきょう");
+    EXPECT_EQ(onlyDisabled.text, "とうきょう");
+    EXPECT_TRUE(onlyDisabled.usedEntryIDs.empty());
+
+    // userOnly acts exactly like all.
+    auto userOnly = apply({tokyo}, "とうきょうに行く", DictionaryScope::userOnly);
+    EXPECT_EQ(userOnly.text, "東京に行く");
+}
+
+TEST_F(DictionaryCorrectionEngineTest, ReadingsAndMisrecognitionsBecomeTheReplacement) {
+    auto reading = apply({entry(kIdA, "東京", {"とうきょう"}, 10)}, "とうきょうに行く");
+    EXPECT_EQ(reading.text, "東京に行く");
+    EXPECT_EQ(reading.usedEntryIDs, Ids{kIdA});
+
+    // Every occurrence is replaced; a non-empty replacement wins over the canonical text; the
+    // entry is still reported once.
+    auto everyCandidate = apply({entry(kIdA, "Kelvo", {"けるぼ"}, 0, "KelvoVoice", {"ケルボ"})},
+                                "けるぼとケルボとけるぼ");
+    EXPECT_EQ(everyCandidate.text, "KelvoVoiceとKelvoVoiceとKelvoVoice");
+    EXPECT_EQ(everyCandidate.usedEntryIDs, Ids{kIdA});
+
+    // No word boundaries: a candidate matches inside a longer word.
+    EXPECT_EQ(apply({entry(kIdA, "AI", {"えーあい"})}, "ちえーあいす").text, "ちAIす");
+
+    // An empty reading is skipped instead of matching everywhere.
+    auto emptyReading = apply({entry(kIdA, "東京", {"", "とうきょう"})}, "大阪");
+    EXPECT_EQ(emptyReading.text, "大阪");
+    EXPECT_TRUE(emptyReading.usedEntryIDs.empty());
+}
+
+TEST_F(DictionaryCorrectionEngineTest, CanonicalTextAlreadyPresentCountsAsUsed) {
+    auto result = apply({entry(kIdA, "AI", {})}, "AIの話");
+    EXPECT_EQ(result.text, "AIの話");
+    EXPECT_EQ(result.usedEntryIDs, Ids{kIdA});
+}
+
+TEST_F(DictionaryCorrectionEngineTest, PriorityThenStoredOrderDecidesApplication) {
+    // Equal priority: stored order. B rewrites "い" before C could see "いう".
+    auto equal = apply({entry(kIdB, "X", {"い"}, 1), entry(kIdC, "Y", {"いう"}, 1)}, "いう");
+    EXPECT_EQ(equal.text, "Xう");
+    EXPECT_EQ(equal.usedEntryIDs, Ids{kIdB});
+
+    // Higher priority first whatever the stored order; no longest-match rule.
+    auto byPriority = apply({entry(kIdB, "X", {"い"}, 1), entry(kIdC, "Y", {"いう"}, 5)}, "いう");
+    EXPECT_EQ(byPriority.text, "Y");
+    EXPECT_EQ(byPriority.usedEntryIDs, Ids{kIdC});
+}
+
+TEST_F(DictionaryCorrectionEngineTest, LaterEntriesSeeWhatEarlierOnesInserted) {
+    // A (2): いう, reading あ. B (1): X, reading いう. あ → いう → X, both used, A first.
+    auto chained = apply({entry(kIdA, "いう", {"あ"}, 2), entry(kIdB, "X", {"いう"}, 1)}, "あ");
+    EXPECT_EQ(chained.text, "X");
+    EXPECT_EQ(chained.usedEntryIDs, (Ids{kIdA, kIdB}));
+
+    // Swapped priorities: B runs first and finds nothing; A's insertion is never revisited.
+    auto swapped = apply({entry(kIdA, "いう", {"あ"}, 1), entry(kIdB, "X", {"いう"}, 2)}, "あ");
+    EXPECT_EQ(swapped.text, "いう");
+    EXPECT_EQ(swapped.usedEntryIDs, Ids{kIdA});
+
+    // Within one entry, later candidates search the text the earlier ones produced.
+    auto withinEntry = apply({entry(kIdA, "X", {"a", "Xb"})}, "ab");
+    EXPECT_EQ(withinEntry.text, "X");  // "ab" → "Xb" → "X"
+}
+
+TEST_F(DictionaryCorrectionEngineTest, ReplacementContainingItsCandidateDoesNotLoop) {
+    auto result = apply({entry(kIdA, "東京都", {"東京"})}, "東京と東京");
+    EXPECT_EQ(result.text, "東京都と東京都");
+    EXPECT_EQ(result.usedEntryIDs, Ids{kIdA});
+}
+
+TEST_F(DictionaryCorrectionEngineTest, MatchingIsCanonicalButCaseAndWidthSensitive) {
+    // "café" composed in the dictionary, decomposed in the text, and the other way round.
+    const std::string composed = "caf\u00E9";
+    const std::string decomposed = "cafe\u0301";
+    auto nfdText = apply({entry(kIdA, "Café", {composed})}, decomposed + "で");
+    EXPECT_EQ(nfdText.text, "Caf\u00E9で");
+    EXPECT_EQ(nfdText.usedEntryIDs, Ids{kIdA});
+    auto nfdCandidate = apply({entry(kIdA, "カフェ", {decomposed})}, composed);
+    EXPECT_EQ(nfdCandidate.text, "カフェ");
+
+    // が written as か + combining voiced mark.
+    EXPECT_EQ(apply({entry(kIdA, "画像", {"がぞう"})}, "か\u3099ぞう").text, "画像");
+
+    // A bare base letter does not match inside its composed form.
+    EXPECT_TRUE(apply({entry(kIdA, "E", {"e"})}, composed).usedEntryIDs.empty());
+
+    EXPECT_EQ(apply({entry(kIdA, "TOKYO", {"tokyo"})}, "Tokyo").usedEntryIDs, Ids{});
+    auto fullWidth = apply({entry(kIdA, "AI", {})}, "ＡＩ");
+    EXPECT_EQ(fullWidth.text, "ＡＩ");
+    EXPECT_TRUE(fullWidth.usedEntryIDs.empty());
+    EXPECT_TRUE(apply({entry(kIdA, "X", {"かたかな"})}, "カタカナ").usedEntryIDs.empty());
+}
+
+TEST_F(DictionaryCorrectionEngineTest, TextWithoutRewritesComesBackByteForByte) {
+    // Normalisation is only for matching: an unmatched decomposed text is returned as given.
+    const std::string decomposed = "cafe\u0301 AI";
+    EXPECT_EQ(apply({entry(kIdA, "東京", {"とうきょう"})}, decomposed).text, decomposed);
+    EXPECT_EQ(apply({entry(kIdA, "AI", {})}, decomposed).text, decomposed);
+}
+
+TEST_F(DictionaryCorrectionEngineTest, HintsListCanonicalTextsInApplicationOrder) {
+    store->entries = {entry(kIdA, "東京", {"とうきょう"}, 1), entry(kIdB, "AI", {"えーあい"}, 3),
+                      entry(kIdC, "off", {}, 9, "", {}, false), entry(kIdC, "AI", {}, 3)};
+    const DictionaryCorrectionEngine engine(store);
+    EXPECT_EQ(engine.hints(DictionaryScope::all), (Ids{"AI", "AI", "東京"}));
+    EXPECT_EQ(engine.hints(DictionaryScope::userOnly), (Ids{"AI", "AI", "東京"}));
+    EXPECT_TRUE(engine.hints(DictionaryScope::disabled).empty());
+    EXPECT_EQ(engine.cachedEntries()->size(), 3u);
+}
+
+TEST_F(DictionaryCorrectionEngineTest, ConstructionFailsWithTheStoreError) {
+    store->failNextLoad = true;
+    try {
+        DictionaryCorrectionEngine engine(store);
+        FAIL() << "construction should fail";
+    } catch (const DecodingError& error) {
+        EXPECT_STREQ(error.what(),
+                     "/tmp/dictionary.json: element 0: missing required member \"id\"");
+    }
+}
+
+TEST_F(DictionaryCorrectionEngineTest, ReloadSwapsEntriesAndAFailedReloadKeepsTheOldOnes) {
+    store->entries = {entry(kIdA, "東京", {"とうきょう"})};
+    DictionaryCorrectionEngine engine(store);
+
+    // Edits in the store are not seen until a reload.
+    store->entries = {entry(kIdB, "大阪", {"おおさか"})};
+    EXPECT_EQ(engine.apply("おおさか", DictionaryScope::all).text, "おおさか");
+    engine.reload();
+    EXPECT_EQ(engine.apply("おおさか", DictionaryScope::all).text, "大阪");
+    EXPECT_EQ(engine.hints(DictionaryScope::all), Ids{"大阪"});
+
+    store->entries = {};
+    store->failNextLoad = true;
+    EXPECT_THROW(engine.reload(), DecodingError);
+    EXPECT_EQ(engine.apply("おおさか", DictionaryScope::all).text, "大阪");
+    EXPECT_EQ(engine.hints(DictionaryScope::all), Ids{"大阪"});
+
+    // Disabling an entry and reloading removes it from both corrections and hints.
+    store->entries = {entry(kIdB, "大阪", {"おおさか"}, 0, "", {}, false)};
+    engine.reload();
+    EXPECT_EQ(engine.apply("おおさか", DictionaryScope::all).text, "おおさか");
+    EXPECT_TRUE(engine.hints(DictionaryScope::all).empty());
+}
+
+TEST_F(DictionaryCorrectionEngineTest, ApplyingTwiceGivesTheSameTextForNonChainingEntries) {
+    store->entries = {entry(kIdA, "東京", {"とうきょう", "トウキョウ"}, 2),
+                      entry(kIdB, "KelvoVoice", {"ケルボボイス"}, 1, "", {"ケルボ・ボイス"})};
+    const DictionaryCorrectionEngine engine(store);
+    for (const std::string text :
+         {"とうきょうでケルボボイスを使う", "ケルボ・ボイス、トウキョウ", "", "関係ない文"}) {
+        const auto once = engine.apply(text, DictionaryScope::all).text;
+        EXPECT_EQ(engine.apply(once, DictionaryScope::all).text, once) << text;
+    }
+}
+
+}  // namespace
+}  // namespace kelvo

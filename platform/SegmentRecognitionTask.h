@@ -1,0 +1,46 @@
+#pragma once
+
+// SegmentRecognitionTask is one running request of a SegmentRecognizer: the audio-buffer request
+// and the recognition task of the macOS Speech framework in one object. appendAudio() takes 16 kHz
+// mono int16 samples and never blocks on decoding (the samples are queued for the decode thread);
+// endAudio() says no more audio follows, so the last segment is decoded and reported as final;
+// cancel() stops decoding at once, after which the handler is called no more (a final result may
+// then never come). All three may be called from any thread, in any order, any number of times.
+// The handler gets a result, an error, or both, on the recogniser's thread. Error codes follow the
+// Speech framework's numbering where there is one: 216 is "the request was cancelled", 1110 is "no
+// speech detected".
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace kelvo::platform {
+
+class SegmentRecognitionTask {
+  public:
+    struct Result {
+        std::string text;
+        bool isFinal = false;
+    };
+
+    struct Error {
+        static constexpr long cancelledCode = 216;
+        static constexpr long noSpeechDetectedCode = 1110;
+
+        long code = 0;
+        std::string description;
+    };
+
+    using ResultHandler =
+        std::function<void(const std::optional<Result>& result, const std::optional<Error>& error)>;
+
+    virtual ~SegmentRecognitionTask() = default;
+
+    virtual void appendAudio(std::span<const std::int16_t> samples16kMono) = 0;
+    virtual void endAudio() = 0;
+    virtual void cancel() = 0;
+};
+
+}  // namespace kelvo::platform

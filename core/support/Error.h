@@ -18,6 +18,13 @@ public:
     using Error::Error;
 };
 
+/// A value that cannot be written in the requested form, such as text that is not valid UTF-8
+/// where JSON needs it.
+class EncodingError : public Error {
+public:
+    using Error::Error;
+};
+
 /// A file that could not be read, written or moved into place.
 class FileError : public Error {
 public:

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <httplib.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kelvo::test {
+
+/// A real HTTP server (cpp-httplib) on 127.0.0.1 with an ephemeral port, serving on its own
+/// thread. It records every POST it receives and answers with the scripted status and body.
+/// With `holdAnswers()` each handler waits until `releaseAnswers()` (or destruction), so a
+/// client time-out can be provoked without any clock in the test. Members may be called from
+/// the test thread while the server thread serves.
+class LoopbackHttpServer {
+  public:
+    struct Recorded {
+        std::string method;
+        std::string path;
+        httplib::Headers headers;
+        /// The raw body; empty for multipart requests, whose parts are in `files`.
+        std::string body;
+        httplib::MultipartFormDataMap files;
+
+        bool hasHeader(const std::string& name) const { return headers.count(name) > 0; }
+        std::string header(const std::string& name) const {
+            const auto found = headers.find(name);
+            return found == headers.end() ? std::string() : found->second;
+        }
+    };
+
+    LoopbackHttpServer() {
+        server_.Post(R"(/.*)",
+                     [this](const httplib::Request& request, httplib::Response& response) {
+                         std::unique_lock lock(mutex_);
+                         requests_.push_back(Recorded{request.method, request.path, request.headers,
+                                                      request.body, request.files});
+                         changed_.notify_all();
+                         changed_.wait(lock, [this] { return !holding_; });
+                         response.status = status_;
+                         response.set_content(answerBody_, "application/json");
+                     });
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+    }
+
+    ~LoopbackHttpServer() {
+        releaseAnswers();
+        // stop() is ignored until the accept loop runs; a test that sent nothing may get here
+        // before that.
+        while (!server_.is_running()) {
+            std::this_thread::yield();
+        }
+        server_.stop();
+        thread_.join();
+    }
+
+    LoopbackHttpServer(const LoopbackHttpServer&) = delete;
+    LoopbackHttpServer& operator=(const LoopbackHttpServer&) = delete;
+
+    /// "http://127.0.0.1:PORT" followed by `path`.
+    std::string url(const std::string& path = "") const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
+
+    void answer(int status, std::string body) {
+        std::lock_guard lock(mutex_);
+        status_ = status;
+        answerBody_ = std::move(body);
+    }
+
+    void holdAnswers() {
+        std::lock_guard lock(mutex_);
+        holding_ = true;
+    }
+
+    void releaseAnswers() {
+        std::lock_guard lock(mutex_);
+        holding_ = false;
+        changed_.notify_all();
+    }
+
+    std::vector<Recorded> requests() const {
+        std::lock_guard lock(mutex_);
+        return requests_;
+    }
+
+    /// The only request so far; fails the test when there is not exactly one.
+    Recorded onlyRequest() const {
+        const auto all = requests();
+        if (all.size() != 1) {
+            throw std::runtime_error("expected one request, got " + std::to_string(all.size()));
+        }
+        return all.front();
+    }
+
+  private:
+    httplib::Server server_;
+    int port_ = 0;
+    std::thread thread_;
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<Recorded> requests_;
+    bool holding_ = false;
+    int status_ = 200;
+    std::string answerBody_ = R"({"text":"ok"})";
+};
+
+}  // namespace kelvo::test

@@ -1,0 +1,134 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "LoopbackHttpServer.h"
+#include "core/models/EnumNames.h"
+#include "core/services/APIError.h"
+#include "core/services/OpenAITextProcessingService.h"
+#include "core/services/OpenAITranscriptionService.h"
+#include "core/support/Uuid.h"
+
+namespace kelvo {
+namespace {
+
+namespace fs = std::filesystem;
+using test::LoopbackHttpServer;
+
+std::shared_ptr<const WorkerAPIClient> clientFor(const LoopbackHttpServer& server) {
+    return std::make_shared<const WorkerAPIClient>(server.url(), "t", std::nullopt, 30, 30);
+}
+
+TEST(OpenAITextProcessingService, SendsTheWorkersWireWordsForLevelAndMode) {
+    LoopbackHttpServer server;
+    server.answer(200, R"({"text":"processed  text "})");
+    OpenAITextProcessingService service(clientFor(server));
+
+    const std::pair<SummaryLevel, const char*> levels[] = {
+        {SummaryLevel::verbatim, "verbatim"},     {SummaryLevel::cleanup, "cleanup"},
+        {SummaryLevel::concise, "concise"},       {SummaryLevel::summarize, "summarize"},
+        {SummaryLevel::bulletsOrTodo, "bullets"}, {SummaryLevel::trim, "verbatim"},
+        {SummaryLevel::translate, "translate"},
+    };
+    const std::pair<ProcessingMode, const char*> modes[] = {
+        {ProcessingMode::voiceInput, "voiceInput"}, {ProcessingMode::cleanup, "cleanup"},
+        {ProcessingMode::summarize, "summarize"},   {ProcessingMode::todo, "todo"},
+        {ProcessingMode::markdown, "markdown"},     {ProcessingMode::translate, "translate"},
+    };
+    for (const auto& [level, word] : levels) {
+        EXPECT_EQ(service.process({"t", level, ProcessingMode::voiceInput, {}, std::nullopt}),
+                  "processed  text ");
+    }
+    for (const auto& [mode, word] : modes) {
+        service.process({"t", SummaryLevel::cleanup, mode, {"hint"}, "fr"});
+    }
+
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), std::size(levels) + std::size(modes));
+    for (std::size_t i = 0; i < std::size(levels); ++i) {
+        EXPECT_EQ(Json::parse(requests[i].body)["summaryLevel"], levels[i].second)
+            << enumName(levels[i].first);
+    }
+    for (std::size_t i = 0; i < std::size(modes); ++i) {
+        const Json body = Json::parse(requests[std::size(levels) + i].body);
+        EXPECT_EQ(body["processingMode"], modes[i].second);
+        EXPECT_EQ(body["dictionaryHints"], Json::array({"hint"}));
+        EXPECT_EQ(body["targetLanguage"], "fr");
+    }
+}
+
+TEST(OpenAITranscriptionService, PromptJoinsHintsAfterThePromptAndTrimsOnlyOuterSpacesAndTabs) {
+    using Context = TranscriptionContext;
+    const auto prompt = [](const Context& context) {
+        return OpenAITranscriptionService::promptFor(context);
+    };
+    EXPECT_EQ(prompt(Context{"ja", "Meeting notes", {"Kubernetes", "gRPC"}}),
+              "Meeting notes Kubernetes, gRPC");
+    EXPECT_EQ(prompt(Context{"ja", std::nullopt, {"Kubernetes", "gRPC"}}), "Kubernetes, gRPC");
+    EXPECT_EQ(prompt(Context{"ja", "  x  ", {"a"}}), "x   a");
+    EXPECT_EQ(prompt(Context{"ja", "\t x \t", {}}), "x");
+    EXPECT_EQ(prompt(Context{"ja", " \t ", {}}), "");  // blank, but still sent
+    EXPECT_EQ(prompt(Context{"ja", "\nline\n", {}}), "\nline\n");
+    EXPECT_EQ(prompt(Context{"ja", "", {}}), "");
+    EXPECT_EQ(prompt(Context{"ja", std::nullopt, {}}), std::nullopt);
+}
+
+class OpenAITranscriptionServiceTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        folder_ = fs::temp_directory_path() / ("kelvo-service-test-" + makeUuid());
+        fs::create_directories(folder_);
+        audio_ = folder_ / "memo.m4a";
+        std::ofstream(audio_) << "audio";
+    }
+    void TearDown() override { fs::remove_all(folder_); }
+
+    fs::path folder_;
+    fs::path audio_;
+};
+
+TEST_F(OpenAITranscriptionServiceTest, SendsModelLanguageAndPromptAndCopiesTheAnswer) {
+    LoopbackHttpServer server;
+    server.answer(200, R"({"text":" 文字起こし ","language":"ja","duration":4.5})");
+    OpenAITranscriptionService service(clientFor(server), "model-a");
+
+    EXPECT_EQ(service.transcribe(audio_, {"ja", std::nullopt, {"東京", "gRPC"}}),
+              (TranscriptionResult{" 文字起こし ", "ja", 4.5}));
+    service.model = "model-b";
+    service.transcribe(audio_, {"", std::nullopt, {}});
+
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0].files.find("model")->second.content, "model-a");
+    EXPECT_EQ(requests[0].files.find("language")->second.content, "ja");
+    EXPECT_EQ(requests[0].files.find("prompt")->second.content, "東京, gRPC");
+    EXPECT_TRUE(isUuid(requests[0].header("X-Request-Id")));
+
+    EXPECT_EQ(requests[1].files.find("model")->second.content, "model-b");
+    EXPECT_EQ(requests[1].files.count("language"), 0u);
+    EXPECT_EQ(requests[1].files.count("prompt"), 0u);
+}
+
+TEST_F(OpenAITranscriptionServiceTest, ClientErrorsPassThroughUnchanged) {
+    LoopbackHttpServer server;
+    server.answer(403, "forbidden");
+    OpenAITranscriptionService transcription(clientFor(server), "m");
+    OpenAITextProcessingService processing(clientFor(server));
+    try {
+        transcription.transcribe(audio_, {"ja", std::nullopt, {}});
+        ADD_FAILURE() << "transcribe did not fail";
+    } catch (const APIError& error) {
+        EXPECT_STREQ(error.what(), "API error (403): forbidden");
+    }
+    try {
+        processing.process({"t", SummaryLevel::cleanup, ProcessingMode::cleanup, {}, {}});
+        ADD_FAILURE() << "process did not fail";
+    } catch (const APIError& error) {
+        EXPECT_STREQ(error.what(), "API error (403): forbidden");
+    }
+}
+
+}  // namespace
+}  // namespace kelvo

@@ -1,0 +1,352 @@
+#include "core/services/WorkerAPIClient.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "LoopbackHttpServer.h"
+#include "RawHttpListener.h"
+#include "core/services/APIError.h"
+#include "core/services/TransportError.h"
+#include "core/support/Error.h"
+#include "core/support/Uuid.h"
+
+namespace kelvo {
+namespace {
+
+namespace fs = std::filesystem;
+using test::LoopbackHttpServer;
+using test::RawHttpListener;
+
+// Bytes that a careless multipart writer would mangle: a NUL, a CR LF and a fake boundary.
+const std::string kAudioBytes = std::string("RIFF\0\x01\xff", 7) + "\r\n--Kelvo-\r\n";
+
+void writeFile(const fs::path& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+void putLittleEndian(std::string& out, std::uint32_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) {
+        out += static_cast<char>((value >> (8 * i)) & 0xFF);
+    }
+}
+
+/// A canonical 16-bit mono PCM WAV file of silence.
+void writePcmWav(const fs::path& path, std::uint32_t sampleRate, std::uint32_t frames) {
+    const std::uint32_t dataBytes = frames * 2;
+    std::string wav = "RIFF";
+    putLittleEndian(wav, 36 + dataBytes, 4);
+    wav += "WAVEfmt ";
+    putLittleEndian(wav, 16, 4);
+    putLittleEndian(wav, 1, 2);  // PCM
+    putLittleEndian(wav, 1, 2);  // mono
+    putLittleEndian(wav, sampleRate, 4);
+    putLittleEndian(wav, sampleRate * 2, 4);
+    putLittleEndian(wav, 2, 2);
+    putLittleEndian(wav, 16, 2);
+    wav += "data";
+    putLittleEndian(wav, dataBytes, 4);
+    wav.append(dataBytes, '\0');
+    writeFile(path, wav);
+}
+
+bool isUpperCaseUuid(const std::string& text) {
+    return isUuid(text) && canonicalUuid(text) == text;
+}
+
+class WorkerAPIClientTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        folder_ = fs::temp_directory_path() / ("kelvo-worker-test-" + makeUuid());
+        fs::create_directories(folder_);
+    }
+    void TearDown() override { fs::remove_all(folder_); }
+
+    fs::path audioFile(const std::string& name, const std::string& bytes = kAudioBytes) {
+        const fs::path path = folder_ / name;
+        writeFile(path, bytes);
+        return path;
+    }
+
+    static WorkerAPIClient client(const std::string& baseURL, std::string authToken = "t",
+                                  std::optional<std::string> deviceToken = std::nullopt,
+                                  double timeoutSeconds = 30) {
+        return WorkerAPIClient(baseURL, std::move(authToken), std::move(deviceToken),
+                               timeoutSeconds, timeoutSeconds);
+    }
+
+    fs::path folder_;
+};
+
+std::string textField(const std::string& boundary, const std::string& name,
+                      const std::string& value) {
+    return "--" + boundary + "\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" +
+           value + "\r\n";
+}
+
+TEST_F(WorkerAPIClientTest, TranscribeSendsTheMultipartBodyByteForByte) {
+    {
+        RawHttpListener listener(RawHttpListener::Behaviour::answerJson);
+        const fs::path file = audioFile("take.wav");
+        client(listener.url("/v1/")).transcribe(file, "whisper-x", "ja", "会議 notes", 2.5, "R-1");
+
+        const std::string contentType = listener.header("Content-Type");
+        const std::string prefix = "multipart/form-data; boundary=";
+        ASSERT_EQ(contentType.substr(0, prefix.size()), prefix);
+        const std::string boundary = contentType.substr(prefix.size());
+        ASSERT_EQ(boundary.substr(0, 6), "Kelvo-");
+        EXPECT_TRUE(isUpperCaseUuid(boundary.substr(6))) << boundary;
+
+        EXPECT_EQ(listener.rawRequest().substr(0, 32), "POST /v1/transcribe HTTP/1.1\r\nHo");
+        EXPECT_EQ(listener.body(),
+                  "--" + boundary +
+                      "\r\nContent-Disposition: form-data; name=\"file\"; "
+                      "filename=\"take.wav\"\r\nContent-Type: audio/wav\r\n\r\n" +
+                      kAudioBytes + "\r\n" + textField(boundary, "model", "whisper-x") +
+                      textField(boundary, "language", "ja") +
+                      textField(boundary, "prompt", "会議 notes") + "--" + boundary + "--\r\n");
+    }
+    {
+        // No language and no prompt: only the model field follows the file.
+        RawHttpListener listener(RawHttpListener::Behaviour::answerJson);
+        const fs::path file = audioFile("memo.m4a");
+        client(listener.url("/v1")).transcribe(file, "m", "", std::nullopt, 1.0);
+
+        const std::string boundary = listener.header("Content-Type").substr(30);
+        EXPECT_EQ(listener.rawRequest().substr(0, 20), "POST /v1/transcribe ");
+        EXPECT_EQ(listener.body(), "--" + boundary +
+                                       "\r\nContent-Disposition: form-data; name=\"file\"; "
+                                       "filename=\"memo.m4a\"\r\nContent-Type: audio/m4a\r\n\r\n" +
+                                       kAudioBytes + "\r\n" + textField(boundary, "model", "m") +
+                                       "--" + boundary + "--\r\n");
+    }
+}
+
+TEST_F(WorkerAPIClientTest, MultipartFormIsReadableByAnHttpServer) {
+    LoopbackHttpServer server;
+    const WorkerAPIClient worker = client(server.url());
+    for (const char* name : {"take.wav", "take.WAV", "take.caf", "take"}) {
+        worker.transcribe(audioFile(name), "whisper-1", "", "", 1.0);
+    }
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 4u);
+    const auto& first = requests[0];
+    EXPECT_EQ(first.path, "/transcribe");
+    ASSERT_EQ(first.files.count("file"), 1u);
+    EXPECT_EQ(first.files.find("file")->second.filename, "take.wav");
+    EXPECT_EQ(first.files.find("file")->second.content, kAudioBytes);
+    EXPECT_EQ(first.files.find("model")->second.content, "whisper-1");
+    EXPECT_EQ(first.files.count("language"), 0u);
+    // An empty prompt that was given is still sent.
+    ASSERT_EQ(first.files.count("prompt"), 1u);
+    EXPECT_EQ(first.files.find("prompt")->second.content, "");
+
+    const char* expectedTypes[] = {"audio/wav", "audio/m4a", "audio/m4a", "audio/m4a"};
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        EXPECT_EQ(requests[i].files.find("file")->second.content_type, expectedTypes[i])
+            << requests[i].files.find("file")->second.filename;
+    }
+}
+
+TEST_F(WorkerAPIClientTest, EveryRequestCarriesAFreshBoundary) {
+    RawHttpListener first(RawHttpListener::Behaviour::answerJson);
+    RawHttpListener second(RawHttpListener::Behaviour::answerJson);
+    const fs::path file = audioFile("a.wav");
+    client(first.url()).transcribe(file, "m", "ja", std::nullopt, 1.0);
+    client(second.url()).transcribe(file, "m", "ja", std::nullopt, 1.0);
+    EXPECT_NE(first.header("Content-Type"), second.header("Content-Type"));
+}
+
+TEST_F(WorkerAPIClientTest, DeviceTokenReplacesTheBearerTokenAndEmptyTokensSendNeither) {
+    LoopbackHttpServer server;
+    client(server.url(), "t", "abc").process("x", "verbatim", "voiceInput", {}, std::nullopt);
+    client(server.url(), "t", "").process("x", "verbatim", "voiceInput", {}, std::nullopt);
+    client(server.url(), "t", std::nullopt).process("x", "verbatim", "voiceInput", {}, {});
+    client(server.url(), "", "").process("x", "verbatim", "voiceInput", {}, std::nullopt);
+    client(server.url(), "t", "abc").transcribe(audioFile("a.wav"), "m", "ja", {}, 1.0);
+
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 5u);
+    EXPECT_EQ(requests[0].header("X-Device-Token"), "abc");
+    EXPECT_FALSE(requests[0].hasHeader("Authorization"));
+    EXPECT_EQ(requests[1].header("Authorization"), "Bearer t");
+    EXPECT_FALSE(requests[1].hasHeader("X-Device-Token"));
+    EXPECT_EQ(requests[2].header("Authorization"), "Bearer t");
+    EXPECT_FALSE(requests[3].hasHeader("Authorization"));
+    EXPECT_FALSE(requests[3].hasHeader("X-Device-Token"));
+    EXPECT_EQ(requests[4].header("X-Device-Token"), "abc");
+    EXPECT_FALSE(requests[4].hasHeader("Authorization"));
+}
+
+TEST_F(WorkerAPIClientTest, RequestIdIsTheCallersOrAFreshUpperCaseUuidAndEmptySendsNone) {
+    LoopbackHttpServer server;
+    const WorkerAPIClient worker = client(server.url());
+    worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
+    worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
+    worker.process("x", "verbatim", "voiceInput", {}, std::nullopt, "my-id");
+    worker.process("x", "verbatim", "voiceInput", {}, std::nullopt, "");
+    worker.transcribe(audioFile("a.wav"), "m", "ja", {}, 1.0);
+
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 5u);
+    EXPECT_TRUE(isUpperCaseUuid(requests[0].header("X-Request-Id")));
+    EXPECT_TRUE(isUpperCaseUuid(requests[1].header("X-Request-Id")));
+    EXPECT_NE(requests[0].header("X-Request-Id"), requests[1].header("X-Request-Id"));
+    EXPECT_EQ(requests[2].header("X-Request-Id"), "my-id");
+    EXPECT_FALSE(requests[3].hasHeader("X-Request-Id"));
+    EXPECT_TRUE(isUpperCaseUuid(requests[4].header("X-Request-Id")));
+}
+
+TEST_F(WorkerAPIClientTest, DurationHeaderHasThreeDecimalsAndIsMeasuredWhenNotGiven) {
+    LoopbackHttpServer server;
+    const WorkerAPIClient worker = client(server.url());
+    const fs::path wav = folder_ / "take.wav";
+    writePcmWav(wav, 50000, 61728);  // 1.23456 s
+
+    worker.transcribe(wav, "m", "ja", {}, 2.5);
+    worker.transcribe(wav, "m", "ja", {});
+    worker.transcribe(audioFile("not-audio.m4a", "plain text, not audio"), "m", "ja", {});
+    worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
+
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 4u);
+    EXPECT_EQ(requests[0].header("X-Audio-Duration-Seconds"), "2.500");
+    EXPECT_EQ(requests[1].header("X-Audio-Duration-Seconds"), "1.235");
+    EXPECT_FALSE(requests[2].hasHeader("X-Audio-Duration-Seconds"));
+    EXPECT_FALSE(requests[3].hasHeader("X-Audio-Duration-Seconds"));
+    EXPECT_EQ(WorkerAPIClient::measureAudioDurationSeconds(wav), 61728.0 / 50000.0);
+}
+
+TEST_F(WorkerAPIClientTest, ProcessSendsCompactJsonAndTargetLanguageOnlyWhenNonEmpty) {
+    LoopbackHttpServer server;
+    server.answer(200, R"({"text":"整えた文","model":"ignored"})");
+    const WorkerAPIClient worker = client(server.url("/api/"));
+    EXPECT_EQ(worker.process("生の文", "concise", "markdown", {"東京", "gRPC"}, std::nullopt),
+              "整えた文");
+    worker.process("a", "translate", "translate", {}, "");
+    worker.process("a", "translate", "translate", {}, "en");
+
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 3u);
+    EXPECT_EQ(requests[0].path, "/api/process");
+    EXPECT_EQ(requests[0].header("Content-Type"), "application/json");
+    EXPECT_EQ(Json::parse(requests[0].body),
+              Json::parse(R"({"text":"生の文","summaryLevel":"concise",)"
+                          R"("processingMode":"markdown","dictionaryHints":["東京","gRPC"]})"));
+    EXPECT_EQ(requests[0].body.find('\n'), std::string::npos);
+    EXPECT_FALSE(Json::parse(requests[1].body).contains("targetLanguage"));
+    EXPECT_EQ(Json::parse(requests[1].body)["dictionaryHints"], Json::array());
+    EXPECT_EQ(Json::parse(requests[2].body)["targetLanguage"], "en");
+}
+
+TEST_F(WorkerAPIClientTest, NonSuccessAnswersBecomeApiErrorsWithTheBodyText) {
+    LoopbackHttpServer server;
+    const WorkerAPIClient worker = client(server.url());
+    const fs::path file = audioFile("a.wav");
+    const auto processError = [&] {
+        try {
+            worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
+        } catch (const APIError& error) {
+            return error;
+        }
+        throw std::runtime_error("process did not fail");
+    };
+
+    server.answer(401, "unauthorized");
+    const APIError unauthorized = processError();
+    EXPECT_STREQ(unauthorized.what(), "API error (401): unauthorized");
+    EXPECT_EQ(unauthorized.statusCode(), 401);
+    EXPECT_EQ(unauthorized.body(), "unauthorized");
+
+    server.answer(500, "boom");
+    EXPECT_STREQ(processError().what(), "API error (500): boom");
+    try {
+        worker.transcribe(file, "m", "ja", std::nullopt, 1.0);
+        ADD_FAILURE() << "transcribe did not fail";
+    } catch (const APIError& error) {
+        EXPECT_STREQ(error.what(), "API error (500): boom");
+    }
+
+    server.answer(502, "ok\xff\xfe");
+    EXPECT_STREQ(processError().what(), "API error (502): Unknown error");
+    server.answer(503, "\xed\xa0\x80");  // an encoded surrogate is not UTF-8 either
+    EXPECT_STREQ(processError().what(), "API error (503): Unknown error");
+    server.answer(404, "");
+    EXPECT_STREQ(processError().what(), "API error (404): ");
+    server.answer(429, "混雑");
+    EXPECT_STREQ(processError().what(), "API error (429): 混雑");
+}
+
+TEST_F(WorkerAPIClientTest, SuccessfulBodiesDecodeAndMissingTextIsADecodingError) {
+    LoopbackHttpServer server;
+    const WorkerAPIClient worker = client(server.url());
+    const fs::path file = audioFile("a.wav");
+
+    server.answer(200, R"({"text":"こんにちは","language":"ja","duration":3.25})");
+    EXPECT_EQ(worker.transcribe(file, "m", "ja", std::nullopt, 1.0),
+              (TranscribeResponse{"こんにちは", "ja", 3.25}));
+    server.answer(201, R"({"text":"t"})");
+    EXPECT_EQ(worker.transcribe(file, "m", "ja", std::nullopt, 1.0),
+              (TranscribeResponse{"t", std::nullopt, std::nullopt}));
+
+    server.answer(200, R"({"language":"ja"})");
+    EXPECT_THROW(worker.transcribe(file, "m", "ja", std::nullopt, 1.0), DecodingError);
+    EXPECT_THROW(worker.process("x", "verbatim", "voiceInput", {}, std::nullopt), DecodingError);
+    server.answer(200, "not json");
+    EXPECT_THROW(worker.process("x", "verbatim", "voiceInput", {}, std::nullopt), DecodingError);
+    server.answer(200, R"({"text":42})");
+    EXPECT_THROW(worker.process("x", "verbatim", "voiceInput", {}, std::nullopt), DecodingError);
+}
+
+TEST_F(WorkerAPIClientTest, AnswerSlowerThanTheTimeLimitFailsAsATimeout) {
+    LoopbackHttpServer server;
+    server.holdAnswers();
+    const WorkerAPIClient worker = client(server.url(), "t", std::nullopt, 0.2);
+    try {
+        worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
+        ADD_FAILURE() << "process did not time out";
+    } catch (const TransportError& error) {
+        EXPECT_TRUE(error.timedOut()) << error.what();
+    }
+    try {
+        worker.transcribe(audioFile("a.wav"), "m", "ja", std::nullopt, 1.0);
+        ADD_FAILURE() << "transcribe did not time out";
+    } catch (const TransportError& error) {
+        EXPECT_TRUE(error.timedOut()) << error.what();
+    }
+    server.releaseAnswers();
+}
+
+TEST_F(WorkerAPIClientTest, ConnectionClosedWithoutAnswerIsATransportErrorNotATimeout) {
+    RawHttpListener listener(RawHttpListener::Behaviour::closeWithoutAnswer);
+    try {
+        client(listener.url()).process("x", "verbatim", "voiceInput", {}, std::nullopt);
+        ADD_FAILURE() << "process did not fail";
+    } catch (const TransportError& error) {
+        EXPECT_EQ(error.kind(), TransportError::Kind::connectionLost) << error.what();
+        EXPECT_STRNE(error.what(), "");
+    }
+}
+
+TEST_F(WorkerAPIClientTest, UnreadableAudioOrUnencodableTextFailsBeforeAnythingIsSent) {
+    LoopbackHttpServer server;
+    const WorkerAPIClient worker = client(server.url());
+    try {
+        worker.transcribe(folder_ / "missing.wav", "m", "ja", std::nullopt);
+        ADD_FAILURE() << "transcribe did not fail";
+    } catch (const FileError& error) {
+        EXPECT_NE(std::string(error.what()).find("missing.wav"), std::string::npos);
+    }
+    EXPECT_THROW(worker.transcribe(folder_, "m", "ja", std::nullopt, 1.0), FileError);
+    EXPECT_THROW(worker.process("bad \xff text", "verbatim", "voiceInput", {}, std::nullopt),
+                 EncodingError);
+    EXPECT_TRUE(server.requests().empty());
+}
+
+}  // namespace
+}  // namespace kelvo

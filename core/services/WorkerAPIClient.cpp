@@ -357,14 +357,27 @@ std::optional<double> WorkerAPIClient::measureAudioDurationSeconds(
         return std::nullopt;
     }
     const std::unique_ptr<AVFormatContext, FormatContextDeleter> context(opened);
-    if (avformat_find_stream_info(context.get(), nullptr) < 0) {
+    const auto audioStream = [&context]() -> const AVStream* {
+        const int index =
+            av_find_best_stream(context.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+        return index < 0 ? nullptr : context->streams[index];
+    };
+    const auto known = [](const AVStream* stream) {
+        return stream && stream->codecpar->sample_rate > 0 && stream->duration != AV_NOPTS_VALUE;
+    };
+    // Containers with a header (WAV, MP4/M4A) tell rate and length on opening. Reading packets
+    // to find out costs several megabytes of buffering on a long recording, so that is done
+    // only for the formats that need it.
+    const AVStream* stream = audioStream();
+    if (!known(stream)) {
+        if (avformat_find_stream_info(context.get(), nullptr) < 0) {
+            return std::nullopt;
+        }
+        stream = audioStream();
+    }
+    if (!stream) {
         return std::nullopt;
     }
-    const int index = av_find_best_stream(context.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
-    if (index < 0) {
-        return std::nullopt;
-    }
-    const AVStream* const stream = context->streams[index];
     const int sampleRate = stream->codecpar->sample_rate;
     if (sampleRate <= 0) {
         return std::nullopt;

@@ -1,0 +1,221 @@
+#include "core/services/BookmarkManager.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <thread>
+#include <vector>
+
+#include "core/models/Json.h"
+#include "tests/core/TemporaryFolder.h"
+
+namespace kelvo {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ScopedEnvironment;
+using testing::TemporaryFolder;
+
+class BookmarkManagerTest : public ::testing::Test {
+  protected:
+    fs::path suiteFile(const std::string& suite) const {
+        return configHome_ / "KelvoVoiceMac" / (suite + ".json");
+    }
+    Json suiteContents(const std::string& suite) const {
+        return Json::parse(testing::contentsOf(suiteFile(suite)));
+    }
+    fs::path makeFolder(const std::string& name) const {
+        const fs::path folder = temp_.path() / name;
+        fs::create_directories(folder);
+        return folder;
+    }
+
+    TemporaryFolder temp_;
+    fs::path configHome_ = temp_.path() / "config";
+    ScopedEnvironment xdg_{"XDG_CONFIG_HOME", configHome_.string()};
+};
+
+std::uint64_t inodeOf(const fs::path& path) {
+    struct stat status {};
+    ::stat(path.c_str(), &status);
+    return status.st_ino;
+}
+
+TEST_F(BookmarkManagerTest, BookmarkIsThereBetweenSaveAndRemove) {
+    const BookmarkManager manager("com.example.kelvo");
+    const fs::path vault = makeFolder("Vault ノート");
+
+    EXPECT_FALSE(manager.hasBookmark("vault"));
+    EXPECT_EQ(manager.resolveURL("vault"), std::nullopt);
+
+    manager.saveBookmark(vault, "vault");
+    EXPECT_TRUE(manager.hasBookmark("vault"));
+    EXPECT_EQ(manager.resolveURL("vault"), vault);
+    EXPECT_TRUE(suiteContents("com.example.kelvo").contains("vault"));
+    // A second manager on the same suite (a later launch) sees it.
+    EXPECT_EQ(BookmarkManager("com.example.kelvo").resolveURL("vault"), vault);
+
+    manager.removeBookmark("vault");
+    EXPECT_FALSE(manager.hasBookmark("vault"));
+    EXPECT_EQ(manager.resolveURL("vault"), std::nullopt);
+    manager.removeBookmark("vault");  // nothing left: still fine
+}
+
+TEST_F(BookmarkManagerTest, SavedPathIsCanonicalAndRelativeOrLinkedPathsResolveToTheFolder) {
+    const BookmarkManager manager("suite");
+    const fs::path vault = makeFolder("real");
+    fs::create_directory_symlink(vault, temp_.path() / "link");
+
+    manager.saveBookmark(temp_.path() / "link", "linked");
+    manager.saveBookmark(temp_.path() / "real" / ".." / "real", "dotted");
+    EXPECT_EQ(manager.resolveURL("linked"), vault);
+    EXPECT_EQ(manager.resolveURL("dotted"), vault);
+}
+
+TEST_F(BookmarkManagerTest, RefusedSuiteHasNoDefaults) {
+    for (const std::string name : {"", ".", "..", "a/b", "/etc"}) {
+        SCOPED_TRACE(name);
+        const BookmarkManager manager(name);
+        EXPECT_EQ(manager.defaults(), std::nullopt);
+        try {
+            manager.saveBookmark(temp_.path(), "key");
+            FAIL() << "saveBookmark succeeded";
+        } catch (const BookmarkManager::Error& error) {
+            EXPECT_EQ(error.errorCase(), BookmarkManager::Error::Case::userDefaultsUnavailable);
+            EXPECT_STREQ(error.what(), ("Unable to open UserDefaults suite: " + name).c_str());
+        }
+        EXPECT_FALSE(manager.hasBookmark("key"));
+        EXPECT_EQ(manager.resolveScopedURL("key"), std::nullopt);
+        manager.removeBookmark("key");
+    }
+}
+
+TEST_F(BookmarkManagerTest, SuiteThatCannotBeWrittenFailsTheSave) {
+    // A configuration home below a regular file cannot be created, whoever runs the test.
+    const fs::path blocker = temp_.write("blocker", "not a folder");
+    const ScopedEnvironment xdg("XDG_CONFIG_HOME", (blocker / "config").string());
+    const BookmarkManager manager("suite");
+    try {
+        manager.saveBookmark(makeFolder("vault"), "vault");
+        FAIL() << "saveBookmark succeeded";
+    } catch (const BookmarkManager::Error& error) {
+        EXPECT_STREQ(error.what(), "Unable to open UserDefaults suite: suite");
+    }
+    EXPECT_FALSE(manager.hasBookmark("vault"));
+}
+
+TEST_F(BookmarkManagerTest, ConfigurationHomeFallsBackToDotConfigUnderHome) {
+    const ScopedEnvironment relative("XDG_CONFIG_HOME", "relative/config");
+    const ScopedEnvironment home("HOME", (temp_.path() / "home").string());
+    const BookmarkManager manager("suite");
+    EXPECT_EQ(manager.defaults(),
+              temp_.path() / "home" / ".config" / "KelvoVoiceMac" / "suite.json");
+}
+
+TEST_F(BookmarkManagerTest, FolderThatCannotBeBookmarkedGivesTheSystemMessage) {
+    const BookmarkManager manager("suite");
+    const auto expectFailure = [&](const fs::path& url, const char* description) {
+        try {
+            manager.saveBookmark(url, "key");
+            FAIL() << "saveBookmark succeeded for " << url;
+        } catch (const BookmarkManager::Error& error) {
+            EXPECT_EQ(error.errorCase(), BookmarkManager::Error::Case::bookmarkCreationFailed);
+            EXPECT_STREQ(error.what(), description);
+        }
+    };
+    expectFailure(temp_.path() / "missing", "Failed to create bookmark: No such file or directory");
+    expectFailure(temp_.write("note.md", "text"), "Failed to create bookmark: Not a directory");
+    EXPECT_FALSE(manager.hasBookmark("key"));
+}
+
+TEST_F(BookmarkManagerTest, UnreadableDataResolvesToNothing) {
+    const BookmarkManager manager("suite");
+    const fs::path vault = makeFolder("vault");
+    fs::create_directories(suiteFile("suite").parent_path());
+    Json suite = Json::object();
+    suite["garbage"] = "\x01\x02 not a bookmark";
+    suite["noIdentity"] = Json{{"path", vault.string()}}.dump();
+    suite["relative"] = Json{{"path", "vault"}, {"device", 1}, {"inode", 2}}.dump();
+    suite["notData"] = 42;
+    std::ofstream(suiteFile("suite")) << suite.dump();
+
+    for (const char* key : {"garbage", "noIdentity", "relative", "notData", "absent"}) {
+        SCOPED_TRACE(key);
+        EXPECT_EQ(manager.resolveURL(key), std::nullopt);
+        EXPECT_EQ(manager.resolveScopedURL(key), std::nullopt);
+    }
+    EXPECT_TRUE(manager.hasBookmark("garbage"));
+    EXPECT_FALSE(manager.hasBookmark("notData"));
+
+    // A damaged suite file reads as an empty suite, and the next save starts it afresh.
+    std::ofstream(suiteFile("suite")) << "{ damaged";
+    EXPECT_FALSE(manager.hasBookmark("garbage"));
+    manager.saveBookmark(vault, "vault");
+    EXPECT_EQ(manager.resolveURL("vault"), vault);
+}
+
+TEST_F(BookmarkManagerTest, ReplacedFolderIsStaleAndTheBookmarkIsRewritten) {
+    const BookmarkManager manager("suite");
+    const fs::path vault = makeFolder("vault");
+    manager.saveBookmark(vault, "vault");
+    const std::string original = suiteContents("suite")["vault"];
+
+    // The user's folder is moved away and a new one takes its name.
+    fs::rename(vault, temp_.path() / "moved");
+    fs::create_directory(vault);
+    ASSERT_NE(inodeOf(vault), inodeOf(temp_.path() / "moved"));
+
+    const auto scoped = manager.resolveScopedURL("vault");
+    ASSERT_TRUE(scoped.has_value());
+    EXPECT_EQ(scoped->url, vault);
+    scoped->release();
+
+    const std::string refreshed = suiteContents("suite")["vault"];
+    EXPECT_NE(refreshed, original);
+    EXPECT_EQ(Json::parse(refreshed)["inode"].get<std::uint64_t>(), inodeOf(vault));
+    // Fresh data is not rewritten again.
+    const auto modified = fs::last_write_time(suiteFile("suite"));
+    EXPECT_EQ(manager.resolveURL("vault"), vault);
+    EXPECT_EQ(suiteContents("suite")["vault"], refreshed);
+    EXPECT_EQ(fs::last_write_time(suiteFile("suite")), modified);
+
+    // Nothing at the recorded path any more: no folder, and the data is kept.
+    fs::remove(vault);
+    EXPECT_EQ(manager.resolveURL("vault"), std::nullopt);
+    EXPECT_TRUE(manager.hasBookmark("vault"));
+    // A file where the folder was is no folder either.
+    temp_.write("vault", "file");
+    EXPECT_EQ(manager.resolveURL("vault"), std::nullopt);
+}
+
+TEST_F(BookmarkManagerTest, ConcurrentSavesOfDifferentKeysAreAllKept) {
+    const fs::path vault = makeFolder("vault");
+    std::vector<std::thread> writers;
+    for (int index = 0; index < 8; ++index) {
+        writers.emplace_back([&, index] {
+            const BookmarkManager manager("shared");
+            for (int round = 0; round < 5; ++round) {
+                manager.saveBookmark(vault, "key" + std::to_string(index));
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    const BookmarkManager manager("shared");
+    for (int index = 0; index < 8; ++index) {
+        EXPECT_EQ(manager.resolveURL("key" + std::to_string(index)), vault) << index;
+    }
+}
+
+TEST(BookmarkManagerError, DescriptionsAreExact) {
+    EXPECT_STREQ(BookmarkManager::Error::securityScopedAccessDenied("/home/a/Vault").what(),
+                 "Unable to access security-scoped resource: /home/a/Vault");
+    EXPECT_STREQ(BookmarkManager::Error::bookmarkCreationFailed("boom").what(),
+                 "Failed to create bookmark: boom");
+    EXPECT_STREQ(BookmarkManager::Error::userDefaultsUnavailable("s").what(),
+                 "Unable to open UserDefaults suite: s");
+}
+
+}  // namespace
+}  // namespace kelvo

@@ -1,0 +1,260 @@
+#include "core/services/LocalFolderSaveAdapter.h"
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <memory>
+
+#include "tests/core/TemporaryFolder.h"
+
+namespace kelvo {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::contentsOf;
+using testing::ScopedEnvironment;
+using testing::TemporaryFolder;
+
+/// 2025-03-14 00:05:00 UTC, which is 09:05 in Tokyo.
+constexpr double kCreatedUnixSeconds = 1741910700.0;
+/// What the injected clock says during a save.
+constexpr double kNowUnixSeconds = 1741911000.75;
+
+class LocalFolderSaveAdapterTest : public ::testing::Test {
+  protected:
+    // File names use local time; Tokyo makes a UTC slip visible.
+    LocalFolderSaveAdapterTest() { ::tzset(); }
+
+    /// An adapter whose resolver hands out `base` (or nothing) and counts releases.
+    LocalFolderSaveAdapter adapter(std::optional<fs::path> base, fs::path fallback = {}) {
+        return LocalFolderSaveAdapter(
+            [base, releases = releases_]() -> std::optional<ScopedURL> {
+                if (!base) {
+                    return std::nullopt;
+                }
+                return ScopedURL{*base, [releases] { ++*releases; }};
+            },
+            fallback.empty() ? temp_.path() / "fallback" : fallback,
+            [] { return Date::fromUnixSeconds(kNowUnixSeconds); });
+    }
+    LocalFolderSaveAdapter vaultAdapter() { return adapter(vault_); }
+
+    static MarkdownDocument document(std::string title, std::string body = "本文") {
+        MarkdownDocument document;
+        document.title = std::move(title);
+        document.body = std::move(body);
+        document.createdAt = Date::fromUnixSeconds(kCreatedUnixSeconds);
+        return document;
+    }
+    static SaveRequest request(OverwritePolicy policy = OverwritePolicy::createNew,
+                               std::optional<std::string> subpath = std::nullopt) {
+        SaveRequest request;
+        request.destinationID = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
+        request.fileName = "ignored.md";
+        request.subpath = std::move(subpath);
+        request.overwritePolicy = policy;
+        return request;
+    }
+
+    int releases() const { return *releases_; }
+
+    ScopedEnvironment zone_{"TZ", "JST-9"};
+    TemporaryFolder temp_;
+    fs::path vault_ = temp_.path() / "vault";
+    std::shared_ptr<int> releases_ = std::make_shared<int>(0);
+};
+
+TEST_F(LocalFolderSaveAdapterTest, FileNameIsLocalDateAndCleanedTitle) {
+    const struct {
+        const char* title;
+        const char* fileName;
+    } cases[] = {
+        {"Team sync 2/3", "2025-03-14-0905-Team-sync-23.md"},
+        {"議事録 第2回（案）", "2025-03-14-0905-議事録-第2回案.md"},
+        {"snake_case-and.dots!?", "2025-03-14-0905-snake_case-anddots.md"},
+        {"café\xcc\x81 ok", "2025-03-14-0905-café\xcc\x81-ok.md"},  // marks survive
+        {"", "2025-03-14-0905-.md"},
+        {"?!/", "2025-03-14-0905-.md"},
+    };
+    for (const auto& [title, fileName] : cases) {
+        SCOPED_TRACE(title);
+        EXPECT_EQ(LocalFolderSaveAdapter::fileName(document(title)), fileName);
+    }
+}
+
+TEST_F(LocalFolderSaveAdapterTest, SavesIntoTheResolvedFolderAndReleasesItOnce) {
+    LocalFolderSaveAdapter saver = vaultAdapter();
+    EXPECT_EQ(saver.destinationType(), SaveDestinationType::localFolder);
+
+    const SaveResult result = saver.save(document("Team sync 2/3"), request());
+
+    const fs::path expected = vault_ / "2025-03-14-0905-Team-sync-23.md";
+    EXPECT_EQ(result, (SaveResult{true, expected, SaveDestinationType::localFolder, std::nullopt}));
+    EXPECT_EQ(contentsOf(expected), "---\n---\n\n本文");
+    EXPECT_EQ(releases(), 1);
+    // No temporary file is left beside the note.
+    EXPECT_EQ(std::distance(fs::directory_iterator(vault_), fs::directory_iterator()), 1);
+}
+
+TEST_F(LocalFolderSaveAdapterTest, FallbackFolderServesWhenTheResolverGivesNothing) {
+    LocalFolderSaveAdapter saver = adapter(std::nullopt, temp_.path() / "fallback");
+    const SaveResult result = saver.save(document("memo"), request());
+    EXPECT_TRUE(result.success);
+    EXPECT_EQ(result.savedURL, temp_.path() / "fallback" / "2025-03-14-0905-memo.md");
+    EXPECT_EQ(releases(), 0);
+}
+
+TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody) {
+    MarkdownDocument note = document("title", "line 1\nline 2");
+    note.frontmatter["title"] = FrontmatterValue::string("say \"hi\"");
+    note.frontmatter["created"] = FrontmatterValue::string("2025-03-14T00:05:00Z");
+    note.frontmatter["count"] = FrontmatterValue::integer(-3);
+    note.frontmatter["draft"] = FrontmatterValue::boolean(false);
+    note.frontmatter["done"] = FrontmatterValue::boolean(true);
+    note.frontmatter["aliases"] = FrontmatterValue::array({"a b", "c\"d"});
+    note.frontmatter["empty"] = FrontmatterValue::array({});
+    note.tags = {"kelvo-voice", "会議"};
+
+    EXPECT_EQ(LocalFolderSaveAdapter::fileText(note),
+              "---\n"
+              "aliases:\n"
+              "  - \"a b\"\n"
+              "  - \"c\"d\"\n"
+              "count: -3\n"
+              "created: \"2025-03-14T00:05:00Z\"\n"
+              "done: true\n"
+              "draft: false\n"
+              "empty: []\n"
+              "title: \"say \"hi\"\"\n"
+              "tags:\n"
+              "  - kelvo-voice\n"
+              "  - 会議\n"
+              "---\n"
+              "\n"
+              "line 1\nline 2");
+
+    EXPECT_EQ(LocalFolderSaveAdapter::fileText(document("t", "")), "---\n---\n\n");
+}
+
+TEST_F(LocalFolderSaveAdapterTest, ExistingFileUnderEachPolicy) {
+    const fs::path plain = vault_ / "2025-03-14-0905-memo.md";
+    temp_.write(plain.lexically_relative(temp_.path()), "old");
+    LocalFolderSaveAdapter saver = vaultAdapter();
+
+    const SaveResult refused = saver.save(document("memo", "new"), request());
+    EXPECT_EQ(refused, (SaveResult{false, std::nullopt, SaveDestinationType::localFolder,
+                                   "File already exists at " + plain.string()}));
+    EXPECT_EQ(contentsOf(plain), "old");
+    EXPECT_EQ(releases(), 1);
+
+    const SaveResult stamped =
+        saver.save(document("memo", "stamped"), request(OverwritePolicy::appendTimestamp));
+    const fs::path stampedFile = vault_ / "2025-03-14-0905-memo-1741911000.md";
+    EXPECT_TRUE(stamped.success);
+    EXPECT_EQ(stamped.savedURL, stampedFile);
+    EXPECT_EQ(contentsOf(stampedFile), "---\n---\n\nstamped");
+    EXPECT_EQ(contentsOf(plain), "old");
+    // The stamped name is not tested again: a second clash in the same second replaces it.
+    EXPECT_TRUE(
+        saver.save(document("memo", "again"), request(OverwritePolicy::appendTimestamp)).success);
+    EXPECT_EQ(contentsOf(stampedFile), "---\n---\n\nagain");
+
+    const SaveResult replaced =
+        saver.save(document("memo", "replaced"), request(OverwritePolicy::overwrite));
+    EXPECT_EQ(replaced.savedURL, plain);
+    EXPECT_EQ(contentsOf(plain), "---\n---\n\nreplaced");
+    EXPECT_EQ(releases(), 4);
+}
+
+TEST_F(LocalFolderSaveAdapterTest, AppendTimestampWithoutAClashKeepsThePlainName) {
+    const SaveResult result =
+        vaultAdapter().save(document("memo"), request(OverwritePolicy::appendTimestamp));
+    EXPECT_EQ(result.savedURL, vault_ / "2025-03-14-0905-memo.md");
+}
+
+TEST_F(LocalFolderSaveAdapterTest, DanglingLinkCountsAsAnExistingFile) {
+    fs::create_directories(vault_);
+    fs::create_symlink(temp_.path() / "nowhere", vault_ / "2025-03-14-0905-memo.md");
+    const SaveResult result = vaultAdapter().save(document("memo"), request());
+    EXPECT_FALSE(result.success);
+    EXPECT_FALSE(fs::exists(temp_.path() / "nowhere"));
+}
+
+TEST_F(LocalFolderSaveAdapterTest, MissingSubpathChainIsCreated) {
+    const SaveResult result =
+        vaultAdapter().save(document("memo"), request(OverwritePolicy::createNew, "会議/2025/03"));
+    EXPECT_TRUE(result.success);
+    EXPECT_EQ(result.savedURL, vault_ / "会議" / "2025" / "03" / "2025-03-14-0905-memo.md");
+    EXPECT_TRUE(fs::is_regular_file(*result.savedURL));
+    // An empty subpath means the folder itself.
+    EXPECT_EQ(vaultAdapter().save(document("x"), request(OverwritePolicy::createNew, "")).savedURL,
+              vault_ / "2025-03-14-0905-x.md");
+}
+
+TEST_F(LocalFolderSaveAdapterTest, FolderThatCannotBeCreatedFailsWithTheSystemMessage) {
+    // A folder below a regular file cannot be made, even by root.
+    const fs::path blocker = temp_.write("vault/blocker", "file");
+    const SaveResult result =
+        vaultAdapter().save(document("memo"), request(OverwritePolicy::createNew, "blocker/sub"));
+    EXPECT_EQ(result, (SaveResult{false, std::nullopt, SaveDestinationType::localFolder,
+                                  "Failed to create directory: Not a directory"}));
+    EXPECT_EQ(contentsOf(blocker), "file");
+    EXPECT_EQ(releases(), 1);
+}
+
+TEST_F(LocalFolderSaveAdapterTest, WriteThatFailsGivesWriteFailed) {
+    // The destination "folder" is a file: it exists, so nothing is created, and the write fails.
+    const fs::path blocker = temp_.write("blocker", "file");
+    const SaveResult intoFile = adapter(blocker).save(document("memo"), request());
+    EXPECT_FALSE(intoFile.success);
+    EXPECT_EQ(intoFile.savedURL, std::nullopt);
+    ASSERT_TRUE(intoFile.error.has_value());
+    EXPECT_EQ(intoFile.error->rfind("Failed to write file: ", 0), 0u) << *intoFile.error;
+    EXPECT_NE(intoFile.error->find("Not a directory"), std::string::npos) << *intoFile.error;
+    EXPECT_EQ(contentsOf(blocker), "file");
+
+    // A folder where the note would go cannot be overwritten by it.
+    fs::create_directories(vault_ / "2025-03-14-0905-memo.md");
+    const SaveResult ontoFolder =
+        vaultAdapter().save(document("memo"), request(OverwritePolicy::overwrite));
+    ASSERT_TRUE(ontoFolder.error.has_value());
+    EXPECT_EQ(ontoFolder.error->rfind("Failed to write file: ", 0), 0u) << *ontoFolder.error;
+    EXPECT_EQ(releases(), 2);
+}
+
+TEST_F(LocalFolderSaveAdapterTest, SubpathThatLeavesTheFolderIsRefused) {
+    fs::create_directories(vault_ / "inside");
+    const fs::path outside = temp_.path() / "outside";
+    fs::create_directories(outside);
+    fs::create_directory_symlink(outside, vault_ / "escape");
+    fs::create_directory_symlink(vault_ / "inside", vault_ / "alias");
+
+    for (const std::string subpath :
+         {"../outside", "/tmp", "inside/../../outside", "escape", "escape/deeper"}) {
+        SCOPED_TRACE(subpath);
+        const SaveResult result =
+            vaultAdapter().save(document("memo"), request(OverwritePolicy::overwrite, subpath));
+        EXPECT_EQ(result, (SaveResult{false, std::nullopt, SaveDestinationType::localFolder,
+                                      "Subpath leads outside the destination folder: " + subpath}));
+    }
+    EXPECT_TRUE(fs::is_empty(outside));
+    EXPECT_EQ(releases(), 5);
+
+    // A link that stays inside the folder is fine.
+    const SaveResult viaAlias =
+        vaultAdapter().save(document("memo"), request(OverwritePolicy::createNew, "alias/sub"));
+    EXPECT_TRUE(viaAlias.success) << viaAlias.error.value_or("");
+    EXPECT_TRUE(fs::exists(vault_ / "inside" / "sub" / "2025-03-14-0905-memo.md"));
+}
+
+TEST_F(LocalFolderSaveAdapterTest, ThrowingResolverFallsBackToTheFallbackFolder) {
+    LocalFolderSaveAdapter throwing(
+        []() -> std::optional<ScopedURL> { throw std::runtime_error("keychain locked"); },
+        temp_.path() / "fallback", [] { return Date::fromUnixSeconds(kNowUnixSeconds); });
+    const SaveResult result = throwing.save(document("memo"), request());
+    EXPECT_TRUE(result.success);
+    EXPECT_EQ(result.savedURL, temp_.path() / "fallback" / "2025-03-14-0905-memo.md");
+}
+
+}  // namespace
+}  // namespace kelvo

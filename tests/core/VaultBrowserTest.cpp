@@ -1,0 +1,252 @@
+#include "core/services/VaultBrowser.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <memory>
+
+#include "tests/core/TemporaryFolder.h"
+
+namespace kelvo {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::Pair;
+using testing::ScopedEnvironment;
+using testing::TemporaryFolder;
+
+constexpr double kTenOClock = 1741914000.0;  // 2025-03-14 01:00 UTC
+constexpr double kNineOClock = kTenOClock - 3600;
+
+void setModified(const fs::path& path, double unixSeconds) {
+    const timespec time{static_cast<time_t>(unixSeconds), 0};
+    const timespec times[2] = {time, time};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
+}
+
+std::vector<std::string> pathsOf(const std::vector<VaultEntry>& entries) {
+    std::vector<std::string> paths;
+    for (const VaultEntry& entry : entries) {
+        paths.push_back(entry.relativePath);
+    }
+    return paths;
+}
+
+template <typename Operation>
+std::string errorOf(Operation&& operation) {
+    try {
+        operation();
+    } catch (const VaultBrowser::Error& error) {
+        return error.what();
+    }
+    return "<no error>";
+}
+
+class VaultBrowserTest : public ::testing::Test {
+  protected:
+    VaultBrowserTest() {
+        fs::create_directories(vault_);
+        manager_->saveBookmark(vault_, "vault");
+    }
+
+    /// Gives every item the same date, so that names decide the order.
+    void setAllModified(double unixSeconds) {
+        for (const auto& item : fs::recursive_directory_iterator(vault_)) {
+            setModified(item.path(), unixSeconds);
+        }
+    }
+
+    TemporaryFolder temp_;
+    ScopedEnvironment xdg_{"XDG_CONFIG_HOME", (temp_.path() / "config").string()};
+    fs::path vault_ = temp_.path() / "vault";
+    std::shared_ptr<BookmarkManager> manager_ = std::make_shared<BookmarkManager>("vault-tests");
+    VaultBrowser browser_{manager_, "vault"};
+};
+
+TEST_F(VaultBrowserTest, ListingKeepsFoldersAndMarkdownNotesAndSkipsHiddenItems) {
+    temp_.write("vault/a.md", "a");
+    temp_.write("vault/b.MARKDOWN", "b");
+    temp_.write("vault/c.txt", "c");
+    temp_.write("vault/README", "no extension");
+    temp_.write("vault/.hidden.md", "hidden");
+    temp_.write("vault/.DS_Store", "finder");
+    temp_.write("vault/.obsidian/workspace.md", "not descended");
+    temp_.write("vault/projects/plan.md", "plan");
+    temp_.write("vault/projects/deep/idea.Md", "idea");
+    setAllModified(kTenOClock);
+
+    const std::vector<VaultEntry> entries = browser_.list();
+    EXPECT_THAT(pathsOf(entries),
+                ElementsAre("a.md", "b.MARKDOWN", "projects/deep", "projects/deep/idea.Md",
+                            "projects/plan.md", "projects"));
+    EXPECT_EQ(entries[4], (VaultEntry{"plan.md", "projects/plan.md", false,
+                                      Date::fromUnixSeconds(kTenOClock)}));
+    EXPECT_EQ(entries[5],
+              (VaultEntry{"projects", "projects", true, Date::fromUnixSeconds(kTenOClock)}));
+}
+
+TEST_F(VaultBrowserTest, ListingOrderIsNewestFirstThenNamesByNumericValue) {
+    temp_.write("vault/early.md", "");
+    temp_.write("vault/late.md", "");
+    temp_.write("vault/note 10.md", "");
+    temp_.write("vault/note 2.md", "");
+    fs::create_directory(vault_ / "folder");
+    setAllModified(kNineOClock - 60);
+    setModified(vault_ / "late.md", kTenOClock);
+    setModified(vault_ / "early.md", kNineOClock);
+
+    // Folders and notes are not grouped apart; equal dates fall back to the names.
+    EXPECT_THAT(pathsOf(browser_.list()),
+                ElementsAre("late.md", "early.md", "folder", "note 2.md", "note 10.md"));
+
+    std::vector<VaultEntry> entries{
+        {"undated 10", "undated 10", false, std::nullopt},
+        {"nine", "nine", false, Date::fromUnixSeconds(kNineOClock)},
+        {"undated 2", "undated 2", true, std::nullopt},
+        {"ten", "ten", false, Date::fromUnixSeconds(kTenOClock)},
+    };
+    VaultBrowser::sortForListing(entries);
+    EXPECT_THAT(pathsOf(entries), ElementsAre("ten", "nine", "undated 2", "undated 10"));
+}
+
+TEST_F(VaultBrowserTest, ReadSplitsFrontmatterAndCollectsLinks) {
+    const std::string content =
+        "---\n"
+        "title: \"議事録\"\n"
+        "url: https://example.com/a\n"
+        "no colon here\n"
+        "  tags  :  [a, b]  \n"
+        "---\n"
+        "# 議事録\n"
+        "\n"
+        "See [[Plan|the plan]] and [[Plan]] and [[Design#Goals]].";
+    temp_.write("vault/projects/議事録.md", content);
+
+    const VaultFile file = browser_.read("projects/議事録.md");
+    EXPECT_EQ(file.content, content);
+    EXPECT_THAT(file.frontmatter,
+                ElementsAre(Pair("title", "\"議事録\""), Pair("url", "https://example.com/a"),
+                            Pair("tags", "[a, b]")));
+    EXPECT_EQ(file.body, "# 議事録\n\nSee [[Plan|the plan]] and [[Plan]] and [[Design#Goals]].");
+    EXPECT_THAT(file.wikiLinks, ElementsAre("Plan", "Design#Goals"));
+}
+
+TEST(VaultBrowserParse, FrontmatterSplitEdgeCases) {
+    // No front matter at all.
+    VaultFile plain = VaultBrowser::parse("# Title\n---\nbody");
+    EXPECT_TRUE(plain.frontmatter.empty());
+    EXPECT_EQ(plain.body, "# Title\n---\nbody");
+
+    // An opening line without a closing one: the body stays whole.
+    VaultFile unclosed = VaultBrowser::parse("---\ntitle: x\nbody");
+    EXPECT_TRUE(unclosed.frontmatter.empty());
+    EXPECT_EQ(unclosed.body, "---\ntitle: x\nbody");
+
+    // CRLF files split the same way; the body is joined with LF.
+    VaultFile windows = VaultBrowser::parse("---\r\na: 1\r\n---\r\nline 1\r\nline 2\r\n");
+    EXPECT_THAT(windows.frontmatter, ElementsAre(Pair("a", "1")));
+    EXPECT_EQ(windows.body, "line 1\nline 2\n");
+
+    // Empty front matter, empty keys kept as written, an empty body.
+    VaultFile bare = VaultBrowser::parse("---\n: orphan\nk:\n---");
+    EXPECT_THAT(bare.frontmatter, ElementsAre(Pair("", "orphan"), Pair("k", "")));
+    EXPECT_EQ(bare.body, "");
+    EXPECT_EQ(VaultBrowser::parse("---\n---\n\nbody").body, "\nbody");
+}
+
+TEST(VaultBrowserParse, WikiLinksFollowThePattern) {
+    EXPECT_THAT(VaultBrowser::wikiLinks("[[Note|Alias]] and [[Note]]"), ElementsAre("Note"));
+    EXPECT_THAT(VaultBrowser::wikiLinks("[[Note#Heading]]"), ElementsAre("Note#Heading"));
+    EXPECT_THAT(VaultBrowser::wikiLinks("[[ 会議 ]] [[会議|a|b]] [[\n次回\n]]"),
+                ElementsAre("会議", "次回"));
+    // Nothing between the brackets, only an alias, or a "]" inside: no link.
+    EXPECT_THAT(VaultBrowser::wikiLinks("[[]] [[ |alias]] [[a]b]] [[open"), ElementsAre());
+    // An extra opening bracket belongs to the target, as in the pattern.
+    EXPECT_THAT(VaultBrowser::wikiLinks("[[[x]] [[y]]]"), ElementsAre("[x", "y"));
+}
+
+TEST_F(VaultBrowserTest, ErrorsCarryTheJapaneseDescriptions) {
+    temp_.write("vault/latin1.md", "caf\xe9");
+    temp_.write("vault/folder/note.md", "");
+
+    EXPECT_EQ(errorOf([&] { browser_.read("missing.md"); }), "見つかりません: missing.md");
+    EXPECT_EQ(errorOf([&] { browser_.read("folder"); }), "見つかりません: folder");
+    EXPECT_EQ(errorOf([&] { browser_.read("latin1.md"); }),
+              "読み込みに失敗しました: \"latin1.md\" is not UTF-8 text");
+
+    const VaultBrowser unset(manager_, "other", "another");
+    EXPECT_EQ(errorOf([&] { unset.list(); }), "保存先フォルダが未設定です");
+    EXPECT_EQ(errorOf([&] { unset.read("folder/note.md"); }), "保存先フォルダが未設定です");
+    EXPECT_EQ(errorOf([&] { unset.search("note"); }), "保存先フォルダが未設定です");
+
+    // The folder is handed out but cannot be opened (a file stands where it should be).
+    const fs::path file = temp_.write("not-a-folder", "");
+    const VaultBrowser denied([file] { return std::optional<ScopedURL>(ScopedURL{file, [] {}}); });
+    EXPECT_EQ(errorOf([&] { denied.list(); }), "保存先フォルダにアクセスできません");
+    EXPECT_EQ(errorOf([&] { denied.read("x.md"); }), "保存先フォルダにアクセスできません");
+}
+
+TEST_F(VaultBrowserTest, FallbackKeyIsTriedWhenTheFirstGivesNoFolder) {
+    temp_.write("vault/a.md", "a");
+    const VaultBrowser browser(manager_, "unset", "vault");
+    EXPECT_THAT(pathsOf(browser.list()), ElementsAre("a.md"));
+    EXPECT_EQ(browser.read("a.md").body, "a");
+}
+
+TEST_F(VaultBrowserTest, EveryOperationReleasesTheFolderOnce) {
+    temp_.write("vault/a.md", "a");
+    auto releases = std::make_shared<int>(0);
+    const VaultBrowser browser([this, releases] {
+        return std::optional<ScopedURL>(ScopedURL{vault_, [releases] { ++*releases; }});
+    });
+    browser.list();
+    browser.read("a.md");
+    browser.search("a");
+    EXPECT_THROW(browser.read("missing.md"), VaultBrowser::Error);
+    EXPECT_EQ(*releases, 4);
+}
+
+TEST_F(VaultBrowserTest, PathsLeavingTheVaultAreNotFound) {
+    temp_.write("secret.md", "outside");
+    temp_.write("outside/other.md", "outside");
+    temp_.write("vault/inside.md", "inside");
+    fs::create_symlink(temp_.path() / "secret.md", vault_ / "leak.md");
+    fs::create_directory_symlink(temp_.path() / "outside", vault_ / "portal");
+    fs::create_symlink(vault_ / "inside.md", vault_ / "alias.md");
+    fs::create_directory_symlink(vault_, vault_ / "loop");
+
+    for (const std::string& path : std::vector<std::string>{
+             "../secret.md", (temp_.path() / "secret.md").string(), "inside.md/../../secret.md",
+             "leak.md", "portal/other.md", "", "."}) {
+        SCOPED_TRACE(path);
+        EXPECT_EQ(errorOf([&] { browser_.read(path); }), "見つかりません: " + path);
+    }
+    EXPECT_EQ(browser_.read("alias.md").body, "inside");
+
+    // Links are never descended into; a link to a note is listed only when the note is inside.
+    setAllModified(kTenOClock);
+    EXPECT_THAT(pathsOf(browser_.list()), ElementsAre("alias.md", "inside.md"));
+}
+
+TEST_F(VaultBrowserTest, SearchMatchesNoteNamesWithoutExtension) {
+    temp_.write("vault/Note 2.md", "");
+    temp_.write("vault/my NOTE.markdown", "");
+    temp_.write("vault/notes/other.md", "");
+    temp_.write("vault/note.txt", "");
+    temp_.write("vault/会議メモ.md", "");
+    temp_.write("vault/cafe\xcc\x81.md", "");  // decomposed é
+    setAllModified(kTenOClock);
+
+    EXPECT_THAT(pathsOf(browser_.search("  note \n")),
+                ElementsAre("my NOTE.markdown", "Note 2.md"));
+    EXPECT_THAT(pathsOf(browser_.search("md")), ElementsAre());
+    EXPECT_THAT(pathsOf(browser_.search("メモ")), ElementsAre("会議メモ.md"));
+    EXPECT_THAT(pathsOf(browser_.search("CAFÉ")), ElementsAre("cafe\xcc\x81.md"));
+    EXPECT_EQ(browser_.search(" ").size(), 5u);
+}
+
+}  // namespace
+}  // namespace kelvo

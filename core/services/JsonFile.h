@@ -1,0 +1,42 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "core/models/Json.h"
+#include "core/support/AtomicFile.h"
+
+namespace kelvo {
+
+/// Reading and writing the stores' JSON files: one pretty-printed top-level value per file.
+/// Every error names the file, so a message on its own tells the user which file is damaged.
+namespace jsonfile {
+
+/// Parses a file's contents. Throws DecodingError "<path>: invalid JSON: ..." on malformed data.
+Json parse(const std::filesystem::path& path, std::string_view data);
+
+/// Reads and decodes a whole file as T. Throws FileError when it cannot be read and DecodingError
+/// "<path>: <what is wrong>" when it is not valid JSON or does not fit T.
+template <typename T>
+T read(const std::filesystem::path& path) {
+    const Json document = parse(path, readWholeFile(path));
+    try {
+        return json::Decode<T>::from(document);
+    } catch (const DecodingError& error) {
+        throw DecodingError(path.string() + ": " + error.what());
+    }
+}
+
+/// Two-space indented JSON; non-ASCII text is written as UTF-8, not escaped. Malformed UTF-8 in
+/// a text is written as U+FFFD rather than failing, as such text cannot be typed in the first
+/// place.
+std::string prettyPrinted(const Json& value);
+
+/// Whether something exists at `path`. A path whose status cannot be determined (for example a
+/// folder without search permission) counts as existing, so the read reports the real error.
+bool exists(const std::filesystem::path& path);
+
+}  // namespace jsonfile
+
+}  // namespace kelvo

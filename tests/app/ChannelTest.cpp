@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+
+#include <QCoroTask>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KelvoVoiceMac/Channel.h"
+#include "fakes/TestEventLoop.h"
+#include "fakes/WaitUntil.h"
+
+namespace kelvo::test {
+namespace {
+
+using app::Channel;
+
+QCoro::Task<> readAll(std::shared_ptr<Channel<int>> channel, std::vector<int>& received,
+                      bool& ended, std::thread::id& resumedOn) {
+    while (std::optional<int> value = co_await channel->next()) {
+        received.push_back(*value);
+        resumedOn = std::this_thread::get_id();
+    }
+    ended = true;
+}
+
+TEST(ChannelTest, AwaitingReaderResumesOnItsOwnThreadForValuesAndEndSentFromAnotherThread) {
+    ensureCoreApplication();
+    auto channel = std::make_shared<Channel<int>>();
+    std::vector<int> received;
+    bool ended = false;
+    std::thread::id resumedOn;
+    readAll(channel, received, ended, resumedOn);
+    EXPECT_TRUE(received.empty());
+
+    std::thread writer([channel] {
+        for (int i = 1; i <= 500; ++i) {
+            channel->send(i);
+        }
+        channel->close();
+        channel->send(999);  // after close: ignored
+    });
+    writer.join();
+    EXPECT_TRUE(received.empty()) << "resumption must be posted, never run on the writer";
+
+    ASSERT_TRUE(waitUntil([&] { return ended; }));
+    ASSERT_EQ(received.size(), 500u);
+    for (int i = 0; i < 500; ++i) {
+        ASSERT_EQ(received[i], i + 1);
+    }
+    EXPECT_EQ(resumedOn, std::this_thread::get_id());
+}
+
+TEST(ChannelTest, ReaderDrainsWhatWasBufferedBeforeCloseThenSeesTheEnd) {
+    Channel<std::string> channel;
+    channel.send("a");
+    channel.send("b");
+    channel.close();
+    channel.close();
+    channel.send("c");
+    EXPECT_TRUE(channel.isClosed());
+    EXPECT_EQ(channel.receive(), "a");
+    EXPECT_EQ(channel.tryReceive(), "b");
+    EXPECT_EQ(channel.receive(), std::nullopt);
+    EXPECT_EQ(channel.receive(), std::nullopt);
+}
+
+TEST(ChannelTest, BlockingReceiveWakesForValuesAndCloseFromOtherThreads) {
+    auto channel = std::make_shared<Channel<int>>();
+    std::vector<int> received;
+    std::thread reader([&] {
+        while (std::optional<int> value = channel->receive()) {
+            received.push_back(*value);
+        }
+    });
+    std::vector<std::thread> writers;
+    for (int w = 0; w < 4; ++w) {
+        writers.emplace_back([channel, w] {
+            for (int i = 0; i < 250; ++i) {
+                channel->send(w * 1000 + i);
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    channel->close();
+    reader.join();
+    ASSERT_EQ(received.size(), 1000u);
+    // Each writer's values keep their order.
+    std::vector<int> last(4, -1);
+    for (int value : received) {
+        EXPECT_GT(value % 1000, last[value / 1000]);
+        last[value / 1000] = value % 1000;
+    }
+}
+
+}  // namespace
+}  // namespace kelvo::test

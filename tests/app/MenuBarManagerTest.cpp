@@ -1,0 +1,416 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KelvoVoiceMac/MenuBarManager.h"
+#include "fakes/FakeAudioSource.h"
+#include "fakes/FakeClock.h"
+#include "fakes/FakePreferences.h"
+#include "fakes/FakeRecognizer.h"
+#include "fakes/FakeStatusItemPresenter.h"
+#include "fakes/FakeTextInserter.h"
+#include "fakes/InMemoryDictionaryStore.h"
+#include "fakes/RecordingSystemLog.h"
+#include "fakes/RecordingTraceOutput.h"
+#include "fakes/TestEventLoop.h"
+
+namespace kelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+using app::RecordingState;
+using app::TranscriptionEvent;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+DictionaryEntry entry(std::string canonical, std::vector<std::string> misrecognitions) {
+    DictionaryEntry result;
+    result.id = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
+    result.canonicalText = std::move(canonical);
+    result.commonMisrecognitions = std::move(misrecognitions);
+    return result;
+}
+
+class MenuBarManagerTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ensureCoreApplication(); }
+
+    void TearDown() override {
+        // Let every task end before the manager and the fakes go away.
+        runFor(clock, 5s);
+    }
+
+    void build(bool withEngine = true) {
+        std::shared_ptr<const DictionaryCorrectionEngine> engine;
+        if (withEngine) {
+            engine = std::make_shared<DictionaryCorrectionEngine>(store);
+        }
+        manager = std::make_unique<app::MenuBarManager>(app::MenuBarManager::Dependencies{
+            audio, speech, inserter, store, engine, preferences, clock, log, trace, status});
+        journal.clear();
+    }
+
+    // Starts from the menu and lets the microphone open.
+    void startRecording() {
+        ASSERT_TRUE(manager->startDictation("menu"));
+        runFor(clock, audio.startDelay);
+        ASSERT_EQ(manager->recordingState(), RecordingState::recording);
+        ASSERT_FALSE(manager->isTransitioning());
+    }
+
+    std::vector<std::string> logLines() const { return log.lines; }
+
+    std::vector<std::string> journal;
+    FakeClock clock;
+    RecordingSystemLog log{&journal};
+    RecordingTraceOutput trace{&journal};
+    FakeStatusItemPresenter status{&journal};
+    FakeAudioSource audio{clock, &journal};
+    FakeRecognizer speech{clock, &journal};
+    FakeTextInserter inserter{clock, &journal};
+    FakePreferences preferences;
+    std::shared_ptr<InMemoryDictionaryStore> store = std::make_shared<InMemoryDictionaryStore>(
+        std::vector<DictionaryEntry>{entry("KelvoVoice", {"ケルボボイス"})});
+    std::unique_ptr<app::MenuBarManager> manager;
+};
+
+TEST_F(MenuBarManagerTest, ConstructionRegistersTheFillerDefaultAndShowsIdle) {
+    build();
+    EXPECT_EQ(preferences.defaults.at("kvmac_fillerRemovalEnabled"), true);
+    EXPECT_THAT(status.refreshes, ElementsAre(RecordingState::idle));
+    EXPECT_TRUE(status.dictationItemEnabled);
+    EXPECT_EQ(manager->dictionaryStore(), store);
+}
+
+TEST_F(MenuBarManagerTest, MenuStartAndStopRunTheWholeSessionInOrder) {
+    build();
+    EXPECT_TRUE(manager->startDictation("menu"));
+    // The requester returns before the start task runs.
+    EXPECT_TRUE(manager->isTransitioning());
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+    EXPECT_THAT(journal,
+                ElementsAre("item: disabled", "log: [KelvoVoice] Starting dictation trigger=menu"));
+    runFor(clock, 50ms);
+    EXPECT_EQ(manager->recordingState(), RecordingState::recording);
+    EXPECT_FALSE(manager->isTransitioning());
+    EXPECT_THAT(speech.contextualStrings, ElementsAre("KelvoVoice"));
+
+    speech.send(TranscriptionEvent::partial("こんにち"));
+    speech.send(TranscriptionEvent::final_("こんにちは"));
+    speech.send(TranscriptionEvent::partial("ケルボボイス"));
+    settle(clock);
+    EXPECT_EQ(manager->confirmedText(), "こんにちは");
+    EXPECT_EQ(manager->partialText(), "ケルボボイス");
+
+    EXPECT_TRUE(manager->stopDictation("menu"));
+    runFor(clock, 100ms);
+
+    EXPECT_THAT(
+        journal,
+        ElementsAre("item: disabled", "log: [KelvoVoice] Starting dictation trigger=menu",
+                    "speech: hints 1", "capture: start", "capture: started", "speech: start",
+                    "status: recording", "item: enabled", "trace: [Partial] こんにち",
+                    "trace: [Final] こんにちは", "trace: [Partial] ケルボボイス", "item: disabled",
+                    "log: [KelvoVoice] Stopping dictation trigger=menu", "capture: stop",
+                    "speech: stop", "speech: stopped",
+                    "log: [KelvoVoice] Dictionary corrections applied count=1",
+                    "insert: こんにちはKelvoVoice", "status: idle", "item: enabled"));
+    EXPECT_THAT(inserter.insertions, ElementsAre(std::make_pair("こんにちはKelvoVoice", true)));
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+    EXPECT_FALSE(manager->isTransitioning());
+    EXPECT_EQ(manager->confirmedText(), "");
+    EXPECT_EQ(manager->partialText(), "");
+    EXPECT_EQ(manager->lastInsertedText(), "こんにちはKelvoVoice");
+}
+
+TEST_F(MenuBarManagerTest, MenuActionTogglesBetweenStartAndStop) {
+    build();
+    manager->startDictation();
+    runFor(clock, 50ms);
+    EXPECT_EQ(manager->recordingState(), RecordingState::recording);
+    manager->startDictation();
+    runFor(clock, 100ms);
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+    EXPECT_THAT(logLines(), ElementsAre("[KelvoVoice] Starting dictation trigger=menu",
+                                        "[KelvoVoice] Stopping dictation trigger=menu"));
+}
+
+TEST_F(MenuBarManagerTest, HoldStopDrainsFinalPartialFor650MillisecondsWhileRecognitionRuns) {
+    build();
+    startRecording();
+    speech.send(TranscriptionEvent::final_("テスト"));
+    EXPECT_TRUE(manager->stopDictation("fn-hold"));
+    runFor(clock, 649ms);
+    EXPECT_EQ(audio.stopCount, 0);
+    // Words spoken just before the release still arrive during the drain.
+    speech.send(TranscriptionEvent::partial("です"));
+    runFor(clock, 1ms);
+    EXPECT_EQ(audio.stopCount, 1);
+    runFor(clock, 100ms);
+    EXPECT_THAT(logLines(),
+                ElementsAre("[KelvoVoice] Starting dictation trigger=menu",
+                            "[KelvoVoice] Stopping dictation trigger=fn-hold",
+                            "[KelvoVoice] Waiting 650ms before stopping dictation for final "
+                            "partial drain"));
+    EXPECT_THAT(inserter.insertions, ElementsAre(std::make_pair("テストです", true)));
+}
+
+TEST_F(MenuBarManagerTest, RequestsWhileIdleOrRecordingFollowTheStateTable) {
+    build();
+    EXPECT_FALSE(manager->stopDictation("menu"));
+    EXPECT_FALSE(manager->discardDictation("fn-tap"));  // silently
+    startRecording();
+    EXPECT_FALSE(manager->startDictation("fn"));
+    EXPECT_THAT(logLines(),
+                ElementsAre("[KelvoVoice] Ignored stopDictation trigger=menu because recording "
+                            "is not active",
+                            "[KelvoVoice] Starting dictation trigger=menu",
+                            "[KelvoVoice] Ignored startDictation trigger=fn because recording is "
+                            "already active"));
+    EXPECT_EQ(audio.startCount, 1);
+}
+
+TEST_F(MenuBarManagerTest, StopQueuedDuringStartRunsWithItsDrainWhenStartCompletes) {
+    build();
+    EXPECT_TRUE(manager->startDictation("fn"));
+    runFor(clock, 10ms);
+    EXPECT_TRUE(manager->stopDictation("fn-hold"));
+    EXPECT_EQ(manager->queuedStopTrigger(), "fn-hold");
+    EXPECT_FALSE(manager->startDictation("menu"));
+    runFor(clock, 40ms);
+    // The state passes through recording without clearing the transition flag.
+    EXPECT_EQ(manager->recordingState(), RecordingState::recording);
+    EXPECT_TRUE(manager->isTransitioning());
+    EXPECT_FALSE(status.dictationItemEnabled);
+    EXPECT_EQ(audio.stopCount, 0);
+    runFor(clock, 650ms);
+    EXPECT_EQ(audio.stopCount, 1);
+    runFor(clock, 100ms);
+    EXPECT_THAT(
+        logLines(),
+        ElementsAre("[KelvoVoice] Starting dictation trigger=fn",
+                    "[KelvoVoice] Queued stopDictation trigger=fn-hold until start "
+                    "completes",
+                    "[KelvoVoice] Ignored startDictation trigger=menu because transition "
+                    "is active",
+                    "[KelvoVoice] Running queued stop after start completed trigger=fn-hold",
+                    "[KelvoVoice] Waiting 650ms before stopping dictation for final "
+                    "partial drain"));
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+    EXPECT_FALSE(manager->isTransitioning());
+    EXPECT_TRUE(status.dictationItemEnabled);
+    EXPECT_THAT(status.refreshes,
+                ElementsAre(RecordingState::idle, RecordingState::recording, RecordingState::idle));
+}
+
+TEST_F(MenuBarManagerTest, QueuedRequestsCombineLatestStopWinsAndDiscardOverrides) {
+    build();
+    // Two stops: only the second trigger is kept (so no drain wait).
+    manager->startDictation("fn");
+    manager->stopDictation("fn-hold");
+    manager->stopDictation("menu");
+    runFor(clock, 50ms);
+    EXPECT_THAT(log.lines.back(),
+                "[KelvoVoice] Running queued stop after start completed trigger=menu");
+    runFor(clock, 100ms);
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+
+    // Discard then stop: both accepted, the discard runs and the stop is dropped.
+    log.lines.clear();
+    manager->startDictation("fn");
+    EXPECT_TRUE(manager->discardDictation("fn-tap"));
+    EXPECT_TRUE(manager->queuedDiscard());
+    EXPECT_TRUE(manager->stopDictation("fn-hold"));
+    runFor(clock, 50ms);
+    speech.send(TranscriptionEvent::final_("捨てる"));
+    runFor(clock, 100ms);
+    EXPECT_THAT(logLines(),
+                ElementsAre("[KelvoVoice] Starting dictation trigger=fn",
+                            "[KelvoVoice] Queued discard trigger=fn-tap until start completes",
+                            "[KelvoVoice] Queued stopDictation trigger=fn-hold until start "
+                            "completes",
+                            "[KelvoVoice] Running queued discard after start completed"));
+
+    // Stop then discard: the discard clears the queued stop and runs alone.
+    log.lines.clear();
+    manager->startDictation("fn");
+    manager->stopDictation("fn-hold");
+    manager->discardDictation("fn-tap");
+    EXPECT_FALSE(manager->queuedStopTrigger().has_value());
+    runFor(clock, 200ms);
+    EXPECT_THAT(logLines(),
+                ElementsAre("[KelvoVoice] Starting dictation trigger=fn",
+                            "[KelvoVoice] Queued stopDictation trigger=fn-hold until start "
+                            "completes",
+                            "[KelvoVoice] Queued discard trigger=fn-tap until start completes",
+                            "[KelvoVoice] Running queued discard after start completed"));
+    EXPECT_THAT(inserter.insertions, IsEmpty());
+    EXPECT_FALSE(manager->queuedDiscard());
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+}
+
+TEST_F(MenuBarManagerTest, EveryRequestDuringAFinishIsIgnored) {
+    build();
+    startRecording();
+    speech.send(TranscriptionEvent::final_("途中"));
+    inserter.insertDelay = 100ms;
+    manager->stopDictation("fn-hold");
+    for (auto step : {1ms, 700ms, 50ms}) {  // during the drain, the recogniser stop, the insertion
+        runFor(clock, step);
+        log.lines.clear();
+        EXPECT_TRUE(manager->isTransitioning());
+        EXPECT_FALSE(manager->startDictation("fn"));
+        EXPECT_FALSE(manager->stopDictation("fn-toggle-off"));
+        EXPECT_FALSE(manager->discardDictation("fn-tap"));
+        EXPECT_FALSE(manager->pasteLastText());
+        EXPECT_THAT(log.lines,
+                    ElementsAre("[KelvoVoice] Ignored startDictation trigger=fn because "
+                                "transition is active",
+                                "[KelvoVoice] Ignored stopDictation trigger=fn-toggle-off because "
+                                "transition is active",
+                                "[KelvoVoice] Ignored discard trigger=fn-tap because transition "
+                                "is active",
+                                "[KelvoVoice] Ignored pasteLastText because transition is active"));
+    }
+    EXPECT_THAT(inserter.insertions, ElementsAre(std::make_pair("途中", true)));
+    runFor(clock, 100ms);
+    EXPECT_FALSE(manager->isTransitioning());
+}
+
+TEST_F(MenuBarManagerTest, CaptureFailureDropsQueuedRequestsAndReturnsToIdle) {
+    build();
+    audio.failure = "Microphone permission denied";
+    manager->startDictation("fn");
+    manager->stopDictation("fn-hold");
+    manager->discardDictation("fn-tap");
+    runFor(clock, 200ms);
+    EXPECT_THAT(
+        trace.lines,
+        ElementsAre("[KelvoVoice] Failed to start dictation: Microphone permission denied"));
+    EXPECT_THAT(logLines(),
+                ElementsAre("[KelvoVoice] Starting dictation trigger=fn",
+                            "[KelvoVoice] Queued stopDictation trigger=fn-hold until start "
+                            "completes",
+                            "[KelvoVoice] Queued discard trigger=fn-tap until start completes"));
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+    EXPECT_FALSE(manager->isTransitioning());
+    EXPECT_FALSE(manager->queuedDiscard());
+    EXPECT_FALSE(manager->queuedStopTrigger().has_value());
+    EXPECT_TRUE(status.dictationItemEnabled);
+    EXPECT_EQ(status.refreshes.back(), RecordingState::idle);
+    // The finish routine still stopped whatever might have started.
+    EXPECT_EQ(audio.stopCount, 1);
+    EXPECT_EQ(speech.stopCount, 1);
+    EXPECT_THAT(inserter.insertions, IsEmpty());
+    // The session works again afterwards.
+    audio.failure.reset();
+    startRecording();
+}
+
+TEST_F(MenuBarManagerTest, DiscardWhileRecordingInsertsNothingAndClearsTexts) {
+    build();
+    startRecording();
+    speech.send(TranscriptionEvent::final_("ケルボボイス"));
+    speech.send(TranscriptionEvent::partial("えーと"));
+    settle(clock);
+    EXPECT_TRUE(manager->discardDictation("fn-tap"));
+    runFor(clock, 100ms);
+    EXPECT_THAT(logLines(), ElementsAre("[KelvoVoice] Starting dictation trigger=menu",
+                                        "[KelvoVoice] Discarding dictation trigger=fn-tap"));
+    EXPECT_THAT(inserter.insertions, IsEmpty());
+    EXPECT_EQ(manager->confirmedText(), "");
+    EXPECT_EQ(manager->partialText(), "");
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+}
+
+TEST_F(MenuBarManagerTest, NothingIsInsertedWhenNoWordsOrOnlyFillersRemain) {
+    build();
+    startRecording();
+    manager->stopDictation("menu");
+    runFor(clock, 100ms);
+    EXPECT_THAT(inserter.insertions, IsEmpty());
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+
+    startRecording();
+    speech.finalOnStop = "えーと";  // the recogniser's last result arrives during its stop
+    manager->stopDictation("menu");
+    runFor(clock, 100ms);
+    EXPECT_THAT(trace.lines, ElementsAre("[Final] えーと"));
+    EXPECT_EQ(log.lines.back(), "[KelvoVoice] Filler removal applied");
+    EXPECT_THAT(inserter.insertions, IsEmpty());
+    EXPECT_FALSE(manager->isTransitioning());
+}
+
+TEST_F(MenuBarManagerTest, FillerRemovalFollowsThePreferenceReadAtEachStop) {
+    build();
+    startRecording();
+    speech.send(TranscriptionEvent::final_("えーとテスト"));
+    manager->stopDictation("menu");
+    runFor(clock, 100ms);
+    EXPECT_EQ(log.lines.back(), "[KelvoVoice] Filler removal applied");
+    EXPECT_THAT(inserter.insertions, ElementsAre(std::make_pair("テスト", true)));
+
+    preferences.setBool("kvmac_fillerRemovalEnabled", false);
+    startRecording();
+    speech.send(TranscriptionEvent::final_("えーとテスト"));
+    manager->stopDictation("menu");
+    runFor(clock, 100ms);
+    EXPECT_EQ(log.lines.back(), "[KelvoVoice] Stopping dictation trigger=menu");
+    EXPECT_EQ(inserter.insertions.back().first, "えーとテスト");
+}
+
+TEST_F(MenuBarManagerTest, WithoutADictionaryEngineThereAreNoHintsAndNoCorrections) {
+    build(false);
+    startRecording();
+    speech.send(TranscriptionEvent::final_("ケルボボイス"));
+    manager->stopDictation("menu");
+    runFor(clock, 100ms);
+    EXPECT_THAT(journal, ::testing::Not(::testing::Contains("speech: hints 1")));
+    EXPECT_THAT(inserter.insertions, ElementsAre(std::make_pair("ケルボボイス", true)));
+}
+
+TEST_F(MenuBarManagerTest, FailedInsertionKeepsTheTextForPastingAgain) {
+    build();
+    EXPECT_FALSE(manager->pasteLastText());
+    inserter.result = false;
+    startRecording();
+    speech.send(TranscriptionEvent::final_("大事な話"));
+    manager->stopDictation("menu");
+    runFor(clock, 100ms);
+    EXPECT_EQ(log.lines.back(),
+              "[KelvoVoice] Insertion failed; dictated text kept for pasting again");
+    EXPECT_EQ(manager->lastUninsertedText(), "大事な話");
+    EXPECT_FALSE(manager->lastInsertedText().has_value());
+
+    inserter.result = true;
+    EXPECT_TRUE(manager->pasteLastText());
+    EXPECT_TRUE(manager->isTransitioning());
+    EXPECT_FALSE(status.dictationItemEnabled);
+    runFor(clock, 100ms);
+    EXPECT_FALSE(manager->isTransitioning());
+    EXPECT_TRUE(status.dictationItemEnabled);
+    EXPECT_EQ(manager->lastInsertedText(), "大事な話");
+    EXPECT_FALSE(manager->lastUninsertedText().has_value());
+
+    // The last inserted text can be pasted again as well, but not while recording.
+    startRecording();
+    EXPECT_FALSE(manager->pasteLastText());
+    manager->discardDictation("menu");
+    runFor(clock, 100ms);
+    EXPECT_TRUE(manager->pasteLastText());
+    runFor(clock, 100ms);
+    EXPECT_THAT(inserter.insertions,
+                ElementsAre(std::make_pair("大事な話", true), std::make_pair("大事な話", true),
+                            std::make_pair("大事な話", true)));
+    EXPECT_THAT(logLines(),
+                ::testing::IsSupersetOf(
+                    {"[KelvoVoice] Ignored pasteLastText because there is no dictated text",
+                     "[KelvoVoice] Pasting last dictated text again",
+                     "[KelvoVoice] Ignored pasteLastText because recording is active"}));
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -1,0 +1,430 @@
+#include <gtest/gtest.h>
+
+#include <QCoroTask>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KelvoVoiceMac/SpeechService.h"
+#include "fakes/FakeClock.h"
+#include "fakes/FakeModelEngine.h"
+#include "fakes/FakeSegmentRecognizerProvider.h"
+#include "fakes/SynchronizedTraceOutput.h"
+#include "fakes/TestEventLoop.h"
+#include "fakes/WaitUntil.h"
+
+namespace kelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+using app::AudioBuffer;
+using app::Channel;
+using app::SpeechService;
+using app::TranscriptionEvent;
+using platform::AssetStatus;
+
+const std::string checkLineInstalled =
+    "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP supportedCount=3 "
+    "installedCount=1 assetStatus=installed";
+const std::string usingAnalyzerLine = "[SpeechService] Using SpeechAnalyzer/SpeechTranscriber";
+
+std::string fallbackLine(const std::string& description) {
+    return "[SpeechService] SpeechAnalyzer unavailable: " + description +
+           ". Falling back to SFSpeechRecognizer";
+}
+
+std::vector<TranscriptionEvent> drainEvents(Channel<TranscriptionEvent>& events) {
+    std::vector<TranscriptionEvent> all;
+    while (std::optional<TranscriptionEvent> event = events.receive()) {
+        all.push_back(*event);
+    }
+    return all;
+}
+
+AudioBuffer buffer(std::size_t frames) { return AudioBuffer{std::vector<std::int16_t>(frames, 100)}; }
+
+class SpeechServiceTest : public ::testing::Test {
+protected:
+    SpeechServiceTest() {
+        ensureCoreApplication();
+        service = std::make_shared<SpeechService>(engine, recognizers, clock, trace);
+    }
+
+    // Starts a dictation and waits until the service has settled on an engine (or given up).
+    std::shared_ptr<Channel<TranscriptionEvent>> start() {
+        events = service->startTranscription(audio);
+        EXPECT_TRUE(waitUntil([&] { return service->activeEngine().has_value() || events->isClosed(); }));
+        return events;
+    }
+
+    void stop() { QCoro::waitFor(service->stop()); }
+
+    std::vector<std::string> lines() const { return trace.lines(); }
+
+    void expectFallsBackWith(const std::string& description) {
+        start();
+        EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
+        EXPECT_TRUE(trace.contains(fallbackLine(description))) << ::testing::PrintToString(lines());
+        EXPECT_FALSE(trace.contains(usingAnalyzerLine));
+    }
+
+    FakeClock clock;
+    SynchronizedTraceOutput trace;
+    FakeModelEngine engine;
+    FakeSegmentRecognizerProvider recognizers;
+    std::shared_ptr<SpeechService> service;
+    std::shared_ptr<Channel<AudioBuffer>> audio = std::make_shared<Channel<AudioBuffer>>();
+    std::shared_ptr<Channel<TranscriptionEvent>> events;
+};
+
+TEST_F(SpeechServiceTest, ContextualStringsAreTrimmedFilteredAndCappedAtOneHundred) {
+    service->setContextualStrings({"  東京駅\n", "", " \t\r\n", "\u3000渋谷\u3000", "渋谷", "Kelvo"});
+    EXPECT_EQ(service->contextualStrings(),
+              (std::vector<std::string>{"東京駅", "渋谷", "渋谷", "Kelvo"}));
+
+    std::vector<std::string> many;
+    for (int i = 0; i < 150; ++i) {
+        many.push_back(i % 10 == 0 ? " " : "term" + std::to_string(i));
+    }
+    service->setContextualStrings(many);
+    ASSERT_EQ(service->contextualStrings().size(), 100u);
+    EXPECT_EQ(service->contextualStrings().front(), "term1");
+    EXPECT_EQ(service->contextualStrings().back(), "term111");
+
+    std::vector<std::string> hundred(100, "語");
+    service->setContextualStrings(hundred);
+    EXPECT_EQ(service->contextualStrings(), hundred);
+
+    service->setContextualStrings({});
+    EXPECT_TRUE(service->contextualStrings().empty());
+}
+
+TEST_F(SpeechServiceTest, InstalledAssetsStartTheAnalyzerWithHintsAndDeliverItsResults) {
+    service->setContextualStrings({"東京", " 渋谷 "});
+    start();
+    ASSERT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
+    EXPECT_EQ(lines(), (std::vector<std::string>{checkLineInstalled,
+                                                 "[SpeechService] contextualStrings applied count=2",
+                                                 usingAnalyzerLine}));
+    FakeModelTranscriber* transcriber = engine.transcriber();
+    ASSERT_NE(transcriber, nullptr);
+    EXPECT_EQ(transcriber->locale(), "ja-JP");
+    EXPECT_EQ(transcriber->appliedContextualStrings(), (std::vector<std::string>{"東京", "渋谷"}));
+
+    audio->send(buffer(1365));
+    audio->send(buffer(1366));
+    EXPECT_TRUE(waitUntil([&] { return transcriber->analyzedSampleCount() == 2731; }));
+
+    transcriber->pushResult("こんにち", false);
+    transcriber->pushResult("こんにちは。", true);
+    EXPECT_EQ(events->receive(), TranscriptionEvent::partial("こんにち"));
+    EXPECT_EQ(events->receive(), TranscriptionEvent::final_("こんにちは。"));
+    EXPECT_TRUE(waitUntil([&] { return trace.contains("[SpeechService] SpeechAnalyzer final: こんにちは。"); }));
+    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer partial: こんにち"));
+    EXPECT_EQ(engine.installationRequests(), 0);
+
+    audio->close();
+    stop();
+}
+
+TEST_F(SpeechServiceTest, HintsThatCannotBeAppliedAreTracedAndEmptyHintsApplyNothing) {
+    engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
+        transcriber.contextFailure = "prompt too long";
+    };
+    service->setContextualStrings({"東京"});
+    start();
+    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
+    EXPECT_TRUE(trace.contains("[SpeechService] Failed to apply contextualStrings: prompt too long"));
+    audio->close();
+    stop();
+
+    engine.configureTranscriber = nullptr;
+    service->setContextualStrings({" ", "\n"});
+    audio = std::make_shared<Channel<AudioBuffer>>();
+    start();
+    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
+    for (const std::string& line : lines()) {
+        EXPECT_EQ(line.find("contextualStrings applied"), std::string::npos) << line;
+    }
+    audio->close();
+    stop();
+}
+
+TEST_F(SpeechServiceTest, EveryAssetStatusDecidesBetweenAnalyzerInstallationAndFallback) {
+    // Unsupported and unknown fall back at once, without an installation request.
+    for (AssetStatus status : {AssetStatus::unsupported, AssetStatus::unknown}) {
+        FakeModelEngine localEngine;
+        localEngine.statuses = {status};
+        SynchronizedTraceOutput localTrace;
+        auto localService = std::make_shared<SpeechService>(localEngine, recognizers, clock, localTrace);
+        auto localEvents = localService->startTranscription(audio);
+        ASSERT_TRUE(waitUntil([&] { return localService->activeEngine().has_value(); }));
+        const std::string name(platform::assetStatusName(status));
+        EXPECT_EQ(localTrace.lines(),
+                  (std::vector<std::string>{
+                      "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP "
+                      "supportedCount=3 installedCount=1 assetStatus=" + name,
+                      fallbackLine("SpeechTranscriber assets are not installed after request (status=" +
+                                   name + ")")}));
+        EXPECT_EQ(localEngine.installationRequests(), 0);
+        QCoro::waitFor(localService->stop());
+    }
+}
+
+TEST_F(SpeechServiceTest, SupportedAssetsAreInstalledThroughTheRequestWithItsProgress) {
+    engine.statuses = {AssetStatus::supported, AssetStatus::installed};
+    engine.installation = FakeModelEngine::Installation{0.25, std::nullopt};
+    engine.installed = {};
+    start();
+    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
+    EXPECT_EQ(lines(),
+              (std::vector<std::string>{
+                  "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP "
+                  "supportedCount=3 installedCount=0 assetStatus=supported",
+                  "[SpeechService] Installing SpeechTranscriber assets progress=0.25",
+                  "[SpeechService] SpeechTranscriber asset status after install request=installed",
+                  usingAnalyzerLine}));
+    EXPECT_EQ(engine.installationsRun(), 1);
+    audio->close();
+    stop();
+}
+
+TEST_F(SpeechServiceTest, ProgressIsPrintedAsADecimalNumberAndAFailedInstallFallsBack) {
+    engine.statuses = {AssetStatus::downloading};
+    engine.installation = FakeModelEngine::Installation{0, std::string("model download failed")};
+    expectFallsBackWith("model download failed");
+    EXPECT_TRUE(trace.contains("[SpeechService] Installing SpeechTranscriber assets progress=0.0"));
+    EXPECT_FALSE(trace.contains(
+        "[SpeechService] SpeechTranscriber asset status after install request=downloading"));
+    stop();
+}
+
+TEST_F(SpeechServiceTest, DownloadingWithoutARequestReadsTheStatusOnceMoreAndFallsBack) {
+    engine.statuses = {AssetStatus::downloading, AssetStatus::downloading};
+    expectFallsBackWith(
+        "SpeechTranscriber assets are not installed after request (status=downloading)");
+    EXPECT_EQ(engine.installationRequests(), 1);
+    EXPECT_EQ(engine.installationsRun(), 0);
+    EXPECT_TRUE(trace.contains(
+        "[SpeechService] SpeechTranscriber asset status after install request=downloading"));
+    EXPECT_FALSE(trace.contains("[SpeechService] Installing SpeechTranscriber assets progress=0.0"));
+    stop();
+}
+
+TEST_F(SpeechServiceTest, ModuleLocaleAndPrepareFailuresFallBackWithTheirDescriptions) {
+    engine.available = false;
+    expectFallsBackWith("SpeechTranscriber is not available on this device");
+    EXPECT_EQ(lines().size(), 1u) << "no check line when the module is missing";
+    stop();
+
+    engine.available = true;
+    engine.equivalent = std::nullopt;
+    audio = std::make_shared<Channel<AudioBuffer>>();
+    expectFallsBackWith("SpeechTranscriber does not support locale ja-JP (supportedCount=3)");
+    stop();
+
+    engine.equivalent = "ja-JP";
+    engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
+        transcriber.prepareFailure = "ggml-base.bin: bad magic";
+    };
+    audio = std::make_shared<Channel<AudioBuffer>>();
+    expectFallsBackWith("ggml-base.bin: bad magic");
+    stop();
+}
+
+TEST_F(SpeechServiceTest, StoppingTheAnalyzerDeliversOutstandingFinalsBeforeTheStreamEnds) {
+    engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
+        transcriber.finalsOutstandingAtFinalize = {"明日の会議の", "資料です。"};
+    };
+    start();
+    FakeModelTranscriber* transcriber = engine.transcriber();
+    transcriber->pushResult("明日の", false);
+    audio->send(buffer(4096));
+    audio->close();  // capture stops first
+    stop();
+    EXPECT_TRUE(transcriber->inputFinished());
+    EXPECT_EQ(drainEvents(*events),
+              (std::vector<TranscriptionEvent>{TranscriptionEvent::partial("明日の"),
+                                               TranscriptionEvent::final_("明日の会議の"),
+                                               TranscriptionEvent::final_("資料です。")}));
+    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
+    EXPECT_FALSE(service->activeEngine().has_value());
+}
+
+TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
+    // Finalisation fails: traced, the analyser is cancelled, stop completes.
+    engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
+        transcriber.finalizeFailure = "decoder state lost";
+    };
+    start();
+    FakeModelTranscriber* transcriber = engine.transcriber();
+    audio->close();
+    stop();
+    EXPECT_TRUE(transcriber->wasCancelled());
+    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalize failed: decoder state lost"));
+    EXPECT_TRUE(drainEvents(*events).empty());
+
+    // The input loop fails: traced and the stream ends at once.
+    engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
+        transcriber.analyzeFailure = "out of memory";
+    };
+    audio = std::make_shared<Channel<AudioBuffer>>();
+    start();
+    audio->send(buffer(10));
+    EXPECT_TRUE(drainEvents(*events).empty());
+    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer input loop error: out of memory"));
+    engine.transcriber()->cancel();
+    stop();
+
+    // The result sequence fails: traced, the stream stays open until stop.
+    engine.configureTranscriber = nullptr;
+    audio = std::make_shared<Channel<AudioBuffer>>();
+    start();
+    engine.transcriber()->failResults("model crashed");
+    EXPECT_TRUE(waitUntil(
+        [&] { return trace.contains("[SpeechService] SpeechAnalyzer results error: model crashed"); }));
+    EXPECT_FALSE(events->isClosed());
+    audio->close();
+    stop();
+    EXPECT_TRUE(events->isClosed());
+}
+
+TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHintOptions) {
+    engine.available = false;
+    service->setContextualStrings({" 東京 ", "渋谷"});
+    start();
+    ASSERT_EQ(recognizers.requestedLocale, "ja-JP");
+    EXPECT_EQ(recognizers.authorizationRequests, 1);
+    auto tasks = recognizers.localeRecognizer->tasks();
+    ASSERT_EQ(tasks.size(), 1u);
+    EXPECT_TRUE(tasks[0]->options.shouldReportPartialResults);
+    EXPECT_TRUE(tasks[0]->options.requiresOnDeviceRecognition);
+    EXPECT_FALSE(tasks[0]->options.addsPunctuation);
+    EXPECT_EQ(tasks[0]->options.contextualStrings, (std::vector<std::string>{"東京", "渋谷"}));
+
+    audio->send(buffer(1365));
+    audio->send(buffer(1366));
+    EXPECT_TRUE(waitUntil([&] { return tasks[0]->appendedSamples() == 2731; }));
+
+    tasks[0]->deliverPartial("あした");
+    tasks[0]->deliverFinal("あしたは");
+    EXPECT_EQ(events->receive(), TranscriptionEvent::partial("あした"));
+    EXPECT_EQ(events->receive(), TranscriptionEvent::final_("あしたは"));
+
+    audio->close();
+    EXPECT_TRUE(waitUntil([&] { return tasks[0]->endAudioCount() == 1; }))
+        << "the consumer ends the current request's audio when the stream ends";
+    stop();
+}
+
+TEST_F(SpeechServiceTest, FallbackRestartsAfterAFinalAndAfterNoSpeechButNotForOtherErrors) {
+    engine.available = false;
+    recognizers.localeRecognizer->onDevice = false;
+    start();
+    auto recognizer = recognizers.localeRecognizer;
+    ASSERT_EQ(recognizer->tasks().size(), 1u);
+    EXPECT_FALSE(recognizer->tasks()[0]->options.requiresOnDeviceRecognition);
+    EXPECT_TRUE(recognizer->tasks()[0]->options.contextualStrings.empty());
+
+    // A final closes the segment; a new request takes over 0.1 s later.
+    recognizer->tasks()[0]->deliverFinal("一つ目。");
+    clock.advance(99ms);
+    EXPECT_EQ(recognizer->tasks().size(), 1u);
+    clock.advance(1ms);
+    ASSERT_EQ(recognizer->tasks().size(), 2u);
+
+    // The new request receives the following audio.
+    audio->send(buffer(800));
+    EXPECT_TRUE(waitUntil([&] { return recognizer->tasks()[1]->appendedSamples() == 800; }));
+    EXPECT_EQ(recognizer->tasks()[0]->appendedSamples(), 0u);
+
+    // "No speech detected" (1110) is silent and restarts after 0.3 s.
+    recognizer->tasks()[1]->deliverError(1110, "No speech detected");
+    clock.advance(299ms);
+    EXPECT_EQ(recognizer->tasks().size(), 2u);
+    clock.advance(1ms);
+    ASSERT_EQ(recognizer->tasks().size(), 3u);
+
+    // A cancelled request (216) is silent and does not restart.
+    recognizer->tasks()[2]->deliverError(216, "Request was canceled");
+    clock.advance(1s);
+    EXPECT_EQ(recognizer->tasks().size(), 3u);
+
+    // Other errors are traced and end recognition for this dictation.
+    recognizer->tasks()[2]->deliverError(203, "Retry");
+    clock.advance(1s);
+    EXPECT_EQ(recognizer->tasks().size(), 3u);
+
+    EXPECT_EQ(lines(), (std::vector<std::string>{
+                           fallbackLine("SpeechTranscriber is not available on this device"),
+                           "[SpeechService] Recognition error: Retry"}));
+    EXPECT_EQ(drainEvents(*events).size(), 0u + 1u * 0u + 0u + 1u * 0u + 1u * 0u + 1u * 0u + 1u)
+        << "only the first final was an event";
+}
+
+TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) {
+    engine.available = false;
+    start();
+    auto task = recognizers.localeRecognizer->tasks().at(0);
+    task->deliverPartial("途中");
+    stop();
+    EXPECT_TRUE(task->wasCancelled());
+    EXPECT_GE(task->endAudioCount(), 1);
+    EXPECT_EQ(drainEvents(*events), (std::vector<TranscriptionEvent>{TranscriptionEvent::partial("途中")}))
+        << "a final that never came is not waited for";
+    EXPECT_FALSE(service->activeEngine().has_value());
+
+    // A final that arrives after stop is not turned into a restart.
+    task->deliverFinal("遅れた");
+    task->deliverError(1110, "No speech detected");
+    clock.advance(1s);
+    EXPECT_EQ(recognizers.localeRecognizer->tasks().size(), 1u);
+    audio->close();
+}
+
+TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARecognizer) {
+    engine.available = false;
+    recognizers.localeRecognizer = nullptr;
+    recognizers.defaultRecognizer = std::make_shared<FakeSegmentRecognizer>("en-US");
+    start();
+    EXPECT_EQ(recognizers.defaultRecognizer->tasks().size(), 1u);
+    stop();
+
+    recognizers.defaultRecognizer->available = false;
+    audio = std::make_shared<Channel<AudioBuffer>>();
+    start();
+    EXPECT_TRUE(events->isClosed());
+    EXPECT_EQ(events->receive(), std::nullopt);
+    EXPECT_EQ(lines().back(), "[SpeechService] No SFSpeechRecognizer available");
+    stop();
+
+    recognizers.defaultRecognizer = nullptr;
+    audio = std::make_shared<Channel<AudioBuffer>>();
+    start();
+    EXPECT_TRUE(events->isClosed());
+    EXPECT_EQ(lines().back(), "[SpeechService] No SFSpeechRecognizer available");
+    stop();
+}
+
+TEST_F(SpeechServiceTest, StopWhenNothingStartedIsHarmless) {
+    stop();
+    stop();
+    EXPECT_TRUE(lines().empty());
+    EXPECT_FALSE(service->activeEngine().has_value());
+}
+
+TEST_F(SpeechServiceTest, TasksGiveUpOnceTheServiceIsGone) {
+    engine.available = false;
+    start();
+    auto task = recognizers.localeRecognizer->tasks().at(0);
+    service.reset();
+    task->deliverFinal("後");
+    clock.advance(1s);
+    audio->send(buffer(10));
+    audio->close();
+    EXPECT_EQ(recognizers.localeRecognizer->tasks().size(), 1u);
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -1,0 +1,51 @@
+#pragma once
+
+// FakeAudioInput stands in for the microphone: the test sets the permission answer and the device
+// format, then plays the capture thread itself with deliver(), which calls the capture handler on
+// the calling thread. It records opens, starts and closes. A permission request is answered from a
+// thread of its own, as a system prompt would be.
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <thread>
+#include <vector>
+
+#include "platform/AudioInput.h"
+
+namespace kelvo::test {
+
+class FakeAudioInput final : public platform::AudioInput {
+public:
+    ~FakeAudioInput() override;
+
+    Authorization authorization() override { return authorizationStatus; }
+    void requestAuthorization(std::function<void(bool granted)> completion) override;
+    std::optional<Format> open() override;
+    void start(std::uint32_t framesPerRead, FramesHandler handler) override;
+    void close() override;
+
+    // Calls the capture handler with one read; ignored when not started.
+    void deliver(std::span<const float> interleaved);
+    void deliver(std::span<const std::int16_t> interleaved);
+
+    Authorization authorizationStatus = Authorization::authorized;
+    bool grantsRequest = true;
+    std::optional<Format> deviceFormat = Format{48000, 2, SampleFormat::float32};
+    // When set, start() throws AudioInputError with this description.
+    std::optional<std::string> startFailure;
+
+    int authorizationRequests = 0;
+    int openCount = 0;
+    int closeCount = 0;
+    bool isStarted = false;
+    std::uint32_t requestedFramesPerRead = 0;
+
+private:
+    FramesHandler handler_;
+    std::thread answerThread_;
+};
+
+}  // namespace kelvo::test

@@ -1,0 +1,65 @@
+#pragma once
+
+// A microphone stand-in: start() takes startDelay on the fake clock (the microphone opening),
+// then throws failure when one is set, else yields a fresh audio channel; stop() closes it. Calls
+// are counted and mirrored into an optional journal ("capture: start", "capture: started",
+// "capture: stop").
+
+#include <QCoroTask>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "KelvoVoiceMac/ClockSleep.h"
+#include "KelvoVoiceMac/DictationAudioSource.h"
+#include "core/support/Error.h"
+#include "fakes/FakeClock.h"
+
+namespace kelvo::test {
+
+class FakeAudioSource final : public app::DictationAudioSource {
+  public:
+    FakeAudioSource(FakeClock& clock, std::vector<std::string>* journal = nullptr)
+        : clock_(clock), journal_(journal) {}
+
+    QCoro::Task<std::shared_ptr<app::Channel<app::AudioBuffer>>> start() override {
+        ++startCount;
+        note("capture: start");
+        co_await app::sleepFor(clock_, startDelay);
+        if (failure) {
+            note("capture: failed");
+            throw Error(*failure);
+        }
+        audio = std::make_shared<app::Channel<app::AudioBuffer>>();
+        note("capture: started");
+        co_return audio;
+    }
+
+    void stop() override {
+        ++stopCount;
+        note("capture: stop");
+        if (audio) {
+            audio->close();
+        }
+    }
+
+    platform::Clock::Duration startDelay = std::chrono::milliseconds(50);
+    std::optional<std::string> failure;
+    std::shared_ptr<app::Channel<app::AudioBuffer>> audio;
+    int startCount = 0;
+    int stopCount = 0;
+
+  private:
+    void note(const char* what) {
+        if (journal_ != nullptr) {
+            journal_->push_back(what);
+        }
+    }
+
+    FakeClock& clock_;
+    std::vector<std::string>* journal_;
+};
+
+}  // namespace kelvo::test

@@ -1,0 +1,66 @@
+#pragma once
+
+// FakeSegmentRecognitionTask records what the service does with one recognition request (audio
+// appended, end of audio, cancel) and lets the test play the recogniser's thread with deliver().
+
+#include <cstddef>
+#include <mutex>
+#include <optional>
+
+#include "platform/SegmentRecognitionTask.h"
+#include "platform/SegmentRecognizer.h"
+
+namespace kelvo::test {
+
+class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask {
+public:
+    FakeSegmentRecognitionTask(platform::SegmentRecognizer::RequestOptions options,
+                               ResultHandler handler)
+        : options(std::move(options)), handler_(std::move(handler)) {}
+
+    void appendAudio(std::span<const std::int16_t> samples16kMono) override {
+        std::lock_guard lock(mutex_);
+        appendedSamples_ += samples16kMono.size();
+    }
+    void endAudio() override {
+        std::lock_guard lock(mutex_);
+        ++endAudioCount_;
+    }
+    void cancel() override {
+        std::lock_guard lock(mutex_);
+        cancelled_ = true;
+    }
+
+    void deliver(std::optional<Result> result, std::optional<Error> error = std::nullopt) {
+        handler_(result, error);
+    }
+    void deliverPartial(std::string text) { deliver(Result{std::move(text), false}); }
+    void deliverFinal(std::string text) { deliver(Result{std::move(text), true}); }
+    void deliverError(long code, std::string description) {
+        deliver(std::nullopt, Error{code, std::move(description)});
+    }
+
+    std::size_t appendedSamples() const {
+        std::lock_guard lock(mutex_);
+        return appendedSamples_;
+    }
+    int endAudioCount() const {
+        std::lock_guard lock(mutex_);
+        return endAudioCount_;
+    }
+    bool wasCancelled() const {
+        std::lock_guard lock(mutex_);
+        return cancelled_;
+    }
+
+    const platform::SegmentRecognizer::RequestOptions options;
+
+private:
+    ResultHandler handler_;
+    mutable std::mutex mutex_;
+    std::size_t appendedSamples_ = 0;
+    int endAudioCount_ = 0;
+    bool cancelled_ = false;
+};
+
+}  // namespace kelvo::test

@@ -1,0 +1,40 @@
+#pragma once
+
+// Records every insertion (text and restore flag), takes insertDelay on the fake clock and yields
+// the scripted result. Mirrors into an optional journal ("insert: <text>").
+
+#include <QCoroTask>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "KelvoVoiceMac/ClockSleep.h"
+#include "KelvoVoiceMac/DictationTextInserter.h"
+#include "fakes/FakeClock.h"
+
+namespace kelvo::test {
+
+class FakeTextInserter final : public app::DictationTextInserter {
+  public:
+    FakeTextInserter(FakeClock& clock, std::vector<std::string>* journal = nullptr)
+        : clock_(clock), journal_(journal) {}
+
+    QCoro::Task<bool> insert(std::string text, bool restore) override {
+        if (journal_ != nullptr) {
+            journal_->push_back("insert: " + text);
+        }
+        insertions.emplace_back(text, restore);
+        co_await app::sleepFor(clock_, insertDelay);
+        co_return result;
+    }
+
+    platform::Clock::Duration insertDelay = std::chrono::milliseconds(30);
+    bool result = true;
+    std::vector<std::pair<std::string, bool>> insertions;
+
+  private:
+    FakeClock& clock_;
+    std::vector<std::string>* journal_;
+};
+
+}  // namespace kelvo::test

@@ -1,0 +1,218 @@
+#include "core/engines/VoiceInputEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/engines/LocalPlaceholderTextProcessingService.h"
+#include "core/support/Error.h"
+
+namespace kelvo {
+namespace {
+
+constexpr const char* kTokyoId = "00000000-0000-0000-0000-0000000000A1";
+constexpr const char* kAiId = "00000000-0000-0000-0000-0000000000A2";
+
+class ServiceFailure : public Error {
+  public:
+    using Error::Error;
+};
+
+class FixedDictionary : public DictionaryStore {
+  public:
+    std::vector<DictionaryEntry> loadEntries() override {
+        return {DictionaryEntry{kTokyoId, "東京", {"とうきょう"}, {}, "", 2, true, std::nullopt},
+                DictionaryEntry{kAiId, "AI", {"えーあい"}, {}, "", 1, true, std::nullopt}};
+    }
+    void saveEntries(const std::vector<DictionaryEntry>&) override {}
+};
+
+class FakeTranscription : public TranscriptionService {
+  public:
+    std::string text = "とうきょうのえーあい";
+    std::optional<std::string> failure;
+    std::vector<std::pair<std::filesystem::path, TranscriptionContext>> calls;
+
+    TranscriptionResult transcribe(const std::filesystem::path& audioFileURL,
+                                   const TranscriptionContext& context) override {
+        calls.emplace_back(audioFileURL, context);
+        if (failure) {
+            throw ServiceFailure(*failure);
+        }
+        return TranscriptionResult{text, "en", 12.0};
+    }
+};
+
+/// Returns a scripted text (or the input) and remembers every request.
+class FakeProcessing : public TextProcessingService {
+  public:
+    std::optional<std::string> reply;
+    std::optional<std::string> failure;
+    std::vector<TextProcessingRequest> calls;
+
+    std::string process(const TextProcessingRequest& request) override {
+        calls.push_back(request);
+        if (failure) {
+            throw ServiceFailure(*failure);
+        }
+        return reply.value_or(request.text);
+    }
+};
+
+class FakeHistory : public HistoryStore {
+  public:
+    std::vector<HistoryItem> appended;
+    bool fail = false;
+
+    void appendItem(const HistoryItem& item) override {
+        if (fail) {
+            throw FileError("Could not replace \"/data/history.json\": No space left on device");
+        }
+        appended.push_back(item);
+    }
+    std::vector<HistoryItem> recentItems(std::size_t) override { return appended; }
+};
+
+class VoiceInputEngineTest : public ::testing::Test {
+  protected:
+    std::shared_ptr<FakeTranscription> transcription = std::make_shared<FakeTranscription>();
+    std::shared_ptr<FakeProcessing> processing = std::make_shared<FakeProcessing>();
+    std::shared_ptr<FakeHistory> history = std::make_shared<FakeHistory>();
+    VoiceInputEngine engine{
+        transcription, processing,
+        std::make_shared<DictionaryCorrectionEngine>(std::make_shared<FixedDictionary>()), history,
+        [] { return Date{800000000.5}; }};
+
+    static VoiceInputRequest textRequest(std::string text, SummaryLevel level) {
+        VoiceInputRequest request;
+        request.rawText = std::move(text);
+        request.summaryLevel = level;
+        return request;
+    }
+    static VoiceInputRequest audioRequest(SummaryLevel level) {
+        VoiceInputRequest request;
+        request.audioFileURL = "/tmp/kelvo-recording-1.m4a";
+        request.rawText = "ignored when there is audio";
+        request.summaryLevel = level;
+        return request;
+    }
+};
+
+TEST_F(VoiceInputEngineTest, EmptyRequestGivesEmptyTextsAndOneHistoryItem) {
+    VoiceInputRequest request;
+    request.processingMode = ProcessingMode::markdown;
+    const auto result = engine.process(request);
+    EXPECT_EQ(result, (VoiceInputResult{
+                          "", "", "", "", SummaryLevel::verbatim, ProcessingMode::markdown, {}}));
+    ASSERT_EQ(history->appended.size(), 1u);
+    const HistoryItem& recorded = history->appended[0];
+    EXPECT_TRUE(isUuid(recorded.id));
+    EXPECT_EQ(recorded.createdAt, Date{800000000.5});
+    EXPECT_EQ(recorded.request, request);
+    EXPECT_EQ(recorded.result, result);
+    EXPECT_TRUE(transcription->calls.empty());
+    EXPECT_TRUE(processing->calls.empty());
+}
+
+TEST_F(VoiceInputEngineTest, AudioIsTranscribedWithHintsAndLanguageByLevel) {
+    const auto result = engine.process(audioRequest(SummaryLevel::verbatim));
+    ASSERT_EQ(transcription->calls.size(), 1u);
+    EXPECT_EQ(transcription->calls[0].first, "/tmp/kelvo-recording-1.m4a");
+    EXPECT_EQ(transcription->calls[0].second,
+              (TranscriptionContext{"ja", std::nullopt, {"東京", "AI"}}));
+    EXPECT_EQ(result.rawTranscript, "とうきょうのえーあい");
+    EXPECT_EQ(result.correctedText, "東京のAI");
+
+    engine.process(audioRequest(SummaryLevel::translate));
+    EXPECT_EQ(transcription->calls[1].second.language, "");
+
+    // Scope disabled: no hints, and both passes leave the text alone.
+    auto disabled = audioRequest(SummaryLevel::cleanup);
+    disabled.dictionaryScope = DictionaryScope::disabled;
+    const auto untouched = engine.process(disabled);
+    EXPECT_TRUE(transcription->calls[2].second.dictionaryHints.empty());
+    EXPECT_TRUE(processing->calls.back().dictionaryHints.empty());
+    EXPECT_EQ(untouched.finalText, "とうきょうのえーあい");
+    EXPECT_TRUE(untouched.usedDictionaryEntryIDs.empty());
+}
+
+TEST_F(VoiceInputEngineTest, LocalLevelsNeverCallTheProcessingService) {
+    const auto verbatim = engine.process(textRequest("えーと、とうきょう", SummaryLevel::verbatim));
+    EXPECT_EQ(verbatim.processedText, "えーと、東京");
+    const auto trim = engine.process(textRequest("えーと、とうきょう", SummaryLevel::trim));
+    EXPECT_EQ(trim.correctedText, "えーと、東京");
+    EXPECT_EQ(trim.processedText, "東京");
+    EXPECT_EQ(trim.finalText, "東京");
+    EXPECT_TRUE(processing->calls.empty());
+}
+
+TEST_F(VoiceInputEngineTest, ServiceLevelsSendTheCorrectedTextAndRequestFields) {
+    for (const auto level : {SummaryLevel::cleanup, SummaryLevel::concise, SummaryLevel::summarize,
+                             SummaryLevel::bulletsOrTodo, SummaryLevel::translate}) {
+        auto request = textRequest("とうきょう", level);
+        request.processingMode = ProcessingMode::todo;
+        request.targetLanguage = "en";
+        engine.process(request);
+        ASSERT_FALSE(processing->calls.empty());
+        EXPECT_EQ(
+            processing->calls.back(),
+            (TextProcessingRequest{"東京", level, ProcessingMode::todo, {"東京", "AI"}, "en"}))
+            << enumName(level);
+    }
+    EXPECT_EQ(processing->calls.size(), 5u);
+}
+
+TEST_F(VoiceInputEngineTest, SecondPassRestoresSpellingsAndIdsOfBothPassesAreKept) {
+    processing->reply = "とうきょうで会議";  // the processing respelled the term
+    const auto result = engine.process(textRequest("とうきょうのえーあい", SummaryLevel::cleanup));
+    EXPECT_EQ(result.correctedText, "東京のAI");
+    EXPECT_EQ(result.processedText, "とうきょうで会議");
+    EXPECT_EQ(result.finalText, "東京で会議");
+    EXPECT_EQ(result.usedDictionaryEntryIDs, (std::vector<std::string>{kTokyoId, kAiId, kTokyoId}));
+    EXPECT_EQ(history->appended.back().result, result);
+}
+
+TEST_F(VoiceInputEngineTest, CollaboratorFailuresPassThroughAndRecordNothing) {
+    transcription->failure = "Transcription failed: 503";
+    try {
+        engine.process(audioRequest(SummaryLevel::cleanup));
+        FAIL() << "process should fail";
+    } catch (const ServiceFailure& error) {
+        EXPECT_STREQ(error.what(), "Transcription failed: 503");
+    }
+    EXPECT_TRUE(processing->calls.empty());
+    EXPECT_TRUE(history->appended.empty());
+
+    processing->failure = "Processing failed";
+    try {
+        engine.process(textRequest("とうきょう", SummaryLevel::concise));
+        FAIL() << "process should fail";
+    } catch (const ServiceFailure& error) {
+        EXPECT_STREQ(error.what(), "Processing failed");
+    }
+    EXPECT_TRUE(history->appended.empty());
+
+    history->fail = true;
+    try {
+        engine.process(textRequest("とうきょう", SummaryLevel::verbatim));
+        FAIL() << "process should fail";
+    } catch (const FileError& error) {
+        EXPECT_STREQ(error.what(),
+                     "Could not replace \"/data/history.json\": No space left on device");
+    }
+}
+
+TEST_F(VoiceInputEngineTest, PlaceholderProcessingKeepsTheCorrectedText) {
+    VoiceInputEngine offline{
+        transcription, std::make_shared<LocalPlaceholderTextProcessingService>(),
+        std::make_shared<DictionaryCorrectionEngine>(std::make_shared<FixedDictionary>()), history};
+    const auto result = offline.process(textRequest("とうきょう", SummaryLevel::cleanup));
+    EXPECT_EQ(result.processedText, result.correctedText);
+    EXPECT_EQ(result.finalText, "東京");
+}
+
+}  // namespace
+}  // namespace kelvo

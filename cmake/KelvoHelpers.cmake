@@ -5,10 +5,12 @@ if(KELVO_WARNINGS_AS_ERRORS)
   target_compile_options(kelvo_warnings INTERFACE -Werror)
 endif()
 
-# add_kelvo_test(NAME name SOURCES ... LIBS ... [LABELS ...] [ENVIRONMENT ...])
-# One executable per call; GoogleTest cases are registered with CTest one by one.
+# add_kelvo_test(NAME name SOURCES ... LIBS ... [LABELS ...] [ENVIRONMENT ...] [HEADLESS_SESSION])
+# One executable per call; GoogleTest cases are registered with CTest one by one. With
+# HEADLESS_SESSION the whole executable is one CTest test run inside scripts/headless-session
+# (virtual microphone, Xvfb, D-Bus, AT-SPI), so that its cases share one session.
 function(add_kelvo_test)
-  cmake_parse_arguments(T "" "NAME" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
+  cmake_parse_arguments(T "HEADLESS_SESSION" "NAME" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})
   target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} GTest::gmock GTest::gtest_main kelvo_warnings)
   set(props "")
@@ -18,5 +20,13 @@ function(add_kelvo_test)
   if(T_ENVIRONMENT)
     list(APPEND props ENVIRONMENT "${T_ENVIRONMENT}")
   endif()
-  gtest_discover_tests(${T_NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${props})
+  if(T_HEADLESS_SESSION)
+    add_test(NAME ${T_NAME}
+      COMMAND "${PROJECT_SOURCE_DIR}/scripts/headless-session" run -- $<TARGET_FILE:${T_NAME}>)
+    if(props)
+      set_tests_properties(${T_NAME} PROPERTIES ${props})
+    endif()
+  else()
+    gtest_discover_tests(${T_NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${props})
+  endif()
 endfunction()

@@ -1,0 +1,290 @@
+#include "core/services/AudioRecorderService.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <regex>
+#include <string>
+
+#include "core/services/AudioRecorderError.h"
+#include "core/services/PulseAudioCapture.h"
+#include "core/support/Uuid.h"
+#include "tests/core/AudioFileProbe.h"
+#include "tests/core/RecorderTestFolder.h"
+
+namespace kelvo {
+namespace {
+
+using testing::RecorderTestFolder;
+
+// Counts sources that have delivered all their samples, so a test can wait for the capture thread
+// to drain one before it stops the recording (a stop that comes first records less).
+class DrainCounter {
+  public:
+    void increment() {
+        count_.fetch_add(1);
+        count_.notify_all();
+    }
+    void waitFor(int target) const {
+        for (int seen = count_.load(); seen < target; seen = count_.load()) {
+            count_.wait(seen);
+        }
+    }
+
+  private:
+    std::atomic<int> count_{0};
+};
+
+// Delivers a fixed number of tone samples, then ends.
+class FiniteSource : public AudioSampleSource {
+  public:
+    FiniteSource(std::size_t sampleCount, DrainCounter& drained)
+        : samples_(testing::sineSamples(440, 0.3, sampleRateHz, sampleCount)), drained_(drained) {}
+
+    std::size_t read(std::span<std::int16_t> out) override {
+        const std::size_t count = std::min(out.size(), samples_.size() - position_);
+        std::copy_n(samples_.begin() + static_cast<std::ptrdiff_t>(position_), count, out.begin());
+        position_ += count;
+        if (count < out.size()) {
+            drained_.increment();
+        }
+        return count;
+    }
+
+  private:
+    std::vector<std::int16_t> samples_;
+    std::size_t position_ = 0;
+    DrainCounter& drained_;
+};
+
+// Never ends: the recording runs until it is stopped.
+class EndlessSource : public AudioSampleSource {
+  public:
+    std::size_t read(std::span<std::int16_t> out) override {
+        std::fill(out.begin(), out.end(), std::int16_t{1000});
+        return out.size();
+    }
+};
+
+AudioRecorderService::SourceFactory finiteSources(std::size_t sampleCount, DrainCounter& drained) {
+    return [sampleCount, &drained] { return std::make_unique<FiniteSource>(sampleCount, drained); };
+}
+
+template <typename Operation>
+AudioRecorderError::Case recorderErrorCase(Operation operation, std::string& description) {
+    try {
+        operation();
+    } catch (const AudioRecorderError& error) {
+        description = error.what();
+        return error.errorCase();
+    }
+    ADD_FAILURE() << "no AudioRecorderError";
+    return AudioRecorderError::Case::notRecording;
+}
+
+void expectNotRecording(AudioRecorderService& service) {
+    std::string description;
+    EXPECT_EQ(recorderErrorCase([&] { service.stopRecording(); }, description),
+              AudioRecorderError::Case::notRecording);
+    EXPECT_EQ(description, "Recording has not started");
+}
+
+void expectFileNotFound(AudioRecorderService& service) {
+    std::string description;
+    EXPECT_EQ(recorderErrorCase([&] { service.stopRecording(); }, description),
+              AudioRecorderError::Case::fileNotFound);
+    EXPECT_EQ(description, "Recorded audio file not found");
+}
+
+// --- state rules (scripted sources) ------------------------------------------------------------
+
+TEST(AudioRecorderServiceRules, StopWithoutARecordingFailsNotRecording) {
+    RecorderTestFolder folder;
+    DrainCounter drained;
+    AudioRecorderService service(finiteSources(3200, drained));
+    expectNotRecording(service);
+
+    service.startRecording();
+    drained.waitFor(1);
+    EXPECT_NO_THROW(service.stopRecording());
+    expectNotRecording(service);
+}
+
+TEST(AudioRecorderServiceRules, RemovedFileFailsFileNotFoundAndLeavesTheServiceIdle) {
+    RecorderTestFolder folder;
+    DrainCounter drained;
+    AudioRecorderService service(finiteSources(3200, drained));
+    service.startRecording();
+    drained.waitFor(1);
+    const std::vector<std::string> names = folder.fileNames();
+    ASSERT_EQ(names.size(), 1u);
+    std::filesystem::remove(folder.path() / names[0]);
+
+    expectFileNotFound(service);
+    expectNotRecording(service);
+    EXPECT_TRUE(folder.fileNames().empty());
+}
+
+TEST(AudioRecorderServiceRules, EachRecordingIsANewUuidNamedFileInTheTemporaryFolder) {
+    RecorderTestFolder folder;
+    DrainCounter drained;
+    AudioRecorderService service(finiteSources(3200, drained));
+    service.startRecording();
+    drained.waitFor(1);
+    const auto first = service.stopRecording();
+    service.startRecording();
+    drained.waitFor(2);
+    const auto second = service.stopRecording();
+
+    EXPECT_NE(first, second);
+    for (const auto& path : {first, second}) {
+        EXPECT_EQ(path.parent_path(), folder.path());
+        const std::string name = path.filename().string();
+        std::smatch match;
+        ASSERT_TRUE(std::regex_match(name, match, std::regex("kelvo-recording-(.*)\\.m4a")))
+            << name;
+        EXPECT_TRUE(isUuid(match[1].str()));
+        EXPECT_EQ(canonicalUuid(match[1].str()), match[1].str()) << "upper-case form";
+    }
+    EXPECT_EQ(folder.fileNames().size(), 2u) << "the caller deletes recordings, not the service";
+    EXPECT_EQ(service.lastRecordingSampleCount(), 3200);
+    EXPECT_NEAR(testing::probeAudioFile(second).durationSeconds, 0.2, 1024.0 / 16000);
+}
+
+TEST(AudioRecorderServiceRules, RecordingWithoutAudioIsDiscarded) {
+    RecorderTestFolder folder;
+    DrainCounter drained;
+    AudioRecorderService service(finiteSources(0, drained));
+    service.startRecording();
+    drained.waitFor(1);
+    expectFileNotFound(service);
+    EXPECT_TRUE(folder.fileNames().empty());
+    expectNotRecording(service);
+}
+
+TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
+    RecorderTestFolder folder;
+    {
+        AudioRecorderService service([] { return std::make_unique<EndlessSource>(); });
+        service.startRecording();
+        const std::vector<std::string> earlier = folder.fileNames();
+        ASSERT_EQ(earlier.size(), 1u);
+
+        // Starting again replaces the earlier recording, whose file goes away.
+        service.startRecording();
+        const std::vector<std::string> now = folder.fileNames();
+        ASSERT_EQ(now.size(), 1u);
+        EXPECT_NE(now[0], earlier[0]);
+
+        const auto path = service.stopRecording();
+        EXPECT_EQ(path.filename(), now[0]);
+        EXPECT_EQ(testing::probeAudioFile(path).codecName, "aac");
+        std::filesystem::remove(path);
+
+        // Destroying the service discards the recording under way.
+        service.startRecording();
+        EXPECT_EQ(folder.fileNames().size(), 1u);
+    }
+    EXPECT_TRUE(folder.fileNames().empty());
+}
+
+TEST(AudioRecorderServiceRules, FailingSourceLeavesTheServiceAsItWas) {
+    RecorderTestFolder folder;
+    std::atomic<bool> fail{false};
+    DrainCounter drained;
+    AudioRecorderService service([&]() -> std::unique_ptr<AudioSampleSource> {
+        if (fail) {
+            throw PulseAudioCapture::Error("Connection refused");
+        }
+        return std::make_unique<FiniteSource>(3200, drained);
+    });
+    fail = true;
+    EXPECT_THROW(service.startRecording(), PulseAudioCapture::Error);
+    EXPECT_TRUE(folder.fileNames().empty());
+    expectNotRecording(service);
+
+    // A failed restart keeps the recording that was under way.
+    fail = false;
+    service.startRecording();
+    drained.waitFor(1);
+    fail = true;
+    EXPECT_THROW(service.startRecording(), PulseAudioCapture::Error);
+    EXPECT_NO_THROW(service.stopRecording());
+}
+
+// --- against PulseAudio (run under scripts/headless-session) -----------------------------------
+
+class AudioRecorderServicePulseAudio : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (std::getenv("PULSE_SERVER") == nullptr) {
+            GTEST_SKIP() << "PULSE_SERVER is not set: run under scripts/headless-session";
+        }
+    }
+
+    // Plays a WAV into the session's virtual microphone; returns once it has been played.
+    static void playIntoMicrophone(const std::filesystem::path& wav) {
+        const std::string command =
+            std::string("'") + KELVO_HEADLESS_SESSION_SCRIPT + "' play '" + wav.string() + "'";
+        ASSERT_EQ(std::system(command.c_str()), 0) << command;
+    }
+
+    RecorderTestFolder folder_;
+};
+
+TEST_F(AudioRecorderServicePulseAudio, RecordsWhatTheMicrophoneHearsAsSixteenKilohertzMonoAac) {
+    const auto wav = folder_.path() / "tone.wav";
+    const double toneSeconds = 1.5;
+    testing::writeWav(
+        wav, 48000,
+        testing::sineSamples(440, 0.5, 48000, static_cast<std::size_t>(toneSeconds * 48000)));
+    AudioRecorderService service;
+    service.startRecording();
+    playIntoMicrophone(wav);
+    const auto path = service.stopRecording();
+    std::filesystem::remove(wav);
+
+    const double capturedSeconds = static_cast<double>(service.lastRecordingSampleCount()) / 16000;
+    // The recording spans the whole playback (which the sink paces in real time).
+    EXPECT_GT(capturedSeconds, toneSeconds - 0.3);
+    const auto info = testing::probeAudioFile(path);
+    EXPECT_EQ(info.codecName, "aac");
+    EXPECT_EQ(info.sampleRateHz, 16000);
+    EXPECT_EQ(info.channelCount, 1);
+    EXPECT_NEAR(info.durationSeconds, capturedSeconds, 1024.0 / 16000);
+    // A 0.5 tone has an RMS of 0.35; the recording's leading and trailing silence lower it.
+    EXPECT_GT(testing::rms(testing::decodeFirstChannel(path)), 0.15);
+}
+
+TEST_F(AudioRecorderServicePulseAudio, ImmediateStopLeavesNoUnreadableFile) {
+    AudioRecorderService service;
+    service.startRecording();
+    try {
+        const auto path = service.stopRecording();
+        EXPECT_EQ(testing::probeAudioFile(path).codecName, "aac");
+        std::filesystem::remove(path);
+    } catch (const AudioRecorderError& error) {
+        EXPECT_EQ(error.errorCase(), AudioRecorderError::Case::fileNotFound);
+    }
+    EXPECT_TRUE(folder_.fileNames().empty());
+    expectNotRecording(service);
+}
+
+TEST_F(AudioRecorderServicePulseAudio, UnreachableServerFailsWithPulseAudiosMessage) {
+    const std::string server = std::getenv("PULSE_SERVER");
+    ::setenv("PULSE_SERVER", ("unix:" + (folder_.path() / "no-server").string()).c_str(), 1);
+    AudioRecorderService service;
+    try {
+        service.startRecording();
+        ADD_FAILURE() << "started without a server";
+    } catch (const PulseAudioCapture::Error& error) {
+        EXPECT_STREQ(error.what(), "Connection refused");
+    }
+    ::setenv("PULSE_SERVER", server.c_str(), 1);
+    EXPECT_TRUE(folder_.fileNames().empty());
+    expectNotRecording(service);
+}
+
+}  // namespace
+}  // namespace kelvo

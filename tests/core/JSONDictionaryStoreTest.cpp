@@ -1,0 +1,159 @@
+#include "core/services/JSONDictionaryStore.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "core/support/Error.h"
+#include "tests/core/FileSizeLimit.h"
+#include "tests/core/TemporaryFolder.h"
+
+namespace kelvo {
+namespace {
+
+using testing::contentsOf;
+
+DictionaryEntry tokyo() {
+    return DictionaryEntry{
+        "3F2504E0-4F89-11D3-9A0C-0305E82C3301", "東京", {"とうきょう"}, {}, "", 10, true, "首都"};
+}
+
+class JSONDictionaryStoreTest : public ::testing::Test {
+  protected:
+    testing::TemporaryFolder folder;
+    std::filesystem::path file = folder.path() / "dictionary.json";
+    std::vector<std::filesystem::path> saved;
+    JSONDictionaryStore store{file,
+                              [this](const std::filesystem::path& url) { saved.push_back(url); }};
+
+    std::string expectDecodingError() {
+        try {
+            store.loadEntries();
+        } catch (const DecodingError& error) {
+            return error.what();
+        }
+        ADD_FAILURE() << "loadEntries should fail";
+        return {};
+    }
+};
+
+TEST_F(JSONDictionaryStoreTest, MissingFileIsAnEmptyDictionaryAndIsNotCreated) {
+    EXPECT_TRUE(store.loadEntries().empty());
+    EXPECT_FALSE(std::filesystem::exists(file));
+    folder.write("dictionary.json", "[]");
+    EXPECT_TRUE(store.loadEntries().empty());
+}
+
+TEST_F(JSONDictionaryStoreTest, SaveWritesAPrettyPrintedArrayAndCallsDidSaveOnce) {
+    DictionaryEntry disabled = tokyo();
+    disabled.id = "00000000-0000-0000-0000-000000000002";
+    disabled.canonicalText = "AI";
+    disabled.enabled = false;
+    disabled.priority = -3;
+    disabled.note.reset();
+    store.saveEntries({tokyo(), disabled});
+
+    EXPECT_EQ(contentsOf(file), R"([
+  {
+    "id": "3F2504E0-4F89-11D3-9A0C-0305E82C3301",
+    "canonicalText": "東京",
+    "readings": [
+      "とうきょう"
+    ],
+    "commonMisrecognitions": [],
+    "replacementText": "",
+    "priority": 10,
+    "enabled": true,
+    "note": "首都"
+  },
+  {
+    "id": "00000000-0000-0000-0000-000000000002",
+    "canonicalText": "AI",
+    "readings": [
+      "とうきょう"
+    ],
+    "commonMisrecognitions": [],
+    "replacementText": "",
+    "priority": -3,
+    "enabled": false
+  }
+])");
+    EXPECT_EQ(saved, std::vector<std::filesystem::path>{file});
+    // Loaded back as stored: disabled entries and order included.
+    EXPECT_EQ(store.loadEntries(), (std::vector<DictionaryEntry>{tokyo(), disabled}));
+
+    store.saveEntries({});
+    EXPECT_EQ(contentsOf(file), "[]");
+    EXPECT_EQ(saved.size(), 2u);
+}
+
+TEST_F(JSONDictionaryStoreTest, DamagedFilesFailNamingTheFileAndAreLeftAlone) {
+    folder.write("dictionary.json", "[{]");
+    const std::string invalid = expectDecodingError();
+    EXPECT_TRUE(invalid.starts_with(file.string() + ": invalid JSON: ")) << invalid;
+    EXPECT_EQ(contentsOf(file), "[{]");
+
+    Json entries = Json::array({Json(tokyo()), Json(tokyo())});
+    entries[1].erase("priority");
+    folder.write("dictionary.json", entries.dump());
+    EXPECT_EQ(expectDecodingError(),
+              file.string() + ": element 1: missing required member \"priority\"");
+
+    folder.write("dictionary.json", R"({"entries": []})");
+    EXPECT_EQ(expectDecodingError(), file.string() + ": expected an array, found object");
+    EXPECT_EQ(contentsOf(file), R"({"entries": []})");
+    EXPECT_TRUE(saved.empty());
+}
+
+TEST_F(JSONDictionaryStoreTest, UnreadableFileFailsWithAFileError) {
+    std::filesystem::create_directory(file);  // reading a folder fails on every machine
+    try {
+        store.loadEntries();
+        FAIL() << "loadEntries should fail";
+    } catch (const FileError& error) {
+        EXPECT_NE(std::string(error.what()).find(file.string()), std::string::npos) << error.what();
+    }
+}
+
+TEST_F(JSONDictionaryStoreTest, FailedSaveKeepsThePreviousFileAndSkipsDidSave) {
+    store.saveEntries({tokyo()});
+    const std::string before = contentsOf(file);
+    saved.clear();
+
+    std::vector<DictionaryEntry> many(50, tokyo());
+    {
+        const testing::FileSizeLimit limit(64);
+        EXPECT_THROW(store.saveEntries(many), FileError);
+    }
+    EXPECT_EQ(contentsOf(file), before);
+    EXPECT_TRUE(saved.empty());
+    // No temporary file is left beside it.
+    std::size_t files = 0;
+    for ([[maybe_unused]] const auto& item : std::filesystem::directory_iterator(folder.path())) {
+        ++files;
+    }
+    EXPECT_EQ(files, 1u);
+
+    if (::geteuid() != 0) {
+        // Permission checks do not apply to root, so this part only runs unprivileged.
+        ::chmod(folder.path().c_str(), 0555);
+        EXPECT_THROW(store.saveEntries(many), FileError);
+        ::chmod(folder.path().c_str(), 0755);
+        EXPECT_EQ(contentsOf(file), before);
+    }
+}
+
+TEST_F(JSONDictionaryStoreTest, SaveNeverCreatesTheFolder) {
+    const auto nested = folder.path() / "missing" / "dictionary.json";
+    JSONDictionaryStore elsewhere(nested);
+    EXPECT_THROW(elsewhere.saveEntries({tokyo()}), FileError);
+    EXPECT_FALSE(std::filesystem::exists(nested.parent_path()));
+    EXPECT_TRUE(elsewhere.loadEntries().empty());
+}
+
+}  // namespace
+}  // namespace kelvo

@@ -1,0 +1,140 @@
+#include "core/services/JSONHistoryStore.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "core/support/Error.h"
+#include "core/support/Uuid.h"
+#include "tests/core/FileSizeLimit.h"
+#include "tests/core/TemporaryFolder.h"
+
+namespace kelvo {
+namespace {
+
+using testing::contentsOf;
+
+HistoryItem item(int number) {
+    HistoryItem history;
+    history.id = makeUuid();
+    history.createdAt = Date{700000000.25 + number};
+    history.request.rawText = "第" + std::to_string(number) + "項";
+    history.result.rawTranscript = *history.request.rawText;
+    history.result.finalText = *history.request.rawText;
+    return history;
+}
+
+/// Newest first, as the store keeps them: items[0] is number `count` - 1.
+std::vector<HistoryItem> items(int count) {
+    std::vector<HistoryItem> list;
+    for (int number = count - 1; number >= 0; --number) {
+        list.push_back(item(number));
+    }
+    return list;
+}
+
+class JSONHistoryStoreTest : public ::testing::Test {
+  protected:
+    testing::TemporaryFolder folder;
+    std::filesystem::path file = folder.path() / "history.json";
+    JSONHistoryStore store{file};
+
+    void storeDirectly(const std::vector<HistoryItem>& list) {
+        folder.write("history.json", Json(list).dump(2));
+    }
+    std::vector<HistoryItem> stored() {
+        return json::Decode<std::vector<HistoryItem>>::from(Json::parse(contentsOf(file)));
+    }
+};
+
+TEST_F(JSONHistoryStoreTest, AppendPutsTheNewestFirstAndRoundTripsDates) {
+    const HistoryItem first = item(1);
+    const HistoryItem second = item(2);
+    store.appendItem(first);
+    store.appendItem(second);
+    EXPECT_EQ(store.recentItems(10), (std::vector<HistoryItem>{second, first}));
+    // Dates are plain seconds since 2001 and Japanese text is written as it is.
+    const std::string text = contentsOf(file);
+    EXPECT_NE(text.find("\"createdAt\": 700000002.25"), std::string::npos) << text;
+    EXPECT_NE(text.find("第2項"), std::string::npos);
+    EXPECT_TRUE(text.starts_with("[\n  {\n    \"id\": ")) << text;
+}
+
+TEST_F(JSONHistoryStoreTest, AppendToAMissingOrDamagedFileStartsAFreshHistory) {
+    const HistoryItem first = item(1);
+    store.appendItem(first);
+    EXPECT_EQ(stored(), std::vector<HistoryItem>{first});
+
+    for (const char* damaged : {"not json", "{}", R"([{"id": "nope"}])", ""}) {
+        folder.write("history.json", damaged);
+        const HistoryItem fresh = item(2);
+        EXPECT_NO_THROW(store.appendItem(fresh)) << damaged;
+        EXPECT_EQ(stored(), std::vector<HistoryItem>{fresh}) << damaged;
+    }
+}
+
+TEST_F(JSONHistoryStoreTest, HistoryIsCappedAtFiveHundredRecords) {
+    auto full = items(500);
+    storeDirectly(full);
+    const HistoryItem newest = item(1000);
+    store.appendItem(newest);
+    auto after = stored();
+    ASSERT_EQ(after.size(), 500u);
+    EXPECT_EQ(after.front(), newest);
+    EXPECT_EQ(after[1], full[0]);
+    EXPECT_EQ(after.back(), full[498]);  // the previously oldest one is gone
+
+    // A file that somehow holds more is cut to its first 500 before the new record goes in.
+    auto oversized = items(503);
+    storeDirectly(oversized);
+    store.appendItem(newest);
+    after = stored();
+    ASSERT_EQ(after.size(), 500u);
+    EXPECT_EQ(after.front(), newest);
+    EXPECT_EQ(after.back(), oversized[498]);
+}
+
+TEST_F(JSONHistoryStoreTest, RecentItemsReturnsTheNewestAndReportsDamage) {
+    EXPECT_TRUE(store.recentItems(5).empty());
+    EXPECT_FALSE(std::filesystem::exists(file));
+
+    const auto ten = items(10);
+    storeDirectly(ten);
+    EXPECT_EQ(store.recentItems(3), (std::vector<HistoryItem>(ten.begin(), ten.begin() + 3)));
+    EXPECT_TRUE(store.recentItems(0).empty());
+    EXPECT_EQ(store.recentItems(50), ten);
+
+    Json damaged = Json(ten);
+    damaged[4]["result"].erase("finalText");
+    folder.write("history.json", damaged.dump());
+    try {
+        store.recentItems(3);
+        FAIL() << "recentItems should fail";
+    } catch (const DecodingError& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  file.string() +
+                      ": element 4: member \"result\": missing required member \"finalText\"");
+    }
+    EXPECT_THROW(store.recentItems(0), DecodingError);
+    folder.write("history.json", "[");
+    EXPECT_THROW(store.recentItems(1), DecodingError);
+}
+
+TEST_F(JSONHistoryStoreTest, FailedAppendKeepsThePreviousFile) {
+    storeDirectly(items(3));
+    const std::string before = contentsOf(file);
+    {
+        const testing::FileSizeLimit limit(before.size() / 2);
+        EXPECT_THROW(store.appendItem(item(9)), FileError);
+    }
+    EXPECT_EQ(contentsOf(file), before);
+
+    JSONHistoryStore elsewhere(folder.path() / "missing" / "history.json");
+    EXPECT_THROW(elsewhere.appendItem(item(1)), FileError);
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing"));
+}
+
+}  // namespace
+}  // namespace kelvo

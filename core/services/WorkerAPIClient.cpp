@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <string_view>
+#include <vector>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -284,6 +285,31 @@ std::string buildMultipartBody(const std::filesystem::path& audioFile, const std
     return body;
 }
 
+// The container format when the file's first bytes clearly show one. Letting libavformat guess
+// on its own writes warnings to standard error for every file that is not audio; a silent probe
+// here keeps "the duration is unknown" silent, as it is meant to be.
+const AVInputFormat* recognisedContainer(const std::filesystem::path& path) {
+    constexpr std::size_t kProbeBytes = 4096;
+    FileDescriptor file;
+    file.fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file.fd < 0) {
+        return nullptr;
+    }
+    std::vector<unsigned char> buffer(kProbeBytes + AVPROBE_PADDING_SIZE, 0);
+    const ssize_t got = ::read(file.fd, buffer.data(), kProbeBytes);
+    if (got <= 0) {
+        return nullptr;
+    }
+    const std::string fileName = path.string();
+    AVProbeData probe{};
+    probe.filename = fileName.c_str();
+    probe.buf = buffer.data();
+    probe.buf_size = static_cast<int>(got);
+    int score = 0;
+    const AVInputFormat* const format = av_probe_input_format3(&probe, 1, &score);
+    return score >= AVPROBE_SCORE_RETRY ? format : nullptr;
+}
+
 }  // namespace
 
 WorkerAPIClient::WorkerAPIClient(std::string baseURL, std::string authToken,
@@ -350,10 +376,14 @@ std::string WorkerAPIClient::process(const std::string& text, const std::string&
 
 std::optional<double> WorkerAPIClient::measureAudioDurationSeconds(
     const std::filesystem::path& path) {
+    const AVInputFormat* const format = recognisedContainer(path);
+    if (format == nullptr) {
+        return std::nullopt;
+    }
     AVFormatContext* opened = nullptr;
     // The "file:" prefix keeps a name such as "rtp:take.wav" from being read as a protocol.
     const std::string location = "file:" + path.string();
-    if (avformat_open_input(&opened, location.c_str(), nullptr, nullptr) < 0) {
+    if (avformat_open_input(&opened, location.c_str(), format, nullptr) < 0) {
         return std::nullopt;
     }
     const std::unique_ptr<AVFormatContext, FormatContextDeleter> context(opened);

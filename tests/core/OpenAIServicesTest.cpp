@@ -4,12 +4,12 @@
 #include <fstream>
 #include <memory>
 
-#include "LoopbackHttpServer.h"
 #include "core/models/EnumNames.h"
 #include "core/services/APIError.h"
 #include "core/services/OpenAITextProcessingService.h"
 #include "core/services/OpenAITranscriptionService.h"
 #include "core/support/Uuid.h"
+#include "tests/support/LoopbackHttpServer.h"
 
 namespace kelvo {
 namespace {

@@ -8,12 +8,12 @@
 #include <memory>
 #include <string>
 
-#include "LoopbackHttpServer.h"
-#include "RawHttpListener.h"
 #include "core/services/APIError.h"
 #include "core/services/TransportError.h"
 #include "core/support/Error.h"
 #include "core/support/Uuid.h"
+#include "tests/support/LoopbackHttpServer.h"
+#include "tests/support/RawHttpListener.h"
 
 namespace kelvo {
 namespace {

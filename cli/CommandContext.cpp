@@ -1,0 +1,50 @@
+#include "cli/CommandContext.h"
+
+#include <istream>
+#include <iterator>
+#include <ostream>
+
+#include "cli/DataLocations.h"
+#include "core/services/JsonFile.h"
+#include "core/support/Error.h"
+
+namespace kelvo::cli {
+
+std::string CommandContext::textArgument(const ParsedArguments& arguments) {
+    if (auto text = arguments.positional(0)) {
+        return std::move(*text);
+    }
+    return readAllInput();
+}
+
+std::string CommandContext::readAllInput() {
+    std::string text{std::istreambuf_iterator<char>(input_), std::istreambuf_iterator<char>()};
+    if (input_.bad()) {
+        throw FileError("cannot read standard input");
+    }
+    return text;
+}
+
+void CommandContext::writeText(std::string_view text) {
+    output_ << text << '\n';
+}
+
+void CommandContext::writeJson(const Json& value) {
+    output_ << jsonfile::prettyPrinted(value) << '\n';
+}
+
+std::filesystem::path CommandContext::dictionaryFile(const ParsedArguments& arguments) const {
+    if (const auto path = arguments.value("--dictionary")) {
+        return *path;
+    }
+    return DataLocations(environment_).defaultDictionaryFile();
+}
+
+std::filesystem::path CommandContext::historyFile(const ParsedArguments& arguments) const {
+    if (const auto path = arguments.value("--history")) {
+        return *path;
+    }
+    return DataLocations(environment_).defaultHistoryFile();
+}
+
+}  // namespace kelvo::cli

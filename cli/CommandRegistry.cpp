@@ -1,0 +1,183 @@
+#include "cli/CommandRegistry.h"
+
+#include <istream>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+
+#include "cli/UsageError.h"
+#include "core/models/DictionaryScope.h"
+#include "core/models/OutputFormat.h"
+#include "core/models/ProcessingMode.h"
+#include "core/models/SummaryLevel.h"
+
+namespace kelvo::cli {
+
+namespace {
+
+constexpr const char* kErrorPrefix = "kelvo: ";
+constexpr const char* kGeneralUsage = "usage: kelvo <command> [options] (see 'kelvo help')";
+
+std::string usageLine(const Command& command) {
+    std::string line = "usage: kelvo " + command.name;
+    if (!command.synopsis.empty()) {
+        line += ' ' + command.synopsis;
+    }
+    return line;
+}
+
+/// Error descriptions from lower layers (a decoder naming a line, a system message) may span
+/// lines; standard error gets exactly one.
+std::string oneLine(std::string text) {
+    for (char& character : text) {
+        if (character == '\n' || character == '\r') {
+            character = ' ';
+        }
+    }
+    return text;
+}
+
+void reportUsageError(std::ostream& errors, const std::string& reason, const std::string& usage) {
+    errors << kErrorPrefix << oneLine(reason) << '\n' << usage << '\n';
+}
+
+}  // namespace
+
+void CommandRegistry::add(Command command) {
+    if (find(command.name) != nullptr) {
+        throw std::logic_error("duplicate kelvo command " + command.name);
+    }
+    commands_.push_back(std::move(command));
+}
+
+const Command* CommandRegistry::find(const std::string& name) const {
+    for (const Command& command : commands_) {
+        if (command.name == name) {
+            return &command;
+        }
+    }
+    return nullptr;
+}
+
+bool CommandRegistry::isGroup(const std::string& word) const {
+    for (const Command& command : commands_) {
+        if (command.name.starts_with(word + ' ')) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string CommandRegistry::groupUsage(const std::string& group) const {
+    std::string usage;
+    for (const Command& command : commands_) {
+        if (command.name.starts_with(group + ' ')) {
+            usage += (usage.empty() ? "" : "\n") + usageLine(command);
+        }
+    }
+    return usage;
+}
+
+std::string CommandRegistry::helpText() const {
+    std::ostringstream text;
+    text << "usage: kelvo <command> [options]\n\nCommands:\n";
+    for (const Command& command : commands_) {
+        text << "  kelvo " << command.name;
+        if (!command.synopsis.empty()) {
+            text << ' ' << command.synopsis;
+        }
+        text << "\n      " << command.summary << '\n';
+    }
+    text << "\nTEXT is the positional argument or, without one, all of standard input.\n"
+         << "Values: L (level) " << enumNameList<SummaryLevel>() << "\n"
+         << "        M (mode) " << enumNameList<ProcessingMode>() << "\n"
+         << "        F (format) " << enumNameList<OutputFormat>() << "\n"
+         << "        S (scope) " << enumNameList<DictionaryScope>() << "\n"
+         << "Files: --dictionary defaults to $XDG_DATA_HOME/KelvoVoiceMac/dictionary.json\n"
+         << "       (~/.local/share when XDG_DATA_HOME is unset), --history to history.json\n"
+         << "       in the same folder.\n"
+         << "Exit status: 0 success, 1 failure (reason on standard error), 2 usage error.\n";
+    return text.str();
+}
+
+int CommandRegistry::run(std::span<const std::string> arguments, std::istream& input,
+                         std::ostream& output, std::ostream& errors,
+                         const Environment& environment) const {
+    if (arguments.empty()) {
+        reportUsageError(errors, "missing command", kGeneralUsage);
+        return kUsageError;
+    }
+    const std::string& first = arguments[0];
+    if (first == "help" || first == "--help") {
+        if (arguments.size() >= 2) {
+            std::string name = arguments[1];
+            if (arguments.size() >= 3 && find(name + ' ' + arguments[2]) != nullptr) {
+                name += ' ' + arguments[2];
+            }
+            if (const Command* command = find(name)) {
+                output << usageLine(*command) << "\n  " << command->summary << '\n';
+                return kSuccess;
+            }
+            if (isGroup(name)) {
+                output << groupUsage(name) << '\n';
+                return kSuccess;
+            }
+            reportUsageError(errors, "unknown command '" + name + "'", kGeneralUsage);
+            return kUsageError;
+        }
+        output << helpText();
+        return kSuccess;
+    }
+
+    const Command* command = nullptr;
+    std::span<const std::string> rest;
+    if (arguments.size() >= 2) {
+        command = find(first + ' ' + arguments[1]);
+        rest = arguments.subspan(2);
+    }
+    if (command == nullptr) {
+        command = find(first);
+        rest = arguments.subspan(1);
+    }
+    if (command == nullptr) {
+        if (isGroup(first)) {
+            const std::string reason = arguments.size() >= 2 && arguments[1] != "--help"
+                                           ? "unknown " + first + " command '" + arguments[1] + "'"
+                                           : "missing " + first + " command";
+            if (arguments.size() == 2 && arguments[1] == "--help") {
+                output << groupUsage(first) << '\n';
+                return kSuccess;
+            }
+            reportUsageError(errors, reason, groupUsage(first));
+            return kUsageError;
+        }
+        reportUsageError(errors, "unknown command '" + first + "'", kGeneralUsage);
+        return kUsageError;
+    }
+
+    std::ostringstream heldOutput;
+    try {
+        const ParsedArguments parsed = command->arguments.parse(rest);
+        if (parsed.helpRequested()) {
+            output << usageLine(*command) << "\n  " << command->summary << '\n';
+            return kSuccess;
+        }
+        CommandContext context(input, heldOutput, errors, environment);
+        command->run(parsed, context);
+    } catch (const UsageError& error) {
+        reportUsageError(errors, error.what(), usageLine(*command));
+        return kUsageError;
+    } catch (const std::exception& error) {
+        errors << kErrorPrefix << oneLine(error.what()) << '\n';
+        return kFailure;
+    }
+    output << heldOutput.str();
+    output.flush();
+    if (!output) {
+        errors << kErrorPrefix << "cannot write to standard output\n";
+        return kFailure;
+    }
+    return kSuccess;
+}
+
+}  // namespace kelvo::cli

@@ -1,0 +1,14 @@
+#include "cli/commands/CommandGroups.h"
+
+namespace kelvo::cli {
+
+void registerAllCommands(CommandRegistry& registry) {
+    registerCorrectionCommands(registry);
+    registerTextCommands(registry);
+    registerProcessCommand(registry);
+    registerRenderCommand(registry);
+    registerHistoryCommand(registry);
+    registerDictionaryCommands(registry);
+}
+
+}  // namespace kelvo::cli

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "cli/CommandRegistry.h"
+
+namespace kelvo::cli {
+
+/// Each command group lives in its own source file and adds its commands here; a new group is
+/// one new file and one line in registerAllCommands.
+
+/// correct, hints.
+void registerCorrectionCommands(CommandRegistry& registry);
+/// fillers, normalize, prompt, todo.
+void registerTextCommands(CommandRegistry& registry);
+/// process.
+void registerProcessCommand(CommandRegistry& registry);
+/// render.
+void registerRenderCommand(CommandRegistry& registry);
+/// history.
+void registerHistoryCommand(CommandRegistry& registry);
+/// dictionary list, dictionary add, dictionary remove.
+void registerDictionaryCommands(CommandRegistry& registry);
+
+/// Every command of the tool, in the order the help lists them.
+void registerAllCommands(CommandRegistry& registry);
+
+}  // namespace kelvo::cli

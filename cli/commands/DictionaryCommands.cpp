@@ -1,0 +1,97 @@
+#include <algorithm>
+
+#include "cli/DataLocations.h"
+#include "cli/commands/CommandGroups.h"
+#include "cli/commands/DictionaryAccess.h"
+#include "core/support/Uuid.h"
+
+namespace kelvo::cli {
+
+namespace {
+
+/// The priority of an entry added without --priority: the middle of the usual 0-100 range, so
+/// that later entries can be placed above or below it.
+constexpr std::int64_t kDefaultPriority = 50;
+
+void runList(const ParsedArguments& arguments, CommandContext& context) {
+    context.writeJson(Json(openDictionaryStore(context.dictionaryFile(arguments))->loadEntries()));
+}
+
+void runAdd(const ParsedArguments& arguments, CommandContext& context) {
+    DictionaryEntry entry;
+    entry.canonicalText = *arguments.value("--canonical");
+    if (entry.canonicalText.empty()) {
+        throw UsageError("--canonical must not be empty");
+    }
+    entry.readings = arguments.values("--reading");
+    entry.commonMisrecognitions = arguments.values("--misrecognition");
+    entry.replacementText = arguments.value("--replacement").value_or("");
+    entry.priority = arguments.integer("--priority").value_or(kDefaultPriority);
+    entry.enabled = !arguments.has("--disabled");
+    entry.note = arguments.value("--note");
+    entry.id = makeUuid();
+
+    const std::filesystem::path file = context.dictionaryFile(arguments);
+    const auto store = openDictionaryStore(file);
+    std::vector<DictionaryEntry> entries = store->loadEntries();
+    entries.push_back(entry);
+    createParentFolder(file);
+    store->saveEntries(entries);
+    context.writeJson(Json(entry));
+}
+
+void runRemove(const ParsedArguments& arguments, CommandContext& context) {
+    if (!arguments.positional(0)) {
+        throw UsageError("missing entry ID");
+    }
+    const std::string requested = *arguments.positional(0);
+    // Identifiers are stored upper-case; accept the lower-case form a user may have typed.
+    const std::string id = isUuid(requested) ? canonicalUuid(requested) : requested;
+
+    const auto store = openDictionaryStore(context.dictionaryFile(arguments));
+    std::vector<DictionaryEntry> entries = store->loadEntries();
+    const auto found = std::find_if(entries.begin(), entries.end(),
+                                    [&](const DictionaryEntry& entry) { return entry.id == id; });
+    if (found == entries.end()) {
+        throw Error("no dictionary entry with ID " + requested);
+    }
+    entries.erase(found);
+    store->saveEntries(entries);
+}
+
+}  // namespace
+
+void registerDictionaryCommands(CommandRegistry& registry) {
+    registry.add(Command{
+        "dictionary list",
+        "[--dictionary PATH]",
+        "Print the dictionary entries as JSON.",
+        ArgumentParser().option("--dictionary"),
+        runList,
+    });
+    registry.add(Command{
+        "dictionary add",
+        "--canonical T [--reading R]... [--misrecognition M]... [--replacement T] "
+        "[--priority N] [--disabled] [--note T] [--dictionary PATH]",
+        "Add an entry with a fresh ID (priority 50 unless given) and print it as JSON.",
+        ArgumentParser()
+            .option("--canonical", true)
+            .repeatable("--reading")
+            .repeatable("--misrecognition")
+            .option("--replacement")
+            .option("--priority")
+            .flag("--disabled")
+            .option("--note")
+            .option("--dictionary"),
+        runAdd,
+    });
+    registry.add(Command{
+        "dictionary remove",
+        "ID [--dictionary PATH]",
+        "Remove the entry with this ID.",
+        ArgumentParser().option("--dictionary").positionals(1),
+        runRemove,
+    });
+}
+
+}  // namespace kelvo::cli

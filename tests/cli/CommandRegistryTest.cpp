@@ -1,0 +1,166 @@
+#include "cli/CommandRegistry.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "cli/DataLocations.h"
+#include "core/support/Error.h"
+
+namespace kelvo::cli {
+namespace {
+
+struct Outcome {
+    int status;
+    std::string output;
+    std::string errors;
+};
+
+class CommandRegistryTest : public ::testing::Test {
+  protected:
+    CommandRegistryTest() {
+        registry.add(Command{"echo", "[--upper] [TEXT]", "Echo TEXT.",
+                             ArgumentParser().flag("--upper").positionals(1),
+                             [](const ParsedArguments& arguments, CommandContext& context) {
+                                 std::string text = context.textArgument(arguments);
+                                 if (arguments.has("--upper")) {
+                                     for (char& c : text) {
+                                         c = static_cast<char>(std::toupper(c));
+                                     }
+                                 }
+                                 context.writeText(text);
+                             }});
+        registry.add(Command{"fail", "", "Write, then fail.", ArgumentParser(),
+                             [](const ParsedArguments&, CommandContext& context) {
+                                 context.writeText("partial");
+                                 throw FileError("cannot read /x:\nno such file");
+                             }});
+        registry.add(Command{"group first", "--value V", "First of a group.",
+                             ArgumentParser().option("--value", true),
+                             [](const ParsedArguments& arguments, CommandContext& context) {
+                                 if (*arguments.value("--value") == "bad") {
+                                     throw UsageError("invalid value 'bad' for --value");
+                                 }
+                                 context.writeText(*arguments.value("--value"));
+                             }});
+        registry.add(Command{
+            "group second", "", "Second of a group.", ArgumentParser(),
+            [](const ParsedArguments&, CommandContext& context) { context.writeText("second"); }});
+    }
+
+    Outcome run(std::vector<std::string> arguments, const std::string& input = "") {
+        std::istringstream in(input);
+        std::ostringstream out;
+        std::ostringstream err;
+        const Environment environment(
+            [](std::string_view) -> std::optional<std::string> { return std::nullopt; });
+        const int status = registry.run(arguments, in, out, err, environment);
+        return Outcome{status, out.str(), err.str()};
+    }
+
+    CommandRegistry registry;
+};
+
+TEST_F(CommandRegistryTest, SuccessWritesTheHeldOutputAndExitsZero) {
+    const Outcome fromArgument = run({"echo", "--upper", "abc"});
+    EXPECT_EQ(fromArgument.status, 0);
+    EXPECT_EQ(fromArgument.output, "ABC\n");
+    EXPECT_EQ(fromArgument.errors, "");
+    EXPECT_EQ(run({"echo"}, "line one\nline two\n\n").output, "line one\nline two\n\n\n");
+    EXPECT_EQ(run({"group", "second"}).output, "second\n");
+    EXPECT_EQ(run({"group", "first", "--value", "v"}).output, "v\n");
+}
+
+TEST_F(CommandRegistryTest, FailureDiscardsOutputAndReportsOneLine) {
+    const Outcome outcome = run({"fail"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.errors, "kelvo: cannot read /x: no such file\n");
+}
+
+TEST_F(CommandRegistryTest, UsageErrorsExitTwoWithReasonAndUsageLine) {
+    const Outcome unknownOption = run({"echo", "--lower", "x"});
+    EXPECT_EQ(unknownOption.status, 2);
+    EXPECT_EQ(unknownOption.output, "");
+    EXPECT_EQ(unknownOption.errors,
+              "kelvo: unknown option '--lower'\nusage: kelvo echo [--upper] [TEXT]\n");
+
+    const Outcome fromCommand = run({"group", "first", "--value", "bad"});
+    EXPECT_EQ(fromCommand.status, 2);
+    EXPECT_EQ(fromCommand.output, "");
+    EXPECT_EQ(fromCommand.errors,
+              "kelvo: invalid value 'bad' for --value\nusage: kelvo group first --value V\n");
+
+    const Outcome unknownCommand = run({"nonsense"});
+    EXPECT_EQ(unknownCommand.status, 2);
+    EXPECT_EQ(unknownCommand.errors,
+              "kelvo: unknown command 'nonsense'\n"
+              "usage: kelvo <command> [options] (see 'kelvo help')\n");
+
+    EXPECT_EQ(run({}).errors,
+              "kelvo: missing command\nusage: kelvo <command> [options] (see 'kelvo help')\n");
+
+    const Outcome unknownMember = run({"group", "third"});
+    EXPECT_EQ(unknownMember.status, 2);
+    EXPECT_EQ(unknownMember.errors,
+              "kelvo: unknown group command 'third'\n"
+              "usage: kelvo group first --value V\nusage: kelvo group second\n");
+    EXPECT_EQ(run({"group"}).errors.substr(0, 29), "kelvo: missing group command\n");
+}
+
+TEST_F(CommandRegistryTest, HelpGoesToStandardOutputWithExitZero) {
+    for (const auto& arguments : std::vector<std::vector<std::string>>{{"help"}, {"--help"}}) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.errors, "");
+        EXPECT_TRUE(outcome.output.starts_with("usage: kelvo <command> [options]\n"));
+        EXPECT_NE(outcome.output.find("  kelvo group first --value V\n      First of a group.\n"),
+                  std::string::npos);
+    }
+    EXPECT_EQ(run({"echo", "--help"}).output, "usage: kelvo echo [--upper] [TEXT]\n  Echo TEXT.\n");
+    EXPECT_EQ(run({"help", "echo"}).output, "usage: kelvo echo [--upper] [TEXT]\n  Echo TEXT.\n");
+    // Help wins over a missing required option.
+    EXPECT_EQ(run({"group", "first", "--help"}).status, 0);
+    EXPECT_EQ(run({"help", "group"}).output,
+              "usage: kelvo group first --value V\nusage: kelvo group second\n");
+    EXPECT_EQ(run({"help", "nonsense"}).status, 2);
+}
+
+TEST(CommandRegistry, DuplicateNamesAreRejected) {
+    CommandRegistry registry;
+    const auto noop = [](const ParsedArguments&, CommandContext&) {};
+    registry.add(Command{"a", "", "", ArgumentParser(), noop});
+    EXPECT_THROW(registry.add(Command{"a", "", "", ArgumentParser(), noop}), std::logic_error);
+}
+
+TEST(DataLocations, DataHomeComesFromXdgOrHomeAndRelativeValuesAreIgnored) {
+    std::map<std::string, std::string, std::less<>> variables;
+    const Environment environment([&](std::string_view name) -> std::optional<std::string> {
+        const auto found = variables.find(name);
+        if (found == variables.end()) {
+            return std::nullopt;
+        }
+        return found->second;
+    });
+    const DataLocations locations(environment);
+    EXPECT_THROW(locations.defaultDictionaryFile(), Error);
+
+    variables["HOME"] = "/home/user";
+    EXPECT_EQ(locations.defaultDictionaryFile(),
+              "/home/user/.local/share/KelvoVoiceMac/dictionary.json");
+    variables["XDG_DATA_HOME"] = "";
+    EXPECT_EQ(locations.defaultHistoryFile(), "/home/user/.local/share/KelvoVoiceMac/history.json");
+    variables["XDG_DATA_HOME"] = "relative/data";
+    EXPECT_EQ(locations.applicationFolder(), "/home/user/.local/share/KelvoVoiceMac");
+    variables["XDG_DATA_HOME"] = "/data";
+    EXPECT_EQ(locations.defaultDictionaryFile(), "/data/KelvoVoiceMac/dictionary.json");
+    EXPECT_EQ(locations.defaultHistoryFile(), "/data/KelvoVoiceMac/history.json");
+}
+
+}  // namespace
+}  // namespace kelvo::cli

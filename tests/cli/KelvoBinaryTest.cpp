@@ -1,0 +1,534 @@
+// Runs the built `kelvo` binary as a child process, with its standard streams captured and an
+// environment of the test's own (a temporary HOME and XDG_DATA_HOME), and checks the tool's
+// contract from the outside: exit status, exact standard output and error, and the files left.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/models/DictionaryEntry.h"
+#include "core/models/HistoryItem.h"
+#include "core/models/Json.h"
+#include "core/support/Uuid.h"
+
+namespace kelvo {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+    int status = -1;
+    std::string output;
+    std::string errors;
+};
+
+/// Runs `kelvo` with `arguments`, feeding `input` on standard input. Reading and writing are
+/// interleaved with poll so that a child that writes a lot before reading cannot deadlock.
+Outcome runKelvo(const std::vector<std::string>& arguments, const std::string& input,
+                 const std::map<std::string, std::string>& environment,
+                 const fs::path& workingFolder) {
+    int inPipe[2], outPipe[2], errPipe[2];
+    if (pipe2(inPipe, O_CLOEXEC) != 0 || pipe2(outPipe, O_CLOEXEC) != 0 ||
+        pipe2(errPipe, O_CLOEXEC) != 0) {
+        ADD_FAILURE() << "pipe failed";
+        return {};
+    }
+    std::vector<std::string> environmentTexts;
+    for (const auto& [name, value] : environment) {
+        environmentTexts.push_back(name + "=" + value);
+    }
+    std::vector<char*> argv{const_cast<char*>(KELVO_BINARY)};
+    for (const auto& argument : arguments) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    std::vector<char*> envp;
+    for (auto& text : environmentTexts) {
+        envp.push_back(text.data());
+    }
+    envp.push_back(nullptr);
+
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(inPipe[0], STDIN_FILENO);
+        dup2(outPipe[1], STDOUT_FILENO);
+        dup2(errPipe[1], STDERR_FILENO);
+        if (chdir(workingFolder.c_str()) != 0) {
+            _exit(126);
+        }
+        execve(KELVO_BINARY, argv.data(), envp.data());
+        _exit(127);
+    }
+    close(inPipe[0]);
+    close(outPipe[1]);
+    close(errPipe[1]);
+
+    Outcome run;
+    std::size_t written = 0;
+    int inFd = inPipe[1];
+    if (input.empty()) {
+        close(inFd);
+        inFd = -1;
+    }
+    int outFd = outPipe[0];
+    int errFd = errPipe[0];
+    char buffer[4096];
+    while (outFd >= 0 || errFd >= 0) {
+        std::vector<pollfd> fds;
+        if (inFd >= 0) {
+            fds.push_back({inFd, POLLOUT, 0});
+        }
+        if (outFd >= 0) {
+            fds.push_back({outFd, POLLIN, 0});
+        }
+        if (errFd >= 0) {
+            fds.push_back({errFd, POLLIN, 0});
+        }
+        if (poll(fds.data(), fds.size(), -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            break;
+        }
+        for (const pollfd& entry : fds) {
+            if (entry.revents == 0) {
+                continue;
+            }
+            if (entry.fd == inFd) {
+                const ssize_t count = write(inFd, input.data() + written, input.size() - written);
+                if (count > 0) {
+                    written += static_cast<std::size_t>(count);
+                }
+                if (count < 0 || written == input.size()) {
+                    close(inFd);
+                    inFd = -1;
+                }
+                continue;
+            }
+            const ssize_t count = read(entry.fd, buffer, sizeof buffer);
+            if (count > 0) {
+                (entry.fd == outFd ? run.output : run.errors).append(buffer, count);
+            } else {
+                close(entry.fd);
+                (entry.fd == outFd ? outFd : errFd) = -1;
+            }
+        }
+    }
+    if (inFd >= 0) {
+        close(inFd);
+    }
+    int waitStatus = 0;
+    waitpid(child, &waitStatus, 0);
+    run.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
+    return run;
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+void writeFile(const fs::path& path, const std::string& text) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+class KelvoBinary : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        std::string pattern = (fs::temp_directory_path() / "kelvo-cli-test-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        root = pattern;
+        fs::create_directories(root / "home");
+        fs::create_directories(root / "work");
+        environment = {{"HOME", (root / "home").string()},
+                       {"XDG_DATA_HOME", (root / "data").string()},
+                       {"PATH", "/usr/bin:/bin"}};
+    }
+    void TearDown() override { fs::remove_all(root); }
+
+    Outcome kelvo(const std::vector<std::string>& arguments, const std::string& input = "") {
+        return runKelvo(arguments, input, environment, root / "work");
+    }
+
+    fs::path appFolder() const { return root / "data" / "KelvoVoiceMac"; }
+    fs::path defaultDictionary() const { return appFolder() / "dictionary.json"; }
+    fs::path defaultHistory() const { return appFolder() / "history.json"; }
+
+    /// Adds an entry through the tool and returns its identifier.
+    std::string addEntry(const std::vector<std::string>& options) {
+        std::vector<std::string> arguments{"dictionary", "add"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Outcome run = kelvo(arguments);
+        EXPECT_EQ(run.status, 0) << run.errors;
+        return Json::parse(run.output).at("id").get<std::string>();
+    }
+
+    fs::path root;
+    std::map<std::string, std::string> environment;
+};
+
+TEST_F(KelvoBinary, ExitStatusTellsSuccessFailureAndUsageErrorApart) {
+    const Outcome success = kelvo({"fillers", "えーと、今日はえー 会議です"});
+    EXPECT_EQ(success.status, 0);
+    EXPECT_EQ(success.output, "今日は会議です\n");
+    EXPECT_EQ(success.errors, "");
+
+    const std::string unknownID = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
+    const Outcome failure = kelvo({"dictionary", "remove", unknownID});
+    EXPECT_EQ(failure.status, 1);
+    EXPECT_EQ(failure.output, "");
+    EXPECT_EQ(failure.errors, "kelvo: no dictionary entry with ID " + unknownID + "\n");
+
+    const Outcome unknownCommand = kelvo({"frobnicate"});
+    EXPECT_EQ(unknownCommand.status, 2);
+    EXPECT_EQ(unknownCommand.output, "");
+    EXPECT_EQ(unknownCommand.errors,
+              "kelvo: unknown command 'frobnicate'\n"
+              "usage: kelvo <command> [options] (see 'kelvo help')\n");
+
+    const Outcome unknownOption = kelvo({"todo", "--verbose", "x"});
+    EXPECT_EQ(unknownOption.status, 2);
+    EXPECT_EQ(unknownOption.output, "");
+    EXPECT_EQ(unknownOption.errors,
+              "kelvo: unknown option '--verbose'\nusage: kelvo todo [TEXT]\n");
+
+    const Outcome help = kelvo({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(help.output.starts_with("usage: kelvo <command>")) << help.output;
+    EXPECT_EQ(help.errors, "");
+    EXPECT_EQ(kelvo({"help"}).output, help.output);
+}
+
+TEST_F(KelvoBinary, UnknownEnumerationValuesAreUsageErrorsThatWriteNothing) {
+    const std::vector<std::vector<std::string>> commandLines{
+        {"correct", "--scope", "All", "とうきょう"},
+        {"prompt", "--level", "Verbatim", "--mode", "voiceInput"},
+        {"prompt", "--level", "5", "--mode", "voiceInput"},
+        {"process", "--text", "x", "--mode", "notes"},
+        {"process", "--text", "x", "--format", "html"},
+        {"process", "--text", "x", "--level", "bullets"},
+        {"process", "--text", "x", "--scope", "none"},
+        {"process", "--text", "x", "--audio", "a.m4a"},
+        {"history", "--limit", "-1"},
+        {"history", "--limit", "ten"},
+        {"dictionary", "add", "--canonical", "東京", "--priority", "high"},
+        {"dictionary", "add", "--reading", "とうきょう"},
+        {"dictionary", "rename"},
+    };
+    for (const auto& arguments : commandLines) {
+        const Outcome run = kelvo(arguments);
+        EXPECT_EQ(run.status, 2) << arguments[0] << " " << arguments[1];
+        EXPECT_EQ(run.output, "");
+        EXPECT_NE(run.errors.find("\nusage: kelvo "), std::string::npos) << run.errors;
+    }
+    EXPECT_EQ(kelvo({"process", "--text", "x", "--level", "trims"}).errors,
+              "kelvo: invalid value 'trims' for --level (expected "
+              "verbatim|cleanup|concise|summarize|bulletsOrTodo|trim|translate)\n"
+              "usage: kelvo process [--audio FILE | --text TEXT] [--level L] [--mode M] "
+              "[--format F] [--scope S] [--target-language X] [--dictionary PATH] "
+              "[--history PATH]\n");
+    EXPECT_FALSE(fs::exists(root / "data")) << "a usage error created the data folder";
+}
+
+TEST_F(KelvoBinary, TextComesWholeFromStandardInputAndLeavesWithOneLineFeed) {
+    // No dictionary file: correction returns its input, so the text passes through unchanged.
+    const std::string input = "一行目\r\n  二行目\t\n\n";
+    const Outcome corrected = kelvo({"correct"}, input);
+    EXPECT_EQ(corrected.status, 0) << corrected.errors;
+    EXPECT_EQ(corrected.output, input + "\n");
+
+    EXPECT_EQ(kelvo({"correct"}).output, "\n");
+    // A positional TEXT wins; standard input is then not read.
+    EXPECT_EQ(kelvo({"normalize", "ＡＢＣ１２３　ｘ"}, "ignored").output, "ABC123 x\n");
+    EXPECT_EQ(kelvo({"normalize"}, "　テスト　").output, "テスト\n");
+    // Only "--" starts an option, so a todo line can be passed as it is.
+    EXPECT_EQ(kelvo({"todo", "- 牛乳"}).output, "- [ ] 牛乳\n");
+    EXPECT_EQ(kelvo({"todo"}, "買い物\n- 牛乳\n* パン\n- [x] 済み\n").output,
+              "- [ ] 買い物\n- [ ] 牛乳\n- [ ] パン\n- [x] 済み\n");
+    EXPECT_EQ(kelvo({"todo", "--", "--x"}).output, "- [ ] --x\n");
+
+    // Large input arrives whole.
+    std::string large;
+    for (int i = 0; i < 20000; ++i) {
+        large += "えーと東京の会議。\n";
+    }
+    const Outcome fillers = kelvo({"fillers"}, large);
+    EXPECT_EQ(fillers.status, 0);
+    std::string expected;
+    for (int i = 0; i < 20000; ++i) {
+        expected += "東京の会議。\n";
+    }
+    EXPECT_TRUE(fillers.output == expected + "\n") << fillers.output.size() << " bytes";
+}
+
+TEST_F(KelvoBinary, DefaultFilesLiveInTheXdgDataHomeWhichIsCreatedOnlyOnWrite) {
+    const Outcome read = kelvo({"correct", "とうきょう"});
+    EXPECT_EQ(read.status, 0);
+    EXPECT_FALSE(fs::exists(root / "data")) << "a read created the data folder";
+    EXPECT_EQ(kelvo({"dictionary", "list"}).output, "[]\n");
+    EXPECT_EQ(kelvo({"history"}).output, "[]\n");
+    EXPECT_FALSE(fs::exists(root / "data"));
+
+    addEntry({"--canonical", "東京", "--reading", "とうきょう"});
+    EXPECT_TRUE(fs::exists(defaultDictionary()));
+    EXPECT_EQ(kelvo({"correct", "とうきょうへ"}).output, "東京へ\n");
+
+    EXPECT_EQ(kelvo({"process", "--text", "とうきょう"}).status, 0);
+    EXPECT_TRUE(fs::exists(defaultHistory()));
+
+    // Without XDG_DATA_HOME the folder is ~/.local/share.
+    environment.erase("XDG_DATA_HOME");
+    addEntry({"--canonical", "大阪"});
+    const fs::path homeDictionary =
+        root / "home" / ".local" / "share" / "KelvoVoiceMac" / "dictionary.json";
+    ASSERT_TRUE(fs::exists(homeDictionary));
+    const auto entries = Json::parse(readFile(homeDictionary)).get<std::vector<DictionaryEntry>>();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].canonicalText, "大阪");
+
+    // Explicit paths are used as given, relative to the working folder.
+    const Outcome explicitAdd =
+        kelvo({"dictionary", "add", "--canonical", "京都", "--dictionary", "sub/dir/d.json"});
+    EXPECT_EQ(explicitAdd.status, 0) << explicitAdd.errors;
+    EXPECT_TRUE(fs::exists(root / "work" / "sub" / "dir" / "d.json"));
+}
+
+TEST_F(KelvoBinary, ADamagedDictionaryIsReportedAndNeverOverwritten) {
+    const std::string damaged = "[{\"id\": \"3F2504E0-4F89-11D3-9A0C-0305E82C3301\",";
+    writeFile(defaultDictionary(), damaged);
+    const std::vector<std::vector<std::string>> commandLines{
+        {"correct", "とうきょう"},
+        {"hints"},
+        {"dictionary", "list"},
+        {"dictionary", "add", "--canonical", "東京"},
+        {"dictionary", "remove", "3F2504E0-4F89-11D3-9A0C-0305E82C3301"},
+        {"process", "--text", "とうきょう"},
+    };
+    for (const auto& arguments : commandLines) {
+        const Outcome run = kelvo(arguments);
+        EXPECT_EQ(run.status, 1) << arguments[0];
+        EXPECT_EQ(run.output, "");
+        EXPECT_TRUE(run.errors.starts_with("kelvo: " + defaultDictionary().string() + ": "))
+            << run.errors;
+        EXPECT_EQ(run.errors.find('\n'), run.errors.size() - 1) << "not one line: " << run.errors;
+        EXPECT_EQ(readFile(defaultDictionary()), damaged);
+    }
+    EXPECT_FALSE(fs::exists(defaultHistory())) << "process wrote history despite the failure";
+
+    // A well-formed entry that lacks a required member fails too, naming the file and member.
+    const std::string missingPriority = R"([
+  {
+    "id": "3F2504E0-4F89-11D3-9A0C-0305E82C3301",
+    "canonicalText": "東京",
+    "readings": [],
+    "commonMisrecognitions": [],
+    "replacementText": "",
+    "enabled": true
+  }
+])";
+    const fs::path explicitFile = root / "work" / "partial.json";
+    writeFile(explicitFile, missingPriority);
+    const Outcome run = kelvo({"correct", "--dictionary", explicitFile.string(), "東京"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.errors.starts_with("kelvo: " + explicitFile.string() + ": ")) << run.errors;
+    EXPECT_NE(run.errors.find("\"priority\""), std::string::npos) << run.errors;
+    EXPECT_EQ(readFile(explicitFile), missingPriority);
+}
+
+TEST_F(KelvoBinary, JsonOutputIsPrettyWithRecordKeysAndUnescapedJapanese) {
+    const std::string id = addEntry({"--canonical", "東京", "--reading", "とうきょう"});
+    const Outcome corrected = kelvo({"correct", "--json", "とうきょうと東京"});
+    EXPECT_EQ(corrected.status, 0);
+    EXPECT_EQ(corrected.output, "{\n  \"text\": \"東京と東京\",\n  \"usedEntryIDs\": [\n    \"" +
+                                    id + "\"\n  ]\n}\n");
+    EXPECT_EQ(kelvo({"correct", "--json", "--scope", "disabled", "とうきょう"}).output,
+              "{\n  \"text\": \"とうきょう\",\n  \"usedEntryIDs\": []\n}\n");
+
+    const Outcome listed = kelvo({"dictionary", "list"});
+    EXPECT_EQ(listed.output,
+              "[\n  {\n    \"id\": \"" + id +
+                  "\",\n    \"canonicalText\": \"東京\",\n    \"readings\": [\n"
+                  "      \"とうきょう\"\n    ],\n    \"commonMisrecognitions\": [],\n"
+                  "    \"replacementText\": \"\",\n    \"priority\": 50,\n"
+                  "    \"enabled\": true\n  }\n]\n");
+}
+
+TEST_F(KelvoBinary, HintsArePrintedOnePerLineInApplicationOrder) {
+    EXPECT_EQ(kelvo({"hints"}).output, "");
+    addEntry({"--canonical", "議事録", "--priority", "10"});
+    addEntry({"--canonical", "Kubernetes", "--priority", "90"});
+    addEntry({"--canonical", "無効", "--disabled"});
+    const Outcome hints = kelvo({"hints"});
+    EXPECT_EQ(hints.status, 0);
+    EXPECT_EQ(hints.output, "Kubernetes\n議事録\n");
+    EXPECT_EQ(kelvo({"hints", "--scope", "disabled"}).output, "");
+}
+
+TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
+    const std::string id = addEntry({"--canonical", "東京", "--reading", "とうきょう"});
+    const std::string history = (root / "h" / "history.json").string();
+
+    const Outcome first = kelvo(
+        {"process", "--text", "えーと、とうきょうに行く", "--level", "trim", "--history", history});
+    ASSERT_EQ(first.status, 0) << first.errors;
+    const auto result = Json::parse(first.output).get<VoiceInputResult>();
+    EXPECT_EQ(result.correctedText, "えーと、東京に行く");
+    EXPECT_EQ(result.finalText, "東京に行く");
+    EXPECT_EQ(result.summaryLevel, SummaryLevel::trim);
+    EXPECT_EQ(result.usedDictionaryEntryIDs, (std::vector<std::string>{id, id}));
+    EXPECT_EQ(first.output.back(), '\n');
+    EXPECT_EQ(first.output.find("\\u"), std::string::npos);
+
+    const Outcome second =
+        kelvo({"process", "--audio", "missing.m4a", "--mode", "todo", "--format", "todoList",
+               "--scope", "disabled", "--target-language", "en", "--history", history});
+    ASSERT_EQ(second.status, 0) << second.errors;
+    EXPECT_EQ(Json::parse(second.output).at("rawTranscript"),
+              "これはテスト用の音声テキストです。KelvoVoiceの音声認識モックです。");
+
+    const Outcome listed = kelvo({"history", "--history", history});
+    ASSERT_EQ(listed.status, 0) << listed.errors;
+    const auto items = Json::parse(listed.output).get<std::vector<HistoryItem>>();
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_TRUE(isUuid(items[0].id));
+    EXPECT_EQ(items[0].request.audioFileURL, root / "work" / "missing.m4a");
+    EXPECT_EQ(items[0].request.processingMode, ProcessingMode::todo);
+    EXPECT_EQ(items[0].request.outputFormat, OutputFormat::todoList);
+    EXPECT_EQ(items[0].request.dictionaryScope, DictionaryScope::disabled);
+    EXPECT_EQ(items[0].request.targetLanguage, "en");
+    EXPECT_EQ(items[1].request.rawText, "えーと、とうきょうに行く");
+    EXPECT_EQ(items[1].request.processingMode, ProcessingMode::voiceInput);
+    EXPECT_EQ(items[1].request.outputFormat, OutputFormat::plainText);
+    EXPECT_EQ(items[1].result, result);
+    EXPECT_LE(items[1].createdAt, items[0].createdAt);
+
+    EXPECT_EQ(Json::parse(kelvo({"history", "--history", history, "--limit", "1"}).output).size(),
+              1u);
+    EXPECT_EQ(kelvo({"history", "--history", history, "--limit", "0"}).output, "[]\n");
+
+    // A damaged history cannot be listed; the failure names the file.
+    writeFile(history, "not json");
+    const Outcome damaged = kelvo({"history", "--history", history});
+    EXPECT_EQ(damaged.status, 1);
+    EXPECT_TRUE(damaged.errors.starts_with("kelvo: " + history + ": ")) << damaged.errors;
+}
+
+TEST_F(KelvoBinary, DictionaryEntriesAreAddedAndRemovedByID) {
+    const Outcome added =
+        kelvo({"dictionary", "add", "--canonical", "Kubernetes", "--reading", "クバネティス",
+               "--reading", "くばねてぃす", "--misrecognition", "食う場ネティス", "--replacement",
+               "K8s", "--priority", "-3", "--disabled", "--note", "コンテナ基盤"});
+    ASSERT_EQ(added.status, 0) << added.errors;
+    const auto entry = Json::parse(added.output).get<DictionaryEntry>();
+    EXPECT_TRUE(isUuid(entry.id));
+    EXPECT_EQ(entry.id, canonicalUuid(entry.id)) << "identifiers are upper case";
+    EXPECT_EQ(entry.canonicalText, "Kubernetes");
+    EXPECT_EQ(entry.readings, (std::vector<std::string>{"クバネティス", "くばねてぃす"}));
+    EXPECT_EQ(entry.commonMisrecognitions, (std::vector<std::string>{"食う場ネティス"}));
+    EXPECT_EQ(entry.replacementText, "K8s");
+    EXPECT_EQ(entry.priority, -3);
+    EXPECT_FALSE(entry.enabled);
+    EXPECT_EQ(entry.note, "コンテナ基盤");
+
+    const std::string second = addEntry({"--canonical", "東京"});
+    const auto listed =
+        Json::parse(kelvo({"dictionary", "list"}).output).get<std::vector<DictionaryEntry>>();
+    ASSERT_EQ(listed.size(), 2u);
+    EXPECT_EQ(listed[0], entry);
+    EXPECT_EQ(listed[1].id, second);
+    EXPECT_EQ(listed[1].priority, 50);
+    EXPECT_TRUE(listed[1].enabled);
+    EXPECT_EQ(listed[1].note, std::nullopt);
+
+    std::string lowerCase = entry.id;
+    for (char& c : lowerCase) {
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    const Outcome removed = kelvo({"dictionary", "remove", lowerCase});
+    EXPECT_EQ(removed.status, 0) << removed.errors;
+    EXPECT_EQ(removed.output, "");
+    const auto remaining =
+        Json::parse(kelvo({"dictionary", "list"}).output).get<std::vector<DictionaryEntry>>();
+    ASSERT_EQ(remaining.size(), 1u);
+    EXPECT_EQ(remaining[0].id, second);
+
+    const std::string before = readFile(defaultDictionary());
+    const Outcome again = kelvo({"dictionary", "remove", entry.id});
+    EXPECT_EQ(again.status, 1);
+    EXPECT_EQ(again.errors, "kelvo: no dictionary entry with ID " + entry.id + "\n");
+    EXPECT_EQ(readFile(defaultDictionary()), before);
+    EXPECT_EQ(kelvo({"dictionary", "remove"}).status, 2);
+}
+
+TEST_F(KelvoBinary, RenderTurnsAPipelineResultIntoMarkdown) {
+    addEntry({"--canonical", "議事録", "--reading", "ぎじろく"});
+    const Outcome processed =
+        kelvo({"process", "--text", "ぎじろくを作る。明日まで", "--history", "h.json"});
+    ASSERT_EQ(processed.status, 0);
+
+    const Outcome rendered = kelvo({"render", "--tag", "会議", "--tag", "memo"}, processed.output);
+    ASSERT_EQ(rendered.status, 0) << rendered.errors;
+    const std::string created = "created: \"";
+    const std::size_t createdAt = rendered.output.find(created);
+    ASSERT_NE(createdAt, std::string::npos) << rendered.output;
+    const std::size_t createdEnd = rendered.output.find('\n', createdAt);
+    EXPECT_EQ(rendered.output.substr(0, createdAt), "---\n");
+    EXPECT_EQ(rendered.output.substr(createdEnd + 1),
+              "dictionary_corrections: 2\nprocessing_mode: \"voiceInput\"\n"
+              "source: \"KelvoVoice\"\nsummary_level: \"verbatim\"\ntitle: \"議事録を作る\"\n"
+              "tags: [会議, memo]\n---\n\n# 議事録を作る\n\n議事録を作る。明日まで\n");
+
+    const Outcome simple = kelvo({"render", "--simple"}, processed.output);
+    ASSERT_EQ(simple.status, 0);
+    EXPECT_TRUE(
+        simple.output.ends_with("title: \"議事録を作る\"\n---\n\n# 議事録を作る\n\n"
+                                "議事録を作る。明日まで\n"))
+        << simple.output;
+
+    const Outcome invalid = kelvo({"render"}, "{\"rawTranscript\": ");
+    EXPECT_EQ(invalid.status, 1);
+    EXPECT_EQ(invalid.output, "");
+    EXPECT_TRUE(invalid.errors.starts_with("kelvo: standard input is not valid JSON: "))
+        << invalid.errors;
+    const Outcome wrongShape = kelvo({"render"}, "{\"finalText\": \"x\"}");
+    EXPECT_EQ(wrongShape.status, 1);
+    EXPECT_EQ(wrongShape.errors,
+              "kelvo: standard input is not a VoiceInputResult: missing required member "
+              "\"rawTranscript\"\n");
+}
+
+TEST_F(KelvoBinary, PromptIsBuiltFromLevelModeAndHints) {
+    const Outcome plain = kelvo({"prompt", "--level", "verbatim", "--mode", "voiceInput"});
+    EXPECT_EQ(plain.status, 0);
+    EXPECT_TRUE(plain.output.ends_with("。\n")) << plain.output;
+    EXPECT_EQ(plain.output.find("東京"), std::string::npos);
+
+    const Outcome hinted = kelvo({"prompt", "--level", "verbatim", "--mode", "voiceInput", "--hint",
+                                  "東京", "--hint", "AI"});
+    EXPECT_EQ(hinted.status, 0);
+    EXPECT_TRUE(hinted.output.starts_with(plain.output.substr(0, plain.output.size() - 1)));
+    EXPECT_TRUE(hinted.output.ends_with("東京、AI\n")) << hinted.output;
+
+    EXPECT_EQ(kelvo({"prompt", "--level", "verbatim"}).errors,
+              "kelvo: missing option '--mode'\n"
+              "usage: kelvo prompt --level L --mode M [--hint H]...\n");
+}
+
+}  // namespace
+}  // namespace kelvo

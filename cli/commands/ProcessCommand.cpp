@@ -4,6 +4,7 @@
 #include "cli/DataLocations.h"
 #include "cli/commands/CommandGroups.h"
 #include "cli/commands/DictionaryAccess.h"
+#include "cli/commands/WorkerOptions.h"
 #include "core/engines/LocalPlaceholderTextProcessingService.h"
 #include "core/engines/MockTranscriptionService.h"
 #include "core/engines/VoiceInputEngine.h"
@@ -23,10 +24,14 @@ struct PipelineServices {
 /// transcription and the placeholder processing, so `process` works with no network at all.
 /// Options for other services (a worker) are declared here and honoured in selectServices.
 ArgumentParser& declareServiceOptions(ArgumentParser& parser) {
-    return parser;
+    return WorkerOptions::declare(parser);
 }
 
-PipelineServices selectServices(const ParsedArguments&) {
+PipelineServices selectServices(const ParsedArguments& arguments, const Environment& environment) {
+    if (auto worker = WorkerOptions::services(arguments, environment)) {
+        return PipelineServices{std::move(worker->transcription),
+                                std::move(worker->textProcessing)};
+    }
     return PipelineServices{std::make_shared<MockTranscriptionService>(),
                             std::make_shared<LocalPlaceholderTextProcessingService>()};
 }
@@ -71,7 +76,7 @@ VoiceInputRequest requestFrom(const ParsedArguments& arguments) {
 
 void runProcess(const ParsedArguments& arguments, CommandContext& context) {
     const VoiceInputRequest request = requestFrom(arguments);
-    const PipelineServices services = selectServices(arguments);
+    const PipelineServices services = selectServices(arguments, context.environment());
     const std::filesystem::path historyFile = context.historyFile(arguments);
     // Load the dictionary before touching the history folder: a broken dictionary then fails the
     // command with nothing written anywhere.

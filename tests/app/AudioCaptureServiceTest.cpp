@@ -24,8 +24,24 @@ using platform::AudioInput;
 constexpr double toneHz = 1000;
 constexpr float toneAmplitude = 0.5f;
 
+// QCoro 0.8's waitFor() never returns from a task that throws, so the error is caught inside.
+QCoro::Task<> startInto(AudioCaptureService& service, std::shared_ptr<Channel<AudioBuffer>>& stream,
+                        std::exception_ptr& failure) {
+    try {
+        stream = co_await service.start();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+}
+
 std::shared_ptr<Channel<AudioBuffer>> startCapture(AudioCaptureService& service) {
-    return QCoro::waitFor(service.start());
+    std::shared_ptr<Channel<AudioBuffer>> stream;
+    std::exception_ptr failure;
+    QCoro::waitFor(startInto(service, stream, failure));
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+    return stream;
 }
 
 std::string startFailure(AudioCaptureService& service) {
@@ -94,7 +110,8 @@ void expectToneSurvives(const AudioInput::Format& format, std::size_t reads) {
     EXPECT_EQ(input.requestedFramesPerRead, 4096u);
 
     for (std::size_t read = 0; read < reads; ++read) {
-        std::vector<float> tone = toneFloat(format.sampleRateHz, format.channelCount, read * 4096, 4096);
+        std::vector<float> tone =
+            toneFloat(format.sampleRateHz, format.channelCount, read * 4096, 4096);
         if (format.sampleFormat == AudioInput::SampleFormat::float32) {
             input.deliver(std::span<const float>(tone));
         } else {
@@ -126,7 +143,8 @@ TEST(AudioCaptureServiceTest, ConvertsA44100HzMonoInt16ToneTo16kHzMono) {
     expectToneSurvives({44100, 1, AudioInput::SampleFormat::int16}, 30);
 }
 
-TEST(AudioCaptureServiceTest, SteadyReadsAt48kHzAverageTheNominal1365FramesAndAt16kHzKeepTheirLength) {
+TEST(AudioCaptureServiceTest,
+     SteadyReadsAt48kHzAverageTheNominal1365FramesAndAt16kHzKeepTheirLength) {
     ensureCoreApplication();
     {
         FakeAudioInput input;
@@ -254,8 +272,10 @@ TEST(AudioCaptureServiceTest, UnusableDeviceFormatsFailWithInputFormatUnavailabl
     ensureCoreApplication();
     for (std::optional<AudioInput::Format> format :
          {std::optional<AudioInput::Format>(),
-          std::optional<AudioInput::Format>(AudioInput::Format{0, 2, AudioInput::SampleFormat::float32}),
-          std::optional<AudioInput::Format>(AudioInput::Format{48000, 0, AudioInput::SampleFormat::int16})}) {
+          std::optional<AudioInput::Format>(
+              AudioInput::Format{0, 2, AudioInput::SampleFormat::float32}),
+          std::optional<AudioInput::Format>(
+              AudioInput::Format{48000, 0, AudioInput::SampleFormat::int16})}) {
         FakeAudioInput input;
         input.deviceFormat = format;
         AudioCaptureService service(input);

@@ -42,10 +42,12 @@ std::vector<TranscriptionEvent> drainEvents(Channel<TranscriptionEvent>& events)
     return all;
 }
 
-AudioBuffer buffer(std::size_t frames) { return AudioBuffer{std::vector<std::int16_t>(frames, 100)}; }
+AudioBuffer buffer(std::size_t frames) {
+    return AudioBuffer{std::vector<std::int16_t>(frames, 100)};
+}
 
 class SpeechServiceTest : public ::testing::Test {
-protected:
+  protected:
     SpeechServiceTest() {
         ensureCoreApplication();
         service = std::make_shared<SpeechService>(engine, recognizers, clock, trace);
@@ -54,7 +56,8 @@ protected:
     // Starts a dictation and waits until the service has settled on an engine (or given up).
     std::shared_ptr<Channel<TranscriptionEvent>> start() {
         events = service->startTranscription(audio);
-        EXPECT_TRUE(waitUntil([&] { return service->activeEngine().has_value() || events->isClosed(); }));
+        EXPECT_TRUE(
+            waitUntil([&] { return service->activeEngine().has_value() || events->isClosed(); }));
         return events;
     }
 
@@ -79,7 +82,8 @@ protected:
 };
 
 TEST_F(SpeechServiceTest, ContextualStringsAreTrimmedFilteredAndCappedAtOneHundred) {
-    service->setContextualStrings({"  東京駅\n", "", " \t\r\n", "\u3000渋谷\u3000", "渋谷", "Kelvo"});
+    service->setContextualStrings(
+        {"  東京駅\n", "", " \t\r\n", "\u3000渋谷\u3000", "渋谷", "Kelvo"});
     EXPECT_EQ(service->contextualStrings(),
               (std::vector<std::string>{"東京駅", "渋谷", "渋谷", "Kelvo"}));
 
@@ -104,9 +108,9 @@ TEST_F(SpeechServiceTest, InstalledAssetsStartTheAnalyzerWithHintsAndDeliverItsR
     service->setContextualStrings({"東京", " 渋谷 "});
     start();
     ASSERT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
-    EXPECT_EQ(lines(), (std::vector<std::string>{checkLineInstalled,
-                                                 "[SpeechService] contextualStrings applied count=2",
-                                                 usingAnalyzerLine}));
+    EXPECT_EQ(lines(), (std::vector<std::string>{
+                           checkLineInstalled, "[SpeechService] contextualStrings applied count=2",
+                           usingAnalyzerLine}));
     FakeModelTranscriber* transcriber = engine.transcriber();
     ASSERT_NE(transcriber, nullptr);
     EXPECT_EQ(transcriber->locale(), "ja-JP");
@@ -120,7 +124,8 @@ TEST_F(SpeechServiceTest, InstalledAssetsStartTheAnalyzerWithHintsAndDeliverItsR
     transcriber->pushResult("こんにちは。", true);
     EXPECT_EQ(events->receive(), TranscriptionEvent::partial("こんにち"));
     EXPECT_EQ(events->receive(), TranscriptionEvent::final_("こんにちは。"));
-    EXPECT_TRUE(waitUntil([&] { return trace.contains("[SpeechService] SpeechAnalyzer final: こんにちは。"); }));
+    EXPECT_TRUE(waitUntil(
+        [&] { return trace.contains("[SpeechService] SpeechAnalyzer final: こんにちは。"); }));
     EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer partial: こんにち"));
     EXPECT_EQ(engine.installationRequests(), 0);
 
@@ -135,7 +140,8 @@ TEST_F(SpeechServiceTest, HintsThatCannotBeAppliedAreTracedAndEmptyHintsApplyNot
     service->setContextualStrings({"東京"});
     start();
     EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
-    EXPECT_TRUE(trace.contains("[SpeechService] Failed to apply contextualStrings: prompt too long"));
+    EXPECT_TRUE(
+        trace.contains("[SpeechService] Failed to apply contextualStrings: prompt too long"));
     audio->close();
     stop();
 
@@ -157,16 +163,19 @@ TEST_F(SpeechServiceTest, EveryAssetStatusDecidesBetweenAnalyzerInstallationAndF
         FakeModelEngine localEngine;
         localEngine.statuses = {status};
         SynchronizedTraceOutput localTrace;
-        auto localService = std::make_shared<SpeechService>(localEngine, recognizers, clock, localTrace);
+        auto localService =
+            std::make_shared<SpeechService>(localEngine, recognizers, clock, localTrace);
         auto localEvents = localService->startTranscription(audio);
         ASSERT_TRUE(waitUntil([&] { return localService->activeEngine().has_value(); }));
         const std::string name(platform::assetStatusName(status));
-        EXPECT_EQ(localTrace.lines(),
-                  (std::vector<std::string>{
-                      "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP "
-                      "supportedCount=3 installedCount=1 assetStatus=" + name,
-                      fallbackLine("SpeechTranscriber assets are not installed after request (status=" +
-                                   name + ")")}));
+        EXPECT_EQ(
+            localTrace.lines(),
+            (std::vector<std::string>{
+                "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP "
+                "supportedCount=3 installedCount=1 assetStatus=" +
+                    name,
+                fallbackLine("SpeechTranscriber assets are not installed after request (status=" +
+                             name + ")")}));
         EXPECT_EQ(localEngine.installationRequests(), 0);
         QCoro::waitFor(localService->stop());
     }
@@ -208,7 +217,8 @@ TEST_F(SpeechServiceTest, DownloadingWithoutARequestReadsTheStatusOnceMoreAndFal
     EXPECT_EQ(engine.installationsRun(), 0);
     EXPECT_TRUE(trace.contains(
         "[SpeechService] SpeechTranscriber asset status after install request=downloading"));
-    EXPECT_FALSE(trace.contains("[SpeechService] Installing SpeechTranscriber assets progress=0.0"));
+    EXPECT_FALSE(
+        trace.contains("[SpeechService] Installing SpeechTranscriber assets progress=0.0"));
     stop();
 }
 
@@ -262,7 +272,8 @@ TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
     audio->close();
     stop();
     EXPECT_TRUE(transcriber->wasCancelled());
-    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalize failed: decoder state lost"));
+    EXPECT_TRUE(
+        trace.contains("[SpeechService] SpeechAnalyzer finalize failed: decoder state lost"));
     EXPECT_TRUE(drainEvents(*events).empty());
 
     // The input loop fails: traced and the stream ends at once.
@@ -274,7 +285,6 @@ TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
     audio->send(buffer(10));
     EXPECT_TRUE(drainEvents(*events).empty());
     EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer input loop error: out of memory"));
-    engine.transcriber()->cancel();
     stop();
 
     // The result sequence fails: traced, the stream stays open until stop.
@@ -282,8 +292,9 @@ TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
     audio = std::make_shared<Channel<AudioBuffer>>();
     start();
     engine.transcriber()->failResults("model crashed");
-    EXPECT_TRUE(waitUntil(
-        [&] { return trace.contains("[SpeechService] SpeechAnalyzer results error: model crashed"); }));
+    EXPECT_TRUE(waitUntil([&] {
+        return trace.contains("[SpeechService] SpeechAnalyzer results error: model crashed");
+    }));
     EXPECT_FALSE(events->isClosed());
     audio->close();
     stop();
@@ -359,8 +370,10 @@ TEST_F(SpeechServiceTest, FallbackRestartsAfterAFinalAndAfterNoSpeechButNotForOt
     EXPECT_EQ(lines(), (std::vector<std::string>{
                            fallbackLine("SpeechTranscriber is not available on this device"),
                            "[SpeechService] Recognition error: Retry"}));
-    EXPECT_EQ(drainEvents(*events).size(), 0u + 1u * 0u + 0u + 1u * 0u + 1u * 0u + 1u * 0u + 1u)
-        << "only the first final was an event";
+    audio->close();
+    stop();
+    EXPECT_EQ(drainEvents(*events),
+              (std::vector<TranscriptionEvent>{TranscriptionEvent::final_("一つ目。")}));
 }
 
 TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) {
@@ -371,7 +384,8 @@ TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) 
     stop();
     EXPECT_TRUE(task->wasCancelled());
     EXPECT_GE(task->endAudioCount(), 1);
-    EXPECT_EQ(drainEvents(*events), (std::vector<TranscriptionEvent>{TranscriptionEvent::partial("途中")}))
+    EXPECT_EQ(drainEvents(*events),
+              (std::vector<TranscriptionEvent>{TranscriptionEvent::partial("途中")}))
         << "a final that never came is not waited for";
     EXPECT_FALSE(service->activeEngine().has_value());
 

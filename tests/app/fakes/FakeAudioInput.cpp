@@ -15,9 +15,8 @@ void FakeAudioInput::requestAuthorization(std::function<void(bool granted)> comp
     if (answerThread_.joinable()) {
         answerThread_.join();
     }
-    answerThread_ = std::thread([completion = std::move(completion), granted = grantsRequest] {
-        completion(granted);
-    });
+    answerThread_ = std::thread(
+        [completion = std::move(completion), granted = grantsRequest] { completion(granted); });
 }
 
 std::optional<platform::AudioInput::Format> FakeAudioInput::open() {

@@ -18,7 +18,7 @@
 namespace kelvo::test {
 
 class FakeAudioInput final : public platform::AudioInput {
-public:
+  public:
     ~FakeAudioInput() override;
 
     Authorization authorization() override { return authorizationStatus; }
@@ -43,7 +43,7 @@ public:
     bool isStarted = false;
     std::uint32_t requestedFramesPerRead = 0;
 
-private:
+  private:
     FramesHandler handler_;
     std::thread answerThread_;
 };

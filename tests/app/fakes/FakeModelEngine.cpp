@@ -6,7 +6,7 @@ namespace kelvo::test {
 namespace {
 
 class FakeInstallationRequest final : public platform::AssetInstallationRequest {
-public:
+  public:
     FakeInstallationRequest(FakeModelEngine::Installation installation, std::shared_ptr<int> runs,
                             std::mutex& mutex)
         : installation_(std::move(installation)), runs_(std::move(runs)), mutex_(mutex) {}
@@ -23,7 +23,7 @@ public:
         }
     }
 
-private:
+  private:
     FakeModelEngine::Installation installation_;
     std::shared_ptr<int> runs_;
     std::mutex& mutex_;

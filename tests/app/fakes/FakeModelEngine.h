@@ -20,7 +20,7 @@
 namespace kelvo::test {
 
 class FakeModelEngine final : public platform::ModelEngine {
-public:
+  public:
     struct Installation {
         double fractionCompleted = 0;
         std::optional<std::string> failure;
@@ -48,7 +48,7 @@ public:
     // Applied to every transcriber made, before the service sees it.
     std::function<void(FakeModelTranscriber&)> configureTranscriber;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::size_t statusQueries_ = 0;
     int installationRequests_ = 0;

@@ -19,10 +19,12 @@ void FakeModelTranscriber::prepare() {
 }
 
 void FakeModelTranscriber::analyze(std::span<const std::int16_t> samples16kMono) {
+    std::lock_guard lock(mutex_);
     if (analyzeFailure) {
+        engineFailed_ = true;
+        changed_.notify_all();
         throw platform::SpeechEngineError(*analyzeFailure);
     }
-    std::lock_guard lock(mutex_);
     analyzedSamples_ += samples16kMono.size();
     changed_.notify_all();
 }
@@ -57,7 +59,7 @@ void FakeModelTranscriber::finalizeThroughEndOfInput() {
         throw platform::SpeechEngineError(*finalizeFailure);
     }
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return inputFinished_ || cancelled_; });
+    changed_.wait(lock, [this] { return inputFinished_ || cancelled_ || engineFailed_; });
     for (const std::string& text : finalsOutstandingAtFinalize) {
         results_.push_back(Result{text, true});
     }

@@ -4,7 +4,8 @@
 // of nextResult() on the service's reader thread), scripts failures, and lists the finals that are
 // still outstanding when finalisation starts: finalizeThroughEndOfInput() waits for the end of
 // input, queues them and ends the result sequence, as a real engine flushing its last segment
-// would. Thread-safe; counters are read by the test while service threads run.
+// would (or at once when its input loop already failed). Thread-safe; counters are read by the test
+// while service threads run.
 
 #include <condition_variable>
 #include <cstddef>
@@ -19,7 +20,7 @@
 namespace kelvo::test {
 
 class FakeModelTranscriber final : public platform::ModelTranscriber {
-public:
+  public:
     explicit FakeModelTranscriber(std::string locale) : locale_(std::move(locale)) {}
 
     const std::string& locale() const override { return locale_; }
@@ -46,7 +47,7 @@ public:
     std::optional<std::string> finalizeFailure;
     std::vector<std::string> finalsOutstandingAtFinalize;
 
-private:
+  private:
     std::string locale_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
@@ -56,6 +57,8 @@ private:
     bool resultsEnded_ = false;
     bool inputFinished_ = false;
     bool cancelled_ = false;
+    // An engine whose input failed has nothing left to finalise.
+    bool engineFailed_ = false;
     std::size_t analyzedSamples_ = 0;
 };
 

@@ -13,7 +13,7 @@
 namespace kelvo::test {
 
 class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask {
-public:
+  public:
     FakeSegmentRecognitionTask(platform::SegmentRecognizer::RequestOptions options,
                                ResultHandler handler)
         : options(std::move(options)), handler_(std::move(handler)) {}
@@ -55,7 +55,7 @@ public:
 
     const platform::SegmentRecognizer::RequestOptions options;
 
-private:
+  private:
     ResultHandler handler_;
     mutable std::mutex mutex_;
     std::size_t appendedSamples_ = 0;

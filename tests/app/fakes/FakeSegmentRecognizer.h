@@ -14,7 +14,7 @@
 namespace kelvo::test {
 
 class FakeSegmentRecognizer final : public platform::SegmentRecognizer {
-public:
+  public:
     explicit FakeSegmentRecognizer(std::string locale) : locale_(std::move(locale)) {}
 
     const std::string& locale() const override { return locale_; }
@@ -38,7 +38,7 @@ public:
     bool available = true;
     bool onDevice = true;
 
-private:
+  private:
     std::string locale_;
     mutable std::mutex mutex_;
     std::vector<std::shared_ptr<FakeSegmentRecognitionTask>> tasks_;

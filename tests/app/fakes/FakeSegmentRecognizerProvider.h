@@ -12,7 +12,7 @@
 namespace kelvo::test {
 
 class FakeSegmentRecognizerProvider final : public platform::SegmentRecognizerProvider {
-public:
+  public:
     void requestAuthorization(std::function<void(bool authorized)> completion) override {
         ++authorizationRequests;
         completion(true);

@@ -15,7 +15,7 @@
 namespace kelvo::test {
 
 class SynchronizedTraceOutput final : public platform::TraceOutput {
-public:
+  public:
     void write(std::string_view line) override {
         std::lock_guard lock(mutex_);
         lines_.emplace_back(line);
@@ -32,7 +32,7 @@ public:
         return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
     }
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::string> lines_;

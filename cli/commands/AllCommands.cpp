@@ -9,6 +9,7 @@ void registerAllCommands(CommandRegistry& registry) {
     registerRenderCommand(registry);
     registerHistoryCommand(registry);
     registerDictionaryCommands(registry);
+    registerVaultCommands(registry);
 }
 
 }  // namespace kelvo::cli

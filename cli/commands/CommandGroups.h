@@ -19,6 +19,8 @@ void registerRenderCommand(CommandRegistry& registry);
 void registerHistoryCommand(CommandRegistry& registry);
 /// dictionary list, dictionary add, dictionary remove.
 void registerDictionaryCommands(CommandRegistry& registry);
+/// save, vault list, vault read, vault search.
+void registerVaultCommands(CommandRegistry& registry);
 
 /// Every command of the tool, in the order the help lists them.
 void registerAllCommands(CommandRegistry& registry);

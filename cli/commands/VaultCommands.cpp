@@ -1,0 +1,118 @@
+#include <filesystem>
+
+#include "cli/commands/CommandGroups.h"
+#include "cli/commands/JsonInput.h"
+#include "core/engines/MarkdownFormatter.h"
+#include "core/services/LocalFolderSaveAdapter.h"
+#include "core/services/VaultBrowser.h"
+#include "core/support/Uuid.h"
+
+namespace kelvo::cli {
+
+namespace {
+
+/// The folder named on the command line stands in for the bookmark a client would keep: there is
+/// no scoped access to release.
+std::optional<ScopedURL> folderOption(const ParsedArguments& arguments) {
+    return ScopedURL{std::filesystem::path(*arguments.value("--folder")), [] {}};
+}
+
+void runSave(const ParsedArguments& arguments, CommandContext& context) {
+    const OverwritePolicy policy =
+        arguments.enumeration<OverwritePolicy>("--policy").value_or(OverwritePolicy::createNew);
+    const auto result = decodeStandardInput<VoiceInputResult>(context, "a VoiceInputResult");
+    const MarkdownDocument document =
+        MarkdownFormatter().makeDocument(result, arguments.values("--tag"));
+
+    LocalFolderSaveAdapter adapter([&arguments] { return folderOption(arguments); },
+                                   *arguments.value("--folder"));
+    SaveRequest request;
+    request.destinationID = makeUuid();
+    request.subpath = arguments.value("--subpath");
+    request.overwritePolicy = policy;
+    const SaveResult saved = adapter.save(document, request);
+    if (!saved.success) {
+        // The tool's failures leave standard output empty; the reason goes to standard error.
+        throw Error(saved.error.value_or("the note was not saved"));
+    }
+    context.writeJson(Json(saved));
+}
+
+VaultBrowser browserOf(const ParsedArguments& arguments) {
+    return VaultBrowser([&arguments] { return folderOption(arguments); });
+}
+
+void writePaths(CommandContext& context, const std::vector<VaultEntry>& entries) {
+    for (const VaultEntry& entry : entries) {
+        context.writeText(entry.relativePath);
+    }
+}
+
+void runVaultList(const ParsedArguments& arguments, CommandContext& context) {
+    writePaths(context, browserOf(arguments).list());
+}
+
+void runVaultRead(const ParsedArguments& arguments, CommandContext& context) {
+    const auto relativePath = arguments.positional(0);
+    if (!relativePath) {
+        throw UsageError("missing the note's relative path");
+    }
+    const VaultFile file = browserOf(arguments).read(*relativePath);
+    Json frontmatter = Json::array();
+    for (const auto& [key, value] : file.frontmatter) {
+        frontmatter.push_back(Json::array({key, value}));
+    }
+    Json out = Json::object();
+    out["frontmatter"] = std::move(frontmatter);
+    out["body"] = file.body;
+    out["wikiLinks"] = file.wikiLinks;
+    context.writeJson(out);
+}
+
+void runVaultSearch(const ParsedArguments& arguments, CommandContext& context) {
+    const auto query = arguments.positional(0);
+    if (!query) {
+        throw UsageError("missing the search text");
+    }
+    writePaths(context, browserOf(arguments).search(*query));
+}
+
+}  // namespace
+
+void registerVaultCommands(CommandRegistry& registry) {
+    registry.add(Command{
+        "save",
+        "--folder DIR [--subpath P] [--policy createNew|overwrite|appendTimestamp] [--tag T]...",
+        "Read a VoiceInputResult as JSON on standard input, save it as a Markdown note in DIR and "
+        "print the SaveResult as JSON.",
+        ArgumentParser()
+            .option("--folder", /*required=*/true)
+            .option("--subpath")
+            .option("--policy")
+            .repeatable("--tag"),
+        runSave,
+    });
+    registry.add(Command{
+        "vault list",
+        "--folder DIR",
+        "Print the relative path of every folder and note in the vault DIR, newest first.",
+        ArgumentParser().option("--folder", /*required=*/true),
+        runVaultList,
+    });
+    registry.add(Command{
+        "vault read",
+        "--folder DIR REL",
+        "Print the note REL of the vault DIR as JSON: front matter pairs, body and wiki links.",
+        ArgumentParser().option("--folder", /*required=*/true).positionals(1),
+        runVaultRead,
+    });
+    registry.add(Command{
+        "vault search",
+        "--folder DIR QUERY",
+        "Print the relative path of every note of the vault DIR whose name contains QUERY.",
+        ArgumentParser().option("--folder", /*required=*/true).positionals(1),
+        runVaultSearch,
+    });
+}
+
+}  // namespace kelvo::cli

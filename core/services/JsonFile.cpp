@@ -16,8 +16,129 @@ Json parse(const std::filesystem::path& path, std::string_view data) {
     }
 }
 
+namespace {
+
+constexpr int kIndentSpaces = 2;
+
+/// Strict UTF-8 (no overlong forms, surrogates or code points above U+10FFFF), as the JSON
+/// serialiser checks it.
+bool isValidUtf8(std::string_view text) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    const std::size_t size = text.size();
+    std::size_t i = 0;
+    auto trail = [&](std::size_t at, unsigned char low = 0x80, unsigned char high = 0xBF) {
+        return at < size && bytes[at] >= low && bytes[at] <= high;
+    };
+    while (i < size) {
+        const unsigned char lead = bytes[i];
+        if (lead < 0x80) {
+            ++i;
+        } else if (lead >= 0xC2 && lead <= 0xDF) {
+            if (!trail(i + 1)) {
+                return false;
+            }
+            i += 2;
+        } else if (lead >= 0xE0 && lead <= 0xEF) {
+            const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
+            const unsigned char high = lead == 0xED ? 0x9F : 0xBF;
+            if (!trail(i + 1, low, high) || !trail(i + 2)) {
+                return false;
+            }
+            i += 3;
+        } else if (lead >= 0xF0 && lead <= 0xF4) {
+            const unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
+            const unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;
+            if (!trail(i + 1, low, high) || !trail(i + 2) || !trail(i + 3)) {
+                return false;
+            }
+            i += 4;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool needsEscaping(std::string_view text) {
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\') {
+            return true;
+        }
+    }
+    return false;
+}
+
+void appendString(std::string& out, const std::string& text) {
+    // Dictation texts are long and almost never need escaping; copying them whole is several
+    // times faster than the general serialiser, which dominates saving a full history.
+    if (!needsEscaping(text) && isValidUtf8(text)) {
+        out += '"';
+        out += text;
+        out += '"';
+        return;
+    }
+    out += Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+void appendPretty(std::string& out, const Json& value, int indent) {
+    switch (value.type()) {
+        case Json::value_t::object: {
+            if (value.empty()) {
+                out += "{}";
+                return;
+            }
+            out += "{\n";
+            bool first = true;
+            for (const auto& [key, member] : value.items()) {
+                if (!first) {
+                    out += ",\n";
+                }
+                first = false;
+                out.append(static_cast<std::size_t>(indent + kIndentSpaces), ' ');
+                appendString(out, key);
+                out += ": ";
+                appendPretty(out, member, indent + kIndentSpaces);
+            }
+            out += '\n';
+            out.append(static_cast<std::size_t>(indent), ' ');
+            out += '}';
+            return;
+        }
+        case Json::value_t::array: {
+            if (value.empty()) {
+                out += "[]";
+                return;
+            }
+            out += "[\n";
+            bool first = true;
+            for (const auto& element : value) {
+                if (!first) {
+                    out += ",\n";
+                }
+                first = false;
+                out.append(static_cast<std::size_t>(indent + kIndentSpaces), ' ');
+                appendPretty(out, element, indent + kIndentSpaces);
+            }
+            out += '\n';
+            out.append(static_cast<std::size_t>(indent), ' ');
+            out += ']';
+            return;
+        }
+        case Json::value_t::string:
+            appendString(out, value.get_ref<const std::string&>());
+            return;
+        default:
+            out += value.dump(-1, ' ', false, Json::error_handler_t::replace);
+            return;
+    }
+}
+
+}  // namespace
+
 std::string prettyPrinted(const Json& value) {
-    return value.dump(2, ' ', false, Json::error_handler_t::replace);
+    std::string out;
+    appendPretty(out, value, 0);
+    return out;
 }
 
 bool exists(const std::filesystem::path& path) {

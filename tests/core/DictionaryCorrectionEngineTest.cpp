@@ -2,11 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
 #include <memory>
+#include <mutex>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/support/Error.h"
+#include "core/support/Unicode.h"
 
 namespace kelvo {
 namespace {
@@ -227,6 +234,108 @@ TEST_F(DictionaryCorrectionEngineTest, ApplyingTwiceGivesTheSameTextForNonChaini
          {"とうきょうでケルボボイスを使う", "ケルボ・ボイス、トウキョウ", "", "関係ない文"}) {
         const auto once = engine.apply(text, DictionaryScope::all).text;
         EXPECT_EQ(engine.apply(once, DictionaryScope::all).text, once) << text;
+    }
+}
+
+/// A store whose list is swapped under the engine's feet, from another thread.
+class SwappingStore : public DictionaryStore {
+  public:
+    std::vector<DictionaryEntry> loadEntries() override {
+        const std::lock_guard lock(mutex_);
+        flip_ = !flip_;
+        if (flip_) {
+            return {entry(kIdA, "東京", {"とうきょう"}), entry(kIdB, "大阪", {"おおさか"})};
+        }
+        return {entry(kIdC, "TOKYO", {"とうきょう"})};
+    }
+    void saveEntries(const std::vector<DictionaryEntry>&) override {}
+
+  private:
+    std::mutex mutex_;
+    bool flip_ = false;
+};
+
+TEST(DictionaryCorrectionEngineThreads, EveryApplySeesOneWholeDictionaryWhileReloading) {
+    DictionaryCorrectionEngine engine(std::make_shared<SwappingStore>());
+    std::atomic<bool> done = false;
+    std::thread reloader([&] {
+        for (int i = 0; i < 300; ++i) {
+            engine.reload();
+        }
+        done = true;
+    });
+    const DictionaryCorrectionEngine::Result first{"東京と大阪", {kIdA, kIdB}};
+    const DictionaryCorrectionEngine::Result second{"TOKYOとおおさか", {kIdC}};
+    int mixed = 0;
+    int applied = 0;
+    while (!done || applied < 100) {
+        const auto result = engine.apply("とうきょうとおおさか", DictionaryScope::all);
+        const bool isFirst = result.text == first.text && result.usedEntryIDs == first.usedEntryIDs;
+        const bool isSecond =
+            result.text == second.text && result.usedEntryIDs == second.usedEntryIDs;
+        mixed += (isFirst || isSecond) ? 0 : 1;
+        ++applied;
+    }
+    reloader.join();
+    EXPECT_EQ(mixed, 0);
+}
+
+/// The plain sequential algorithm without any pre-filtering, as a reference for the engine.
+std::string referenceApply(std::vector<DictionaryEntry> entries, std::string text,
+                           std::vector<std::string>& used) {
+    std::erase_if(entries, [](const DictionaryEntry& e) { return !e.enabled; });
+    std::stable_sort(entries.begin(), entries.end(), [](const auto& left, const auto& right) {
+        return left.priority > right.priority;
+    });
+    for (const auto& e : entries) {
+        std::vector<std::string> candidates{e.canonicalText};
+        candidates.insert(candidates.end(), e.readings.begin(), e.readings.end());
+        candidates.insert(candidates.end(), e.commonMisrecognitions.begin(),
+                          e.commonMisrecognitions.end());
+        const std::string replacement =
+            e.replacementText.empty() ? e.canonicalText : e.replacementText;
+        bool matched = false;
+        for (const auto& candidate : candidates) {
+            matched = unicode::replaceAll(text, candidate, replacement) > 0 || matched;
+        }
+        if (matched) {
+            used.push_back(e.id);
+        }
+    }
+    return text;
+}
+
+TEST(DictionaryCorrectionEngineReference, LargeRandomDictionariesMatchThePlainAlgorithm) {
+    // Short words over a tiny alphabet collide and chain often, which is what the pre-filter
+    // must never get wrong.
+    const std::vector<std::string> alphabet{"あ", "い", "う", "ア", "a", "東", "ー"};
+    std::mt19937 random(42);
+    auto word = [&](int maxLength) {
+        std::string out;
+        const int length = 1 + static_cast<int>(random() % static_cast<unsigned>(maxLength));
+        for (int i = 0; i < length; ++i) {
+            out += alphabet[random() % alphabet.size()];
+        }
+        return out;
+    };
+    for (int round = 0; round < 40; ++round) {
+        auto store = std::make_shared<ScriptedStore>();
+        for (int i = 0; i < 30; ++i) {
+            char id[37];
+            std::snprintf(id, sizeof id, "00000000-0000-0000-0000-%012d", i);
+            store->entries.push_back(
+                entry(id, word(3), {word(4), word(2)}, static_cast<std::int64_t>(random() % 4),
+                      random() % 3 == 0 ? word(3) : "", {word(5)}, random() % 5 != 0));
+        }
+        const DictionaryCorrectionEngine engine(store);
+        for (int t = 0; t < 10; ++t) {
+            const std::string text = word(40);
+            std::vector<std::string> expectedUsed;
+            const std::string expected = referenceApply(store->entries, text, expectedUsed);
+            const auto result = engine.apply(text, DictionaryScope::all);
+            ASSERT_EQ(result.text, expected) << "round " << round << " text " << text;
+            ASSERT_EQ(result.usedEntryIDs, expectedUsed) << "round " << round << " text " << text;
+        }
     }
 }
 

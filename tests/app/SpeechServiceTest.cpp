@@ -61,6 +61,18 @@ class SpeechServiceTest : public ::testing::Test {
         return events;
     }
 
+    ~SpeechServiceTest() override {
+        // Ends the audio of every dictation so that no consumer thread outlives the test.
+        for (const auto& stream : audioStreams) {
+            stream->close();
+        }
+    }
+
+    std::shared_ptr<Channel<AudioBuffer>> newAudio() {
+        audioStreams.push_back(std::make_shared<Channel<AudioBuffer>>());
+        return audioStreams.back();
+    }
+
     void stop() { QCoro::waitFor(service->stop()); }
 
     std::vector<std::string> lines() const { return trace.lines(); }
@@ -77,7 +89,8 @@ class SpeechServiceTest : public ::testing::Test {
     FakeModelEngine engine;
     FakeSegmentRecognizerProvider recognizers;
     std::shared_ptr<SpeechService> service;
-    std::shared_ptr<Channel<AudioBuffer>> audio = std::make_shared<Channel<AudioBuffer>>();
+    std::vector<std::shared_ptr<Channel<AudioBuffer>>> audioStreams;
+    std::shared_ptr<Channel<AudioBuffer>> audio = newAudio();
     std::shared_ptr<Channel<TranscriptionEvent>> events;
 };
 
@@ -147,7 +160,7 @@ TEST_F(SpeechServiceTest, HintsThatCannotBeAppliedAreTracedAndEmptyHintsApplyNot
 
     engine.configureTranscriber = nullptr;
     service->setContextualStrings({" ", "\n"});
-    audio = std::make_shared<Channel<AudioBuffer>>();
+    audio = newAudio();
     start();
     EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
     for (const std::string& line : lines()) {
@@ -165,7 +178,7 @@ TEST_F(SpeechServiceTest, EveryAssetStatusDecidesBetweenAnalyzerInstallationAndF
         SynchronizedTraceOutput localTrace;
         auto localService =
             std::make_shared<SpeechService>(localEngine, recognizers, clock, localTrace);
-        auto localEvents = localService->startTranscription(audio);
+        auto localEvents = localService->startTranscription(newAudio());
         ASSERT_TRUE(waitUntil([&] { return localService->activeEngine().has_value(); }));
         const std::string name(platform::assetStatusName(status));
         EXPECT_EQ(
@@ -230,7 +243,7 @@ TEST_F(SpeechServiceTest, ModuleLocaleAndPrepareFailuresFallBackWithTheirDescrip
 
     engine.available = true;
     engine.equivalent = std::nullopt;
-    audio = std::make_shared<Channel<AudioBuffer>>();
+    audio = newAudio();
     expectFallsBackWith("SpeechTranscriber does not support locale ja-JP (supportedCount=3)");
     stop();
 
@@ -238,7 +251,7 @@ TEST_F(SpeechServiceTest, ModuleLocaleAndPrepareFailuresFallBackWithTheirDescrip
     engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
         transcriber.prepareFailure = "ggml-base.bin: bad magic";
     };
-    audio = std::make_shared<Channel<AudioBuffer>>();
+    audio = newAudio();
     expectFallsBackWith("ggml-base.bin: bad magic");
     stop();
 }
@@ -280,7 +293,7 @@ TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
     engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
         transcriber.analyzeFailure = "out of memory";
     };
-    audio = std::make_shared<Channel<AudioBuffer>>();
+    audio = newAudio();
     start();
     audio->send(buffer(10));
     EXPECT_TRUE(drainEvents(*events).empty());
@@ -289,7 +302,7 @@ TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
 
     // The result sequence fails: traced, the stream stays open until stop.
     engine.configureTranscriber = nullptr;
-    audio = std::make_shared<Channel<AudioBuffer>>();
+    audio = newAudio();
     start();
     engine.transcriber()->failResults("model crashed");
     EXPECT_TRUE(waitUntil([&] {
@@ -406,7 +419,7 @@ TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARec
     stop();
 
     recognizers.defaultRecognizer->available = false;
-    audio = std::make_shared<Channel<AudioBuffer>>();
+    audio = newAudio();
     start();
     EXPECT_TRUE(events->isClosed());
     EXPECT_EQ(events->receive(), std::nullopt);
@@ -414,7 +427,7 @@ TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARec
     stop();
 
     recognizers.defaultRecognizer = nullptr;
-    audio = std::make_shared<Channel<AudioBuffer>>();
+    audio = newAudio();
     start();
     EXPECT_TRUE(events->isClosed());
     EXPECT_EQ(lines().back(), "[SpeechService] No SFSpeechRecognizer available");

@@ -38,6 +38,11 @@ class DictionaryCorrectionEngine {
     /// Loads the store again. On failure the error is thrown and the previous entries stay.
     void reload();
 
+    /// Every prepared entry in turn replaces each of its candidates (canonical text, readings,
+    /// misrecognitions) wherever it occurs in the text as changed so far. An entry counts as used
+    /// when any candidate occurs, even if the replacement equals it. When something was replaced
+    /// the returned text is in NFC; otherwise it is the input byte for byte. `disabled` and an
+    /// empty dictionary return the input unchanged.
     Result apply(std::string_view text, DictionaryScope scope) const;
 
     /// The canonical text of every prepared entry, in application order; empty for `disabled`.

@@ -427,6 +427,16 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
               1u);
     EXPECT_EQ(kelvo({"history", "--history", history, "--limit", "0"}).output, "[]\n");
 
+    // When the history cannot be written, the computed result is not printed either.
+    const fs::path folderInTheWay = root / "work" / "taken.json";
+    fs::create_directories(folderInTheWay);
+    const Outcome unwritable =
+        kelvo({"process", "--text", "とうきょう", "--history", folderInTheWay.string()});
+    EXPECT_EQ(unwritable.status, 1);
+    EXPECT_EQ(unwritable.output, "");
+    EXPECT_TRUE(unwritable.errors.starts_with("kelvo: ")) << unwritable.errors;
+    EXPECT_EQ(unwritable.errors.find('\n'), unwritable.errors.size() - 1) << unwritable.errors;
+
     // A damaged history cannot be listed; the failure names the file.
     writeFile(history, "not json");
     const Outcome damaged = kelvo({"history", "--history", history});
@@ -533,29 +543,6 @@ TEST_F(KelvoBinary, PromptIsBuiltFromLevelModeAndHints) {
     EXPECT_EQ(kelvo({"prompt", "--level", "verbatim"}).errors,
               "kelvo: missing option '--mode'\n"
               "usage: kelvo prompt --level L --mode M [--hint H]...\n");
-}
-
-TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {
-    const fs::path samples = KELVO_SAMPLES_DIR;
-    const std::string dictionary = (samples / "dictionary.json").string();
-    const auto entries = Json::parse(readFile(dictionary)).get<std::vector<DictionaryEntry>>();
-    ASSERT_FALSE(entries.empty());
-    for (const DictionaryEntry& entry : entries) {
-        EXPECT_EQ(entry.id, canonicalUuid(entry.id)) << entry.canonicalText;
-    }
-
-    const Outcome corrected =
-        kelvo({"correct", "--dictionary", dictionary}, readFile(samples / "transcript.txt"));
-    ASSERT_EQ(corrected.status, 0) << corrected.errors;
-    const Outcome cleaned = kelvo({"fillers"}, corrected.output);
-    ASSERT_EQ(cleaned.status, 0) << cleaned.errors;
-    EXPECT_EQ(cleaned.output,
-              "今日の打ち合わせの議事録です。来週東京都の会場で、Kubernetesの勉強会があります。\n"
-              "それで、KelvoVoiceの新しいバージョンも、そこで紹介する予定です。"
-              "デモはVS Codeから動かします。\n"
-              "それから、GitHubのリポジトリは、AIの検証用に分けておいてください。"
-              "スラックへの連絡は、東京のチームにお願いします。\n\n\n");
-    EXPECT_EQ(readFile(dictionary), readFile(samples / "dictionary.json"));
 }
 
 const char* const kSavedResult = R"({
@@ -691,7 +678,6 @@ TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {
               "スラックへの連絡は、東京のチームにお願いします。\n\n\n");
     EXPECT_EQ(readFile(dictionary), readFile(samples / "dictionary.json"));
 }
-
 
 }  // namespace
 }  // namespace kelvo

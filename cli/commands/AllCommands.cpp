@@ -5,6 +5,7 @@ namespace kelvo::cli {
 void registerAllCommands(CommandRegistry& registry) {
     registerCorrectionCommands(registry);
     registerTextCommands(registry);
+    registerRecordCommand(registry);
     registerProcessCommand(registry);
     registerRenderCommand(registry);
     registerHistoryCommand(registry);

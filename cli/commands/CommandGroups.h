@@ -11,6 +11,8 @@ namespace kelvo::cli {
 void registerCorrectionCommands(CommandRegistry& registry);
 /// fillers, normalize, prompt, todo.
 void registerTextCommands(CommandRegistry& registry);
+/// record.
+void registerRecordCommand(CommandRegistry& registry);
 /// process.
 void registerProcessCommand(CommandRegistry& registry);
 /// render.

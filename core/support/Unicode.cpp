@@ -7,6 +7,8 @@
 #include <unicode/utext.h>
 #include <unicode/utf8.h>
 
+#include <string.h>
+
 #include <memory>
 
 namespace kelvo::unicode {
@@ -41,6 +43,20 @@ private:
 
 bool isSpaceOrTab(char c) { return c == ' ' || c == '\t'; }
 
+/// Byte search from `start`. glibc's memmem skips by byte pairs, where std::string::find stops at
+/// every occurrence of the first byte: in Japanese UTF-8 nearly every third byte is 0xE3, which
+/// made the find the dominant cost of correction and filler removal.
+std::size_t findBytes(std::string_view text, std::string_view pattern, std::size_t start) {
+    if (start > text.size()) {
+        return std::string::npos;
+    }
+    const void* found =
+        ::memmem(text.data() + start, text.size() - start, pattern.data(), pattern.size());
+    return found == nullptr
+               ? std::string::npos
+               : static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+}
+
 }  // namespace
 
 std::string toNfc(std::string_view text) {
@@ -69,7 +85,7 @@ std::size_t replaceAll(std::string& text, std::string_view from, std::string_vie
     if (from.empty()) {
         return 0;
     }
-    std::size_t position = text.find(from);
+    std::size_t position = findBytes(text, from, 0);
     if (position == std::string::npos) {
         return 0;
     }
@@ -82,7 +98,7 @@ std::size_t replaceAll(std::string& text, std::string_view from, std::string_vie
         out.append(to);
         copied = position + from.size();
         ++count;
-        position = text.find(from, copied);
+        position = findBytes(text, from, copied);
     }
     out.append(text, copied, std::string::npos);
     text = std::move(out);

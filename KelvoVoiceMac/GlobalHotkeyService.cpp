@@ -37,9 +37,10 @@ void GlobalHotkeyService::start() {
     if (!monitorInstalled_) {
         monitorInstalled_ = true;
         std::weak_ptr<int> alive = lifetime_;
-        keyMonitor_.start([this, alive](platform::TriggerKeyEvent event) {
+        platform::Clock* clock = &clock_;
+        keyMonitor_.start([this, clock, alive](platform::TriggerKeyEvent event) {
             // Delivered on the monitor's thread: only post, the state lives on the main thread.
-            clock_.schedule(platform::Clock::Duration::zero(), [this, alive, event] {
+            clock->schedule(platform::Clock::Duration::zero(), [this, alive, event] {
                 if (alive.lock()) {
                     handleKeyEvent(event);
                 }

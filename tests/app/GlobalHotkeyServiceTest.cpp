@@ -1,0 +1,218 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "KelvoVoiceMac/GlobalHotkeyService.h"
+#include "fakes/FakeClock.h"
+#include "fakes/FakeRequestHandler.h"
+#include "fakes/FakeWorkspace.h"
+#include "fakes/RecordingSystemLog.h"
+#include "fakes/ScriptedKeyMonitor.h"
+#include "fakes/TestEventLoop.h"
+
+namespace kelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class GlobalHotkeyServiceTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ensureCoreApplication();
+        service = std::make_unique<app::GlobalHotkeyService>(app::GlobalHotkeyService::Dependencies{
+            handler, monitor, workspace, clock, log, [this] { return injecting; }});
+        service->start();
+        log.lines.clear();
+    }
+
+    void press() {
+        monitor.press();
+        settle(clock);
+    }
+    void release() {
+        monitor.release();
+        settle(clock);
+    }
+    // Holds the key for the given time, then lets it go.
+    void tap(platform::Clock::Duration held) {
+        press();
+        runFor(clock, held);
+        release();
+    }
+
+    FakeClock clock;
+    std::shared_ptr<FakeRequestHandler> handler = std::make_shared<FakeRequestHandler>();
+    ScriptedKeyMonitor monitor;
+    FakeWorkspace workspace;
+    RecordingSystemLog log;
+    bool injecting = false;
+    std::unique_ptr<app::GlobalHotkeyService> service;
+};
+
+TEST(GlobalHotkeyServiceStartTest, LogsThePermissionStateAndRequestsOnlyWhenMissing) {
+    FakeClock clock;
+    auto handler = std::make_shared<FakeRequestHandler>();
+    FakeWorkspace workspace;
+    RecordingSystemLog log;
+
+    ScriptedKeyMonitor trusted;
+    app::GlobalHotkeyService first({handler, trusted, workspace, clock, log, {}});
+    first.start();
+    EXPECT_EQ(trusted.requestCount, 0);
+    EXPECT_EQ(trusted.startCount, 1);
+
+    ScriptedKeyMonitor denied;
+    denied.hasAccess = false;
+    denied.grantOnRequest = false;
+    app::GlobalHotkeyService second({handler, denied, workspace, clock, log, {}});
+    second.start();
+    EXPECT_EQ(denied.requestCount, 1);
+    EXPECT_EQ(denied.startCount, 1);  // installed anyway; it just receives nothing
+    EXPECT_THAT(log.lines,
+                ElementsAre("[KelvoVoice] GlobalHotkeyService started inputMonitoringTrusted=true",
+                            "[KelvoVoice] Input Monitoring permission requested granted=false",
+                            "[KelvoVoice] GlobalHotkeyService started "
+                            "inputMonitoringTrusted=false"));
+
+    second.openInputMonitoringSettings();
+    EXPECT_THAT(workspace.openedPanes,
+                ElementsAre(platform::Workspace::PermissionPane::inputMonitoring));
+    workspace.canOpenHelp = false;
+    second.openInputMonitoringSettings();
+    EXPECT_EQ(log.lines.back(), "[KelvoVoice] Failed to build Input Monitoring settings URL");
+}
+
+TEST_F(GlobalHotkeyServiceTest, EventsAreHandledOnTheMainThreadAfterTheMonitorReturns) {
+    monitor.press();
+    EXPECT_THAT(handler->requests, IsEmpty());
+    settle(clock);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
+}
+
+TEST_F(GlobalHotkeyServiceTest, HoldThresholdIsInclusiveAt280Milliseconds) {
+    tap(280ms);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "stopDictation fn-hold"));
+    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=true",
+                                       "[KelvoVoice] Fn hold up stopped duration=0.28"));
+    EXPECT_FALSE(service->didStartFromFn());
+    EXPECT_FALSE(service->awaitingSecondTap());
+
+    // 0.27 s is a tap: the recording runs on until the 400 ms window has passed.
+    handler->requests.clear();
+    log.lines.clear();
+    tap(270ms);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
+    runFor(clock, 399ms);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
+    runFor(clock, 1ms);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "discardDictation fn-tap"));
+    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=true",
+                                       "[KelvoVoice] Fn single tap \u2192 discarded"));
+    EXPECT_FALSE(service->awaitingSecondTap());
+}
+
+TEST_F(GlobalHotkeyServiceTest, HoldLogsItsDurationEvenWithoutAStop) {
+    handler->acceptStart = false;  // e.g. a stop was still running at the press
+    tap(1234ms);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
+    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=false",
+                                       "[KelvoVoice] Fn hold up stopped duration=1.23"));
+}
+
+TEST_F(GlobalHotkeyServiceTest, DoubleTapStartsHandsFreeUntilTheNextRelease) {
+    tap(100ms);
+    runFor(clock, 399ms);
+    press();            // second press inside the window cancels the single-tap discard
+    runFor(clock, 3s);  // a long second press still counts as the second tap
+    release();
+    EXPECT_TRUE(service->isToggleActive());
+    runFor(clock, 2s);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
+
+    press();  // does nothing while hands-free
+    runFor(clock, 50ms);
+    release();
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "stopDictation fn-toggle-off"));
+    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=true",
+                                       "[KelvoVoice] Fn second-tap down (double-tap pending)",
+                                       "[KelvoVoice] Fn double-tap \u2192 toggle ON active=true",
+                                       "[KelvoVoice] Fn toggle OFF"));
+    EXPECT_FALSE(service->isToggleActive());
+    EXPECT_FALSE(service->awaitingSecondTap());
+    // didStartFromFn survives toggle off; the next idle press overwrites it.
+    EXPECT_TRUE(service->didStartFromFn());
+}
+
+TEST_F(GlobalHotkeyServiceTest, SecondPressAfterTheWindowIsANewGesture) {
+    tap(100ms);
+    runFor(clock, 400ms);
+    press();
+    EXPECT_THAT(handler->requests,
+                ElementsAre("startDictation fn", "discardDictation fn-tap", "startDictation fn"));
+}
+
+TEST_F(GlobalHotkeyServiceTest, RefusedStartNeitherStopsNorEntersHandsFree) {
+    handler->acceptStart = false;
+    tap(100ms);
+    tap(100ms);
+    EXPECT_FALSE(service->isToggleActive());
+    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=false",
+                                       "[KelvoVoice] Fn second-tap down (double-tap pending)",
+                                       "[KelvoVoice] Fn double-tap \u2192 toggle ON active=false"));
+    // The next press is an ordinary one again.
+    handler->acceptStart = true;
+    tap(500ms);
+    EXPECT_THAT(handler->requests,
+                ElementsAre("startDictation fn", "startDictation fn", "stopDictation fn-hold"));
+}
+
+TEST_F(GlobalHotkeyServiceTest, OnlyChangesOfTheTriggerStateCount) {
+    monitor.other(false);  // another modifier while the trigger is up
+    settle(clock);
+    press();
+    monitor.other(true);  // another modifier, or a repeat, while it is down
+    monitor.press();
+    settle(clock);
+    runFor(clock, 300ms);
+    release();
+    monitor.other(false);
+    settle(clock);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "stopDictation fn-hold"));
+}
+
+TEST_F(GlobalHotkeyServiceTest, SyntheticEventsAreDroppedOnlyWhileWeInjectOurOwnPaste) {
+    injecting = true;
+    monitor.press(true);
+    monitor.release(true);
+    settle(clock);
+    EXPECT_THAT(handler->requests, IsEmpty());
+    EXPECT_FALSE(service->isFunctionKeyDown());
+
+    // Test tools (xdotool) also send synthetic events; outside our injection they count.
+    injecting = false;
+    monitor.press(true);
+    settle(clock);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
+}
+
+TEST_F(GlobalHotkeyServiceTest, MissingControllerSkipsRequestsAndCountsAsNotStarted) {
+    handler.reset();
+    tap(100ms);
+    tap(100ms);
+    EXPECT_FALSE(service->isToggleActive());
+    EXPECT_EQ(log.lines.front(), "[KelvoVoice] Fn down handled started=false");
+}
+
+TEST_F(GlobalHotkeyServiceTest, DestroyedServiceIgnoresLateEventsAndTimers) {
+    tap(100ms);
+    monitor.press();
+    service.reset();
+    runFor(clock, 1s);
+    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -1,0 +1,284 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+
+#include "KelvoVoiceMac/TextInsertionService.h"
+#include "fakes/FakeAccessibilityClient.h"
+#include "fakes/FakeClock.h"
+#include "fakes/FakeKeySynthesizer.h"
+#include "fakes/FakePasteboard.h"
+#include "fakes/FakeWorkspace.h"
+#include "fakes/RecordingTraceOutput.h"
+#include "fakes/TestEventLoop.h"
+
+namespace kelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using TextRange = platform::AccessibilityClient::TextRange;
+
+QCoro::Task<> runInsert(app::TextInsertionService& service, std::string text, bool restore,
+                        std::optional<bool>& result) {
+    result = co_await service.insert(std::move(text), restore);
+}
+
+class TextInsertionServiceTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ensureCoreApplication();
+        accessibility.element->state = {"abc", std::nullopt, TextRange{3, 0}};
+        accessibility.stateAfterSet = {"abc日本語", std::nullopt, TextRange{6, 0}};
+        pasteboard.contents = "previous";
+    }
+
+    void TearDown() override { runFor(clock, 2s); }
+
+    // Starts an insertion; the result appears in result once it completes.
+    void insert(std::string text, bool restore = true) {
+        runInsert(service, std::move(text), restore, result);
+    }
+
+    // The target fetches the paste this long after the chord.
+    void targetFetchesAfter(platform::Clock::Duration delay) {
+        keys.onPaste = [this, delay] {
+            clock.schedule(delay, [this] { pasteboard.fetchByTarget(); });
+        };
+    }
+
+    // Makes the element report success without changing, which forces the pasteboard path.
+    void elementIgnoresSet() { accessibility.changeDelay.reset(); }
+
+    FakeClock clock;
+    FakeAccessibilityClient accessibility{clock};
+    FakePasteboard pasteboard;
+    FakeKeySynthesizer keys;
+    FakeWorkspace workspace;
+    RecordingTraceOutput trace;
+    app::TextInsertionService service{{accessibility, pasteboard, keys, workspace, clock, trace}};
+    std::optional<bool> result;
+};
+
+TEST_F(TextInsertionServiceTest, EmptyTextAndMissingTrustTouchNothing) {
+    insert("");
+    EXPECT_EQ(result, true);
+    accessibility.trusted = false;
+    insert("日本語");
+    EXPECT_EQ(result, false);
+    EXPECT_THAT(trace.lines, ElementsAre("[TextInsertion] Empty text, skipping",
+                                         "[TextInsertion] Accessibility permission required"));
+    EXPECT_THAT(accessibility.calls, IsEmpty());
+    EXPECT_THAT(pasteboard.operations, IsEmpty());
+    EXPECT_EQ(keys.pasteCount, 0);
+}
+
+TEST_F(TextInsertionServiceTest, VerifiedAccessibilityChangeSucceedsAfter120Milliseconds) {
+    insert("日本語");
+    settle(clock);
+    EXPECT_THAT(accessibility.calls, ElementsAre("focusedElement", "value", "selectedText",
+                                                 "selectedTextRange", "setSelectedText 日本語"));
+    runFor(clock, 119ms);
+    EXPECT_FALSE(result.has_value());
+    runFor(clock, 1ms);
+    EXPECT_EQ(result, true);
+    EXPECT_THAT(trace.lines, ElementsAre("[TextInsertion] Frontmost app: gedit",
+                                         "[TextInsertion] AX verification changed: value=true, "
+                                         "selectedText=false, range=true",
+                                         "[TextInsertion] AX direct insertion succeeded"));
+    EXPECT_THAT(pasteboard.operations, IsEmpty());
+    EXPECT_EQ(keys.pasteCount, 0);
+}
+
+TEST_F(TextInsertionServiceTest, VerificationCountsAbsentVersusPresentAsAChange) {
+    accessibility.element->state = {std::nullopt, "選択", std::nullopt};
+    accessibility.stateAfterSet = {std::nullopt, std::nullopt, TextRange{0, 0}};
+    insert("x");
+    runFor(clock, 120ms);
+    EXPECT_EQ(result, true);
+    EXPECT_EQ(trace.lines[1],
+              "[TextInsertion] AX verification changed: value=false, selectedText=true, "
+              "range=true");
+}
+
+TEST_F(TextInsertionServiceTest, FrontmostApplicationIsNamedOrReportedMissing) {
+    workspace.frontmost = platform::Workspace::Application{std::nullopt, "org.gnome.gedit"};
+    insert("a");
+    runFor(clock, 200ms);
+    workspace.frontmost = platform::Workspace::Application{};
+    insert("b");
+    runFor(clock, 200ms);
+    workspace.frontmost.reset();
+    insert("c");
+    runFor(clock, 200ms);
+    std::vector<std::string> frontmostLines;
+    for (const auto& line : trace.lines) {
+        if (line.starts_with("[TextInsertion] Frontmost")) {
+            frontmostLines.push_back(line);
+        }
+    }
+    EXPECT_THAT(frontmostLines, ElementsAre("[TextInsertion] Frontmost app: org.gnome.gedit",
+                                            "[TextInsertion] Frontmost app: unknown",
+                                            "[TextInsertion] Frontmost app unavailable"));
+}
+
+TEST_F(TextInsertionServiceTest, SuccessWithoutChangeFallsBackAndRestoresAfterTheFetch) {
+    elementIgnoresSet();
+    targetFetchesAfter(5ms);
+    insert("日本語");
+    runFor(clock, 120ms);
+    EXPECT_EQ(keys.pasteCount, 1);
+    EXPECT_EQ(pasteboard.contents, "日本語");
+    EXPECT_TRUE(service.isInjectingKeys());
+    // Fetched 5 ms after the chord, but never restored earlier than 200 ms.
+    runFor(clock, 199ms);
+    EXPECT_EQ(pasteboard.contents, "日本語");
+    runFor(clock, 1ms);
+    EXPECT_EQ(pasteboard.contents, "previous");
+    EXPECT_EQ(result, true);
+    EXPECT_FALSE(service.isInjectingKeys());
+    EXPECT_THAT(
+        trace.lines,
+        ElementsAre("[TextInsertion] Frontmost app: gedit",
+                    "[TextInsertion] AX set selected text returned success but no focused "
+                    "element change was detected",
+                    "[TextInsertion] AX direct insertion failed, falling back to pasteboard",
+                    "[TextInsertion] Sent Cmd+V",
+                    "[TextInsertion] Restored previous pasteboard string",
+                    "[TextInsertion] Pasteboard fallback completed"));
+    EXPECT_THAT(pasteboard.operations, ElementsAre("write 日本語", "clear", "write previous"));
+}
+
+TEST_F(TextInsertionServiceTest, AChangeLaterThanTheVerificationCountsAsNoChange) {
+    accessibility.changeDelay = 130ms;
+    targetFetchesAfter(1ms);
+    insert("x");
+    runFor(clock, 400ms);
+    EXPECT_EQ(keys.pasteCount, 1);
+}
+
+TEST_F(TextInsertionServiceTest, SlowFetchDelaysTheRestoreAndAMissingOneKeepsTheText) {
+    elementIgnoresSet();
+    targetFetchesAfter(600ms);
+    insert("遅い");
+    runFor(clock, 120ms + 599ms);
+    EXPECT_EQ(pasteboard.contents, "遅い");
+    runFor(clock, 1ms);
+    EXPECT_EQ(pasteboard.contents, "previous");
+    EXPECT_EQ(result, true);
+
+    // Never fetched: after 1 s the dictated text is left where the user can still paste it.
+    trace.lines.clear();
+    result.reset();
+    keys.onPaste = nullptr;
+    insert("消えない");
+    runFor(clock, 120ms + 999ms);
+    EXPECT_FALSE(result.has_value());
+    runFor(clock, 1ms);
+    EXPECT_EQ(result, false);
+    EXPECT_EQ(pasteboard.contents, "消えない");
+    EXPECT_FALSE(service.isInjectingKeys());
+    EXPECT_EQ(trace.lines.back(),
+              "[TextInsertion] Paste was not fetched within 1000 ms; dictated text left on "
+              "pasteboard");
+}
+
+TEST_F(TextInsertionServiceTest, ClipboardTakenByAnotherApplicationIsNotRestored) {
+    elementIgnoresSet();
+    targetFetchesAfter(5ms);
+    insert("日本語");
+    runFor(clock, 120ms + 100ms);
+    pasteboard.takeOverByOtherApplication("copied meanwhile");
+    runFor(clock, 100ms);
+    EXPECT_EQ(result, true);
+    EXPECT_EQ(pasteboard.contents, "copied meanwhile");
+    EXPECT_THAT(trace.lines,
+                ::testing::IsSupersetOf(
+                    {"[TextInsertion] Pasteboard changed by another application, not restoring",
+                     "[TextInsertion] Pasteboard fallback completed"}));
+}
+
+TEST_F(TextInsertionServiceTest, ImageOnlyClipboardIsLeftEmpty) {
+    pasteboard.contents.reset();  // held an image: no plain string
+    elementIgnoresSet();
+    targetFetchesAfter(1ms);
+    insert("日本語");
+    runFor(clock, 400ms);
+    EXPECT_FALSE(pasteboard.contents.has_value());
+    EXPECT_THAT(pasteboard.operations, ElementsAre("write 日本語", "clear"));
+    EXPECT_THAT(trace.lines,
+                ::testing::Contains("[TextInsertion] Cleared pasteboard after insertion"));
+}
+
+TEST_F(TextInsertionServiceTest, AccessibilityErrorsFallBackWithTheirCodes) {
+    accessibility.element.reset();
+    accessibility.focusErrorCode = -25212;
+    targetFetchesAfter(1ms);
+    insert("a");
+    runFor(clock, 300ms);
+    EXPECT_EQ(result, true);
+    EXPECT_EQ(trace.lines[1], "[TextInsertion] Failed to get focused UI element: -25212");
+    EXPECT_EQ(trace.lines[2],
+              "[TextInsertion] AX direct insertion failed, falling back to pasteboard");
+
+    trace.lines.clear();
+    accessibility.element = std::make_shared<FakeAccessibilityClient::Element>();
+    accessibility.setErrorCode = 7;
+    insert("b");
+    runFor(clock, 300ms);
+    EXPECT_EQ(trace.lines[1], "[TextInsertion] Failed to set selected text with AX: 7");
+    EXPECT_EQ(keys.pasteCount, 2);
+}
+
+TEST_F(TextInsertionServiceTest, PasteboardFailuresReturnFalse) {
+    elementIgnoresSet();
+    pasteboard.writeFails = true;
+    insert("a");
+    runFor(clock, 300ms);
+    EXPECT_EQ(result, false);
+    EXPECT_EQ(trace.lines.back(), "[TextInsertion] Failed to write text to pasteboard");
+    EXPECT_EQ(keys.pasteCount, 0);
+
+    // No chord: the previous text goes back at once.
+    pasteboard.writeFails = false;
+    pasteboard.contents = "previous";
+    keys.fails = true;
+    trace.lines.clear();
+    insert("b");
+    runFor(clock, 120ms);
+    EXPECT_EQ(result, false);
+    EXPECT_EQ(pasteboard.contents, "previous");
+    EXPECT_THAT(trace.lines, ElementsAre("[TextInsertion] Frontmost app: gedit",
+                                         "[TextInsertion] AX set selected text returned success "
+                                         "but no focused element change was detected",
+                                         "[TextInsertion] AX direct insertion failed, falling back "
+                                         "to pasteboard",
+                                         "[TextInsertion] Failed to create Cmd+V events",
+                                         "[TextInsertion] Restored previous pasteboard string"));
+}
+
+TEST_F(TextInsertionServiceTest, WithoutRestoreTheDictatedTextStaysOnTheClipboard) {
+    elementIgnoresSet();
+    targetFetchesAfter(1ms);
+    insert("残す", false);
+    runFor(clock, 400ms);
+    EXPECT_EQ(result, true);
+    EXPECT_EQ(pasteboard.contents, "残す");
+    EXPECT_EQ(trace.lines.back(), "[TextInsertion] Pasteboard fallback completed");
+    EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す"));
+}
+
+TEST_F(TextInsertionServiceTest, AccessibilitySettingsOpenThroughTheWorkspace) {
+    service.openAccessibilitySettings();
+    EXPECT_THAT(workspace.openedPanes,
+                ElementsAre(platform::Workspace::PermissionPane::accessibility));
+    workspace.canOpenHelp = false;
+    service.openAccessibilitySettings();
+    EXPECT_THAT(trace.lines,
+                ElementsAre("[TextInsertion] Failed to build Accessibility settings URL"));
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -1,0 +1,91 @@
+#pragma once
+
+// A recording accessibility client over one scripted text element. The element has a state
+// (value, selected text, range); setSelectedText() answers setErrorCode and, when it succeeds,
+// switches the element to stateAfterSet after changeDelay on the fake clock (zero: at once;
+// nothing: never, like applications that report success and do nothing). Every call is recorded
+// in calls ("focusedElement", "value", "selectedText", "selectedTextRange", "setSelectedText X").
+
+#include <QCoroTask>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fakes/FakeClock.h"
+#include "platform/AccessibilityClient.h"
+
+namespace kelvo::test {
+
+class FakeAccessibilityClient final : public platform::AccessibilityClient {
+  public:
+    struct ElementState {
+        std::optional<std::string> value;
+        std::optional<std::string> selectedText;
+        std::optional<TextRange> selectedTextRange;
+    };
+
+    class Element final : public platform::AccessibleElement {
+      public:
+        ElementState state;
+    };
+
+    explicit FakeAccessibilityClient(FakeClock& clock) : clock_(clock) {}
+
+    bool isTrusted() const override { return trusted; }
+
+    QCoro::Task<FocusedElement> focusedElement() override {
+        calls.push_back("focusedElement");
+        if (!element) {
+            co_return FocusedElement{nullptr, focusErrorCode};
+        }
+        co_return FocusedElement{element, 0};
+    }
+
+    QCoro::Task<std::optional<std::string>> value(
+        std::shared_ptr<platform::AccessibleElement> target) override {
+        calls.push_back("value");
+        co_return stateOf(target).value;
+    }
+    QCoro::Task<std::optional<std::string>> selectedText(
+        std::shared_ptr<platform::AccessibleElement> target) override {
+        calls.push_back("selectedText");
+        co_return stateOf(target).selectedText;
+    }
+    QCoro::Task<std::optional<TextRange>> selectedTextRange(
+        std::shared_ptr<platform::AccessibleElement> target) override {
+        calls.push_back("selectedTextRange");
+        co_return stateOf(target).selectedTextRange;
+    }
+
+    QCoro::Task<int> setSelectedText(std::shared_ptr<platform::AccessibleElement> target,
+                                     std::string text) override {
+        calls.push_back("setSelectedText " + text);
+        if (setErrorCode != 0) {
+            co_return setErrorCode;
+        }
+        if (changeDelay) {
+            auto changed = std::static_pointer_cast<Element>(target);
+            auto after = stateAfterSet;
+            clock_.schedule(*changeDelay, [changed, after] { changed->state = after; });
+        }
+        co_return 0;
+    }
+
+    bool trusted = true;
+    std::shared_ptr<Element> element = std::make_shared<Element>();
+    int focusErrorCode = 0;
+    int setErrorCode = 0;
+    std::optional<platform::Clock::Duration> changeDelay = platform::Clock::Duration::zero();
+    ElementState stateAfterSet;
+    std::vector<std::string> calls;
+
+  private:
+    static const ElementState& stateOf(const std::shared_ptr<platform::AccessibleElement>& target) {
+        return static_cast<const Element&>(*target).state;
+    }
+
+    FakeClock& clock_;
+};
+
+}  // namespace kelvo::test

@@ -119,6 +119,8 @@ TEST_F(MenuBarManagerTest, MenuStartAndStopRunTheWholeSessionInOrder) {
                     "log: [KelvoVoice] Dictionary corrections applied count=1",
                     "insert: こんにちはKelvoVoice", "status: idle", "item: enabled"));
     EXPECT_THAT(inserter.insertions, ElementsAre(std::make_pair("こんにちはKelvoVoice", true)));
+    EXPECT_EQ(speech.audioStream, audio.audio);
+    EXPECT_TRUE(audio.audio->isClosed());
     EXPECT_EQ(manager->recordingState(), RecordingState::idle);
     EXPECT_FALSE(manager->isTransitioning());
     EXPECT_EQ(manager->confirmedText(), "");

@@ -34,7 +34,9 @@ class FakeAudioSource final : public app::DictationAudioSource {
         }
         audio = std::make_shared<app::Channel<app::AudioBuffer>>();
         note("capture: started");
-        co_return audio;
+        // A copy: QCoro 0.8's return_value(U&&) would move out of the member.
+        std::shared_ptr<app::Channel<app::AudioBuffer>> result = audio;
+        co_return result;
     }
 
     void stop() override {

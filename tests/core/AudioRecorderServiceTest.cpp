@@ -18,14 +18,15 @@ namespace {
 
 using testing::RecorderTestFolder;
 
-// Counts sources that have delivered all their samples, so a test can wait for the capture thread
-// to drain one before it stops the recording (a stop that comes first records less).
-class DrainCounter {
+// Counts events on the capture thread (a source drained, a block read), so that a test can wait for
+// them before it stops the recording: a stop that comes first records less, or nothing.
+class EventCounter {
   public:
     void increment() {
         count_.fetch_add(1);
         count_.notify_all();
     }
+    int count() const { return count_.load(); }
     void waitFor(int target) const {
         for (int seen = count_.load(); seen < target; seen = count_.load()) {
             count_.wait(seen);
@@ -39,7 +40,7 @@ class DrainCounter {
 // Delivers a fixed number of tone samples, then ends.
 class FiniteSource : public AudioSampleSource {
   public:
-    FiniteSource(std::size_t sampleCount, DrainCounter& drained)
+    FiniteSource(std::size_t sampleCount, EventCounter& drained)
         : samples_(testing::sineSamples(440, 0.3, sampleRateHz, sampleCount)), drained_(drained) {}
 
     std::size_t read(std::span<std::int16_t> out) override {
@@ -55,19 +56,26 @@ class FiniteSource : public AudioSampleSource {
   private:
     std::vector<std::int16_t> samples_;
     std::size_t position_ = 0;
-    DrainCounter& drained_;
+    EventCounter& drained_;
 };
 
-// Never ends: the recording runs until it is stopped.
+// Never ends: the recording runs until it is stopped. Counts its reads; a block that has been read
+// is written even when the stop comes right after.
 class EndlessSource : public AudioSampleSource {
   public:
+    explicit EndlessSource(EventCounter& reads) : reads_(reads) {}
+
     std::size_t read(std::span<std::int16_t> out) override {
         std::fill(out.begin(), out.end(), std::int16_t{1000});
+        reads_.increment();
         return out.size();
     }
+
+  private:
+    EventCounter& reads_;
 };
 
-AudioRecorderService::SourceFactory finiteSources(std::size_t sampleCount, DrainCounter& drained) {
+AudioRecorderService::SourceFactory finiteSources(std::size_t sampleCount, EventCounter& drained) {
     return [sampleCount, &drained] { return std::make_unique<FiniteSource>(sampleCount, drained); };
 }
 
@@ -101,7 +109,7 @@ void expectFileNotFound(AudioRecorderService& service) {
 
 TEST(AudioRecorderServiceRules, StopWithoutARecordingFailsNotRecording) {
     RecorderTestFolder folder;
-    DrainCounter drained;
+    EventCounter drained;
     AudioRecorderService service(finiteSources(3200, drained));
     expectNotRecording(service);
 
@@ -113,7 +121,7 @@ TEST(AudioRecorderServiceRules, StopWithoutARecordingFailsNotRecording) {
 
 TEST(AudioRecorderServiceRules, RemovedFileFailsFileNotFoundAndLeavesTheServiceIdle) {
     RecorderTestFolder folder;
-    DrainCounter drained;
+    EventCounter drained;
     AudioRecorderService service(finiteSources(3200, drained));
     service.startRecording();
     drained.waitFor(1);
@@ -128,7 +136,7 @@ TEST(AudioRecorderServiceRules, RemovedFileFailsFileNotFoundAndLeavesTheServiceI
 
 TEST(AudioRecorderServiceRules, EachRecordingIsANewUuidNamedFileInTheTemporaryFolder) {
     RecorderTestFolder folder;
-    DrainCounter drained;
+    EventCounter drained;
     AudioRecorderService service(finiteSources(3200, drained));
     service.startRecording();
     drained.waitFor(1);
@@ -154,7 +162,7 @@ TEST(AudioRecorderServiceRules, EachRecordingIsANewUuidNamedFileInTheTemporaryFo
 
 TEST(AudioRecorderServiceRules, RecordingWithoutAudioIsDiscarded) {
     RecorderTestFolder folder;
-    DrainCounter drained;
+    EventCounter drained;
     AudioRecorderService service(finiteSources(0, drained));
     service.startRecording();
     drained.waitFor(1);
@@ -166,17 +174,21 @@ TEST(AudioRecorderServiceRules, RecordingWithoutAudioIsDiscarded) {
 TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
     RecorderTestFolder folder;
     {
-        AudioRecorderService service([] { return std::make_unique<EndlessSource>(); });
+        EventCounter reads;
+        AudioRecorderService service([&] { return std::make_unique<EndlessSource>(reads); });
         service.startRecording();
         const std::vector<std::string> earlier = folder.fileNames();
         ASSERT_EQ(earlier.size(), 1u);
 
-        // Starting again replaces the earlier recording, whose file goes away.
+        // Starting again replaces the earlier recording, whose file goes away (and whose reads
+        // are over once the start returns).
         service.startRecording();
+        const int earlierReads = reads.count();
         const std::vector<std::string> now = folder.fileNames();
         ASSERT_EQ(now.size(), 1u);
         EXPECT_NE(now[0], earlier[0]);
 
+        reads.waitFor(earlierReads + 1);
         const auto path = service.stopRecording();
         EXPECT_EQ(path.filename(), now[0]);
         EXPECT_EQ(testing::probeAudioFile(path).codecName, "aac");
@@ -192,7 +204,7 @@ TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
 TEST(AudioRecorderServiceRules, FailingSourceLeavesTheServiceAsItWas) {
     RecorderTestFolder folder;
     std::atomic<bool> fail{false};
-    DrainCounter drained;
+    EventCounter drained;
     AudioRecorderService service([&]() -> std::unique_ptr<AudioSampleSource> {
         if (fail) {
             throw PulseAudioCapture::Error("Connection refused");

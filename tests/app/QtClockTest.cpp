@@ -1,0 +1,65 @@
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QThread>
+#include <thread>
+#include <vector>
+
+#include "fakes/TestEventLoop.h"
+#include "platform/QtClock.h"
+
+namespace kelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Zero-delay timers fire on the next pass of the event loop, so these tests never wait.
+void runQtEvents() {
+    for (int round = 0; round < 8; ++round) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+    }
+}
+
+TEST(QtClockTest, CallbacksRunLaterOnTheMainThreadAndCancelledOnesNever) {
+    ensureCoreApplication();
+    platform::QtClock clock;
+    std::vector<int> ran;
+    clock.schedule(0ms, [&] { ran.push_back(1); });
+    auto cancelled = clock.schedule(0ms, [&] { ran.push_back(2); });
+    clock.cancel(cancelled);
+    clock.cancel(cancelled);  // harmless twice
+    EXPECT_TRUE(ran.empty()) << "never inline";
+
+    QThread* callbackThread = nullptr;
+    std::thread worker([&] {
+        clock.schedule(0ms, [&] {
+            ran.push_back(3);
+            callbackThread = QThread::currentThread();
+        });
+    });
+    worker.join();
+    runQtEvents();
+    EXPECT_EQ(ran, (std::vector<int>{1, 3}));
+    EXPECT_EQ(callbackThread, QCoreApplication::instance()->thread());
+}
+
+TEST(QtClockTest, NowIsMonotonic) {
+    ensureCoreApplication();
+    platform::QtClock clock;
+    auto first = clock.now();
+    EXPECT_LE(first, clock.now());
+}
+
+TEST(QtClockTest, PendingCallbacksAreDroppedWithTheClock) {
+    ensureCoreApplication();
+    bool ran = false;
+    {
+        platform::QtClock clock;
+        clock.schedule(0ms, [&] { ran = true; });
+    }
+    runQtEvents();
+    EXPECT_FALSE(ran);
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -5,6 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "cli/ReportedFailure.h"
 #include "cli/UsageError.h"
 #include "core/models/DictionaryScope.h"
 #include "core/models/OutputFormat.h"
@@ -167,6 +168,11 @@ int CommandRegistry::run(std::span<const std::string> arguments, std::istream& i
     } catch (const UsageError& error) {
         reportUsageError(errors, error.what(), usageLine(*command));
         return kUsageError;
+    } catch (const ReportedFailure& error) {
+        output << heldOutput.str();
+        output.flush();
+        errors << kErrorPrefix << oneLine(error.what()) << '\n';
+        return kFailure;
     } catch (const std::exception& error) {
         errors << kErrorPrefix << oneLine(error.what()) << '\n';
         return kFailure;

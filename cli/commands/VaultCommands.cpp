@@ -1,5 +1,6 @@
 #include <filesystem>
 
+#include "cli/ReportedFailure.h"
 #include "cli/commands/CommandGroups.h"
 #include "cli/commands/JsonInput.h"
 #include "core/engines/MarkdownFormatter.h"
@@ -31,11 +32,11 @@ void runSave(const ParsedArguments& arguments, CommandContext& context) {
     request.subpath = arguments.value("--subpath");
     request.overwritePolicy = policy;
     const SaveResult saved = adapter.save(document, request);
-    if (!saved.success) {
-        // The tool's failures leave standard output empty; the reason goes to standard error.
-        throw Error(saved.error.value_or("the note was not saved"));
-    }
+    // The SaveResult is the answer either way; a failed save also says why on standard error.
     context.writeJson(Json(saved));
+    if (!saved.success) {
+        throw ReportedFailure(saved.error.value_or("the note was not saved"));
+    }
 }
 
 VaultBrowser browserOf(const ParsedArguments& arguments) {

@@ -595,7 +595,11 @@ TEST_F(KelvoBinary, SaveFailuresExitWithOneAndTheReason) {
         }
     }
     EXPECT_EQ(second.status, 1);
-    EXPECT_EQ(second.output, "");
+    const Json failed = Json::parse(second.output);
+    EXPECT_EQ(failed.at("success"), false);
+    EXPECT_FALSE(failed.contains("savedURL"));
+    EXPECT_EQ(failed.at("destinationType"), "localFolder");
+    EXPECT_EQ(failed.at("error"), "File already exists at " + first.string());
     EXPECT_EQ(second.errors, "kelvo: File already exists at " + first.string() + "\n");
 
     const Outcome escaping =

@@ -160,6 +160,11 @@ HttpAnswer postRequest(const std::string& url, const HeaderMap& headers, const s
         headerList.reset(extended);
     };
     for (const auto& [name, value] : headers) {
+        // A line break inside a value (a pasted token, a caller's request id) would let it add
+        // headers of its own; refuse before anything is sent.
+        if (value.find_first_of("\r\n") != std::string::npos) {
+            throw EncodingError("The value of the " + name + " header contains a line break");
+        }
         addHeader(name + ": " + value);
     }
     // curl would otherwise announce large uploads with "Expect: 100-continue" and wait for the

@@ -345,6 +345,12 @@ TEST_F(WorkerAPIClientTest, UnreadableAudioOrUnencodableTextFailsBeforeAnythingI
     EXPECT_THROW(worker.transcribe(folder_, "m", "ja", std::nullopt, 1.0), FileError);
     EXPECT_THROW(worker.process("bad \xff text", "verbatim", "voiceInput", {}, std::nullopt),
                  EncodingError);
+    // A token pasted with its line break must not smuggle in a header of its own.
+    EXPECT_THROW(client(server.url(), "t\r\nX-Admin: 1")
+                     .process("x", "verbatim", "voiceInput", {}, std::nullopt),
+                 EncodingError);
+    EXPECT_THROW(worker.process("x", "verbatim", "voiceInput", {}, std::nullopt, "id\nX: y"),
+                 EncodingError);
     EXPECT_TRUE(server.requests().empty());
 }
 

@@ -54,26 +54,6 @@ std::string renderValue(const FrontmatterValue& value) {
 
 MarkdownFormatter::MarkdownFormatter(Clock now) : now_(std::move(now)) {}
 
-std::string_view MarkdownFormatter::summaryLevelName(SummaryLevel level) {
-    switch (level) {
-        case SummaryLevel::verbatim:
-            return "verbatim";
-        case SummaryLevel::cleanup:
-            return "cleanup";
-        case SummaryLevel::concise:
-            return "concise";
-        case SummaryLevel::summarize:
-            return "summarize";
-        case SummaryLevel::bulletsOrTodo:
-            return "bullets";
-        case SummaryLevel::trim:
-            return "verbatim";
-        case SummaryLevel::translate:
-            return "translate";
-    }
-    return {};
-}
-
 std::string MarkdownFormatter::title(std::string_view text) {
     std::string_view candidate = text;
     for (const auto separator : kTitleSeparators) {
@@ -104,7 +84,7 @@ MarkdownDocument MarkdownFormatter::makeDocument(const VoiceInputResult& result,
     frontmatter["created"] = FrontmatterValue::string(document.createdAt.iso8601());
     frontmatter["source"] = FrontmatterValue::string(kSource);
     frontmatter["summary_level"] =
-        FrontmatterValue::string(std::string(summaryLevelName(result.summaryLevel)));
+        FrontmatterValue::string(std::string(summaryLevelWord(result.summaryLevel)));
     frontmatter["processing_mode"] =
         FrontmatterValue::string(std::string(enumName(result.processingMode)));
     if (!result.usedDictionaryEntryIDs.empty()) {

@@ -48,10 +48,6 @@ class MarkdownFormatter {
     /// The first sentence or line of `text`, at most 40 characters, trimmed of spaces and tabs.
     static std::string title(std::string_view text);
 
-    /// How a level is written in the front matter ("bullets" for bulletsOrTodo; trim is written
-    /// as "verbatim" because it keeps the wording).
-    static std::string_view summaryLevelName(SummaryLevel level);
-
   private:
     Clock now_;
 };

@@ -22,6 +22,20 @@ struct EnumNames<SummaryLevel> {
     }};
 };
 
+/// How a level is named outside the application — in the worker's requests and in a note's front
+/// matter. Neither knows a separate trim level, so `trim` goes out as "verbatim" (it keeps the
+/// wording), and `bulletsOrTodo` is shortened to "bullets".
+constexpr std::string_view summaryLevelWord(SummaryLevel level) noexcept {
+    switch (level) {
+        case SummaryLevel::bulletsOrTodo:
+            return "bullets";
+        case SummaryLevel::trim:
+            return "verbatim";
+        default:
+            return enumName(level);
+    }
+}
+
 inline void to_json(Json& out, SummaryLevel value) {
     out = static_cast<std::int64_t>(value);
 }

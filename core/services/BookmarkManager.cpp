@@ -31,7 +31,7 @@ constexpr const char* kDeviceMember = "device";
 constexpr const char* kInodeMember = "inode";
 
 std::optional<fs::path> configurationHome() {
-    // The base directory specification says relative values are to be ignored.
+    // XDG base directories must be absolute; a relative value is ignored, as other tools do.
     if (const char* configured = std::getenv("XDG_CONFIG_HOME");
         configured != nullptr && configured[0] == '/') {
         return fs::path(configured);

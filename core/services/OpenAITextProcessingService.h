@@ -21,12 +21,6 @@ class OpenAITextProcessingService : public TextProcessingService {
 
     std::string process(const TextProcessingRequest& request) override;
 
-    /// The worker knows no trim level, so `trim` travels as "verbatim"; `bulletsOrTodo` is
-    /// "bullets". Every other level is its own name.
-    static std::string_view wireWord(SummaryLevel level) noexcept;
-    /// Every mode travels as its own name.
-    static std::string_view wireWord(ProcessingMode mode) noexcept;
-
     std::shared_ptr<const WorkerAPIClient> client;
 };
 

@@ -17,7 +17,7 @@ namespace {
 
 /// A character break iterator over a UTF-8 text, without copying the text to UTF-16.
 class CharacterBreaks {
-public:
+  public:
     explicit CharacterBreaks(std::string_view text) {
         UErrorCode status = U_ZERO_ERROR;
         utext_ = utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status);
@@ -35,13 +35,15 @@ public:
     bool ok() const { return ok_; }
     icu::BreakIterator& iterator() { return *iterator_; }
 
-private:
+  private:
     UText* utext_ = nullptr;
     std::unique_ptr<icu::BreakIterator> iterator_;
     bool ok_ = false;
 };
 
-bool isSpaceOrTab(char c) { return c == ' ' || c == '\t'; }
+bool isSpaceOrTab(char c) {
+    return c == ' ' || c == '\t';
+}
 
 /// Byte search from `start`. glibc's memmem skips by byte pairs, where std::string::find stops at
 /// every occurrence of the first byte: in Japanese UTF-8 nearly every third byte is 0xE3, which
@@ -65,8 +67,8 @@ std::string toNfc(std::string_view text) {
     if (U_FAILURE(status)) {
         return std::string(text);
     }
-    const icu::UnicodeString source =
-        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+    const icu::UnicodeString source = icu::UnicodeString::fromUTF8(
+        icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
     // Most dictation text is already NFC; skip the copy when the quick check says so.
     if (nfc->isNormalized(source, status) && U_SUCCESS(status)) {
         return std::string(text);
@@ -200,8 +202,8 @@ std::string collapseSpaceRuns(std::string_view text) {
 }
 
 std::string toLower(std::string_view text) {
-    icu::UnicodeString value =
-        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+    icu::UnicodeString value = icu::UnicodeString::fromUTF8(
+        icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
     value.toLower(icu::Locale::getRoot());
     std::string out;
     value.toUTF8String(out);
@@ -228,8 +230,8 @@ std::string encode(char32_t codePoint) {
 char32_t decodeAt(std::string_view text, std::size_t offset, std::size_t& length) {
     auto index = static_cast<int32_t>(offset);
     UChar32 codePoint = 0;
-    U8_NEXT(reinterpret_cast<const uint8_t*>(text.data()), index,
-            static_cast<int32_t>(text.size()), codePoint);
+    U8_NEXT(reinterpret_cast<const uint8_t*>(text.data()), index, static_cast<int32_t>(text.size()),
+            codePoint);
     length = static_cast<std::size_t>(index) - offset;
     return codePoint < 0 ? U'\uFFFD' : static_cast<char32_t>(codePoint);
 }

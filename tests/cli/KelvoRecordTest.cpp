@@ -11,8 +11,8 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <stdexcept>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 

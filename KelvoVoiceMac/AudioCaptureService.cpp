@@ -24,6 +24,10 @@ QCoro::Task<std::shared_ptr<Channel<AudioBuffer>>> AudioCaptureService::start() 
             if (!co_await requestMicrophoneAccess()) {
                 throw CaptureError(CaptureError::Code::microphonePermissionDenied);
             }
+            // Another start may have opened the microphone while the prompt was up.
+            if (isRecording_) {
+                throw CaptureError(CaptureError::Code::alreadyRecording);
+            }
             break;
         case AudioInput::Authorization::denied:
             throw CaptureError(CaptureError::Code::microphonePermissionDenied);

@@ -266,6 +266,28 @@ TEST(AudioCaptureServiceTest, PermissionIsAskedWhenUndeterminedAndRefusalsFailTh
         EXPECT_TRUE(service.isRecording());
         service.stop();
     }
+    {
+        // Two starts waiting on the prompt at once: only the first to resume opens the device.
+        FakeAudioInput input;
+        input.authorizationStatus = AudioInput::Authorization::notDetermined;
+        AudioCaptureService service(input);
+        std::shared_ptr<Channel<AudioBuffer>> streams[2];
+        std::exception_ptr failures[2];
+        QCoro::waitFor([&]() -> QCoro::Task<> {
+            auto first = startInto(service, streams[0], failures[0]);
+            auto second = startInto(service, streams[1], failures[1]);
+            co_await first;
+            co_await second;
+        }());
+        EXPECT_EQ(input.openCount, 1);
+        EXPECT_NE(failures[0] == nullptr, failures[1] == nullptr);
+        try {
+            std::rethrow_exception(failures[0] ? failures[0] : failures[1]);
+        } catch (const std::exception& error) {
+            EXPECT_STREQ(error.what(), "Already recording");
+        }
+        service.stop();
+    }
 }
 
 TEST(AudioCaptureServiceTest, UnusableDeviceFormatsFailWithInputFormatUnavailable) {

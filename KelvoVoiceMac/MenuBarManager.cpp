@@ -184,6 +184,10 @@ QCoro::Task<> MenuBarManager::runStartTask() {
         traceOutput_.write(kFailedToStartPrefix + *failure);
         // Stops whatever did start, finds no text and returns to idle.
         co_await finish(platform::Clock::Duration::zero(), false);
+        // Requests queued while that clean-up ran belong to the failed start too; left queued,
+        // they would fire on the next successful start.
+        queuedStopTrigger_.reset();
+        queuedDiscard_ = false;
         endTransition();
         co_return;
     }
@@ -275,7 +279,14 @@ QCoro::Task<> MenuBarManager::finish(platform::Clock::Duration drainWait, bool d
 }
 
 QCoro::Task<> MenuBarManager::insertAndRemember(std::string text) {
-    bool inserted = co_await textInsertionService_.insert(text, true);
+    bool inserted = false;
+    try {
+        inserted = co_await textInsertionService_.insert(text, true);
+    } catch (const std::exception& error) {
+        // Insertion is not meant to throw; if a backend does anyway, the session must still reach
+        // its reset and the words must still be kept.
+        log(std::string("[KelvoVoice] Insertion error: ") + error.what());
+    }
     if (inserted) {
         lastInsertedText_ = std::move(text);
         lastUninsertedText_.reset();

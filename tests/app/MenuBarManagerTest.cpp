@@ -307,6 +307,17 @@ TEST_F(MenuBarManagerTest, CaptureFailureDropsQueuedRequestsAndReturnsToIdle) {
     EXPECT_EQ(audio.stopCount, 1);
     EXPECT_EQ(speech.stopCount, 1);
     EXPECT_THAT(inserter.insertions, IsEmpty());
+
+    // A stop that arrives while the failed start is still cleaning up is dropped with it, not
+    // left to fire on the next start.
+    speech.stopDelay = 100ms;
+    manager->startDictation("fn");
+    runFor(clock, audio.startDelay);
+    EXPECT_TRUE(manager->stopDictation("fn-hold"));
+    runFor(clock, 200ms);
+    EXPECT_FALSE(manager->isTransitioning());
+    EXPECT_FALSE(manager->queuedStopTrigger().has_value());
+
     // The session works again afterwards.
     audio.failure.reset();
     startRecording();
@@ -412,6 +423,23 @@ TEST_F(MenuBarManagerTest, FailedInsertionKeepsTheTextForPastingAgain) {
                     {"[KelvoVoice] Ignored pasteLastText because there is no dictated text",
                      "[KelvoVoice] Pasting last dictated text again",
                      "[KelvoVoice] Ignored pasteLastText because recording is active"}));
+}
+
+TEST_F(MenuBarManagerTest, InserterThatThrowsCountsAsFailedInsertionAndTheSessionResets) {
+    build();
+    inserter.throwing = true;
+    startRecording();
+    speech.send(TranscriptionEvent::final_("続きの話"));
+    manager->stopDictation("menu");
+    runFor(clock, 100ms);
+    EXPECT_FALSE(manager->isTransitioning());
+    EXPECT_TRUE(status.dictationItemEnabled);
+    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+    EXPECT_EQ(manager->lastUninsertedText(), "続きの話");
+    EXPECT_THAT(logLines(), ::testing::IsSupersetOf(
+                                {"[KelvoVoice] Insertion error: accessibility bus went away",
+                                 "[KelvoVoice] Insertion failed; dictated text kept for pasting "
+                                 "again"}));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // the scripted result. Mirrors into an optional journal ("insert: <text>").
 
 #include <QCoroTask>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,11 +26,15 @@ class FakeTextInserter final : public app::DictationTextInserter {
         }
         insertions.emplace_back(text, restore);
         co_await app::sleepFor(clock_, insertDelay);
+        if (throwing) {
+            throw std::runtime_error("accessibility bus went away");
+        }
         co_return result;
     }
 
     platform::Clock::Duration insertDelay = std::chrono::milliseconds(30);
     bool result = true;
+    bool throwing = false;
     std::vector<std::pair<std::string, bool>> insertions;
 
   private:

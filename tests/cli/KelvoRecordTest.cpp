@@ -2,112 +2,25 @@
 // status, standard output (the file's path and one line feed, nothing else) and the file it
 // leaves, when it stops after --seconds and when it is interrupted.
 
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tests/core/AudioFileProbe.h"
 #include "tests/core/RecorderTestFolder.h"
+#include "tests/support/KelvoProcess.h"
 
 namespace kelvo {
 namespace {
 
+using test::KelvoProcess;
 using testing::RecorderTestFolder;
-
-/// A running `kelvo` with its standard output and error on pipes; the environment is the test's.
-class KelvoProcess {
-  public:
-    explicit KelvoProcess(const std::vector<std::string>& arguments) {
-        int outPipe[2];
-        int errPipe[2];
-        if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
-            throw std::runtime_error("pipe failed");
-        }
-        std::vector<char*> argv{const_cast<char*>(KELVO_BINARY)};
-        for (const auto& argument : arguments) {
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        }
-        argv.push_back(nullptr);
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(outPipe[1], STDOUT_FILENO);
-            dup2(errPipe[1], STDERR_FILENO);
-            execv(KELVO_BINARY, argv.data());
-            _exit(127);
-        }
-        close(outPipe[1]);
-        close(errPipe[1]);
-        out_ = outPipe[0];
-        err_ = errPipe[0];
-    }
-    ~KelvoProcess() {
-        if (pid_ > 0 && !exited_) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-        close(out_);
-        close(err_);
-    }
-
-    /// Reads standard error until it holds `text` (or the stream ends); returns what was read.
-    std::string waitForError(const std::string& text) {
-        while (errors_.find(text) == std::string::npos) {
-            char buffer[256];
-            const ssize_t count = read(err_, buffer, sizeof buffer);
-            if (count <= 0) {
-                break;
-            }
-            errors_.append(buffer, static_cast<std::size_t>(count));
-        }
-        return errors_;
-    }
-
-    void signal(int number) { kill(pid_, number); }
-
-    struct Outcome {
-        int status = -1;
-        std::string output;
-        std::string errors;
-    };
-
-    /// Reads both streams to their end and waits for the exit.
-    Outcome finish() {
-        Outcome outcome;
-        outcome.output = readAll(out_);
-        outcome.errors = errors_ + readAll(err_);
-        int status = 0;
-        waitpid(pid_, &status, 0);
-        exited_ = true;
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        return outcome;
-    }
-
-  private:
-    static std::string readAll(int fd) {
-        std::string text;
-        char buffer[4096];
-        for (ssize_t count; (count = read(fd, buffer, sizeof buffer)) > 0;) {
-            text.append(buffer, static_cast<std::size_t>(count));
-        }
-        return text;
-    }
-
-    pid_t pid_ = -1;
-    int out_ = -1;
-    int err_ = -1;
-    bool exited_ = false;
-    std::string errors_;
-};
 
 /// The one path `kelvo record` printed, checked to be a readable 16 kHz mono AAC file in the
 /// temporary folder.
@@ -128,7 +41,7 @@ std::filesystem::path expectRecordingPrinted(const KelvoProcess::Outcome& outcom
 
 TEST(KelvoRecord, SecondsMustBeAPositiveNumber) {
     for (const char* seconds : {"0", "-1", "abc", "1s", ""}) {
-        KelvoProcess kelvo({"record", "--seconds", seconds});
+        KelvoProcess kelvo(KELVO_BINARY, {"record", "--seconds", seconds});
         const auto outcome = kelvo.finish();
         EXPECT_EQ(outcome.status, 2) << seconds;
         EXPECT_EQ(outcome.output, "");
@@ -149,7 +62,7 @@ class KelvoRecordPulseAudio : public ::testing::Test {
 };
 
 TEST_F(KelvoRecordPulseAudio, StopsAfterTheGivenSecondsAndPrintsThePath) {
-    KelvoProcess kelvo({"record", "--seconds", "1"});
+    KelvoProcess kelvo(KELVO_BINARY, {"record", "--seconds", "1"});
     const auto outcome = kelvo.finish();
     const auto path = expectRecordingPrinted(outcome, folder_);
     // Loose: the recording covers most of the requested second, never many times more.
@@ -164,7 +77,7 @@ TEST_F(KelvoRecordPulseAudio, InterruptStopsCleanlyWithAReadableFile) {
         std::string("'") + KELVO_HEADLESS_SESSION_SCRIPT + "' play '" + wav.string() + "'";
     for (const int signal : {SIGINT, SIGTERM}) {
         SCOPED_TRACE(strsignal(signal));
-        KelvoProcess kelvo({"record"});
+        KelvoProcess kelvo(KELVO_BINARY, {"record"});
         ASSERT_NE(kelvo.waitForError("Recording; press Ctrl+C to stop.\n").find("Recording"),
                   std::string::npos);
         ASSERT_EQ(std::system(play.c_str()), 0);  // returns once the tone has been heard

@@ -102,6 +102,13 @@ TEST_F(LocalFolderSaveAdapterTest, FallbackFolderServesWhenTheResolverGivesNothi
     EXPECT_TRUE(result.success);
     EXPECT_EQ(result.savedURL, temp_.path() / "fallback" / "2025-03-14-0905-memo.md");
     EXPECT_EQ(releases(), 0);
+
+    // A resolver that throws gives no folder either.
+    LocalFolderSaveAdapter throwing(
+        []() -> std::optional<ScopedURL> { throw std::runtime_error("keychain locked"); },
+        temp_.path() / "fallback", [] { return Date::fromUnixSeconds(kNowUnixSeconds); });
+    const SaveResult thrown = throwing.save(document("memo2"), request());
+    EXPECT_EQ(thrown.savedURL, temp_.path() / "fallback" / "2025-03-14-0905-memo2.md");
 }
 
 TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody) {
@@ -137,15 +144,19 @@ TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody
 }
 
 TEST_F(LocalFolderSaveAdapterTest, ExistingFileUnderEachPolicy) {
-    const fs::path plain = vault_ / "2025-03-14-0905-memo.md";
-    temp_.write(plain.lexically_relative(temp_.path()), "old");
     LocalFolderSaveAdapter saver = vaultAdapter();
+    // Without a clash appendTimestamp keeps the plain name.
+    const fs::path plain = vault_ / "2025-03-14-0905-memo.md";
+    EXPECT_EQ(
+        saver.save(document("memo", "old"), request(OverwritePolicy::appendTimestamp)).savedURL,
+        plain);
+    EXPECT_EQ(contentsOf(plain), "---\n---\n\nold");
 
     const SaveResult refused = saver.save(document("memo", "new"), request());
     EXPECT_EQ(refused, (SaveResult{false, std::nullopt, SaveDestinationType::localFolder,
                                    "File already exists at " + plain.string()}));
-    EXPECT_EQ(contentsOf(plain), "old");
-    EXPECT_EQ(releases(), 1);
+    EXPECT_EQ(contentsOf(plain), "---\n---\n\nold");
+    EXPECT_EQ(releases(), 2);
 
     const SaveResult stamped =
         saver.save(document("memo", "stamped"), request(OverwritePolicy::appendTimestamp));
@@ -153,7 +164,7 @@ TEST_F(LocalFolderSaveAdapterTest, ExistingFileUnderEachPolicy) {
     EXPECT_TRUE(stamped.success);
     EXPECT_EQ(stamped.savedURL, stampedFile);
     EXPECT_EQ(contentsOf(stampedFile), "---\n---\n\nstamped");
-    EXPECT_EQ(contentsOf(plain), "old");
+    EXPECT_EQ(contentsOf(plain), "---\n---\n\nold");
     // The stamped name is not tested again: a second clash in the same second replaces it.
     EXPECT_TRUE(
         saver.save(document("memo", "again"), request(OverwritePolicy::appendTimestamp)).success);
@@ -163,13 +174,7 @@ TEST_F(LocalFolderSaveAdapterTest, ExistingFileUnderEachPolicy) {
         saver.save(document("memo", "replaced"), request(OverwritePolicy::overwrite));
     EXPECT_EQ(replaced.savedURL, plain);
     EXPECT_EQ(contentsOf(plain), "---\n---\n\nreplaced");
-    EXPECT_EQ(releases(), 4);
-}
-
-TEST_F(LocalFolderSaveAdapterTest, AppendTimestampWithoutAClashKeepsThePlainName) {
-    const SaveResult result =
-        vaultAdapter().save(document("memo"), request(OverwritePolicy::appendTimestamp));
-    EXPECT_EQ(result.savedURL, vault_ / "2025-03-14-0905-memo.md");
+    EXPECT_EQ(releases(), 5);
 }
 
 TEST_F(LocalFolderSaveAdapterTest, DanglingLinkCountsAsAnExistingFile) {
@@ -245,15 +250,6 @@ TEST_F(LocalFolderSaveAdapterTest, SubpathThatLeavesTheFolderIsRefused) {
         vaultAdapter().save(document("memo"), request(OverwritePolicy::createNew, "alias/sub"));
     EXPECT_TRUE(viaAlias.success) << viaAlias.error.value_or("");
     EXPECT_TRUE(fs::exists(vault_ / "inside" / "sub" / "2025-03-14-0905-memo.md"));
-}
-
-TEST_F(LocalFolderSaveAdapterTest, ThrowingResolverFallsBackToTheFallbackFolder) {
-    LocalFolderSaveAdapter throwing(
-        []() -> std::optional<ScopedURL> { throw std::runtime_error("keychain locked"); },
-        temp_.path() / "fallback", [] { return Date::fromUnixSeconds(kNowUnixSeconds); });
-    const SaveResult result = throwing.save(document("memo"), request());
-    EXPECT_TRUE(result.success);
-    EXPECT_EQ(result.savedURL, temp_.path() / "fallback" / "2025-03-14-0905-memo.md");
 }
 
 }  // namespace

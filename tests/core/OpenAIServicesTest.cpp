@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
 #include "core/models/EnumNames.h"
@@ -9,6 +8,7 @@
 #include "core/services/OpenAITextProcessingService.h"
 #include "core/services/OpenAITranscriptionService.h"
 #include "core/support/Uuid.h"
+#include "tests/core/TemporaryFolder.h"
 #include "tests/support/LoopbackHttpServer.h"
 
 namespace kelvo {
@@ -77,16 +77,8 @@ TEST(OpenAITranscriptionService, PromptJoinsHintsAfterThePromptAndTrimsOnlyOuter
 
 class OpenAITranscriptionServiceTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        folder_ = fs::temp_directory_path() / ("kelvo-service-test-" + makeUuid());
-        fs::create_directories(folder_);
-        audio_ = folder_ / "memo.m4a";
-        std::ofstream(audio_) << "audio";
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-
-    fs::path folder_;
-    fs::path audio_;
+    testing::TemporaryFolder folder_;
+    fs::path audio_ = folder_.write("memo.m4a", "audio");
 };
 
 TEST_F(OpenAITranscriptionServiceTest, SendsModelLanguageAndPromptAndCopiesTheAnswer) {

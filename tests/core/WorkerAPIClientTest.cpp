@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -12,6 +11,7 @@
 #include "core/services/TransportError.h"
 #include "core/support/Error.h"
 #include "core/support/Uuid.h"
+#include "tests/core/TemporaryFolder.h"
 #include "tests/support/LoopbackHttpServer.h"
 #include "tests/support/RawHttpListener.h"
 
@@ -25,19 +25,14 @@ using test::RawHttpListener;
 // Bytes that a careless multipart writer would mangle: a NUL, a CR LF and a fake boundary.
 const std::string kAudioBytes = std::string("RIFF\0\x01\xff", 7) + "\r\n--Kelvo-\r\n";
 
-void writeFile(const fs::path& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
 void putLittleEndian(std::string& out, std::uint32_t value, int bytes) {
     for (int i = 0; i < bytes; ++i) {
         out += static_cast<char>((value >> (8 * i)) & 0xFF);
     }
 }
 
-/// A canonical 16-bit mono PCM WAV file of silence.
-void writePcmWav(const fs::path& path, std::uint32_t sampleRate, std::uint32_t frames) {
+/// The bytes of a canonical 16-bit mono PCM WAV file of silence.
+std::string pcmWav(std::uint32_t sampleRate, std::uint32_t frames) {
     const std::uint32_t dataBytes = frames * 2;
     std::string wav = "RIFF";
     putLittleEndian(wav, 36 + dataBytes, 4);
@@ -52,7 +47,7 @@ void writePcmWav(const fs::path& path, std::uint32_t sampleRate, std::uint32_t f
     wav += "data";
     putLittleEndian(wav, dataBytes, 4);
     wav.append(dataBytes, '\0');
-    writeFile(path, wav);
+    return wav;
 }
 
 bool isUpperCaseUuid(const std::string& text) {
@@ -61,16 +56,8 @@ bool isUpperCaseUuid(const std::string& text) {
 
 class WorkerAPIClientTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        folder_ = fs::temp_directory_path() / ("kelvo-worker-test-" + makeUuid());
-        fs::create_directories(folder_);
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-
     fs::path audioFile(const std::string& name, const std::string& bytes = kAudioBytes) {
-        const fs::path path = folder_ / name;
-        writeFile(path, bytes);
-        return path;
+        return folder_.write(name, bytes);
     }
 
     static WorkerAPIClient client(const std::string& baseURL, std::string authToken = "t",
@@ -80,7 +67,7 @@ class WorkerAPIClientTest : public ::testing::Test {
                                timeoutSeconds, timeoutSeconds);
     }
 
-    fs::path folder_;
+    testing::TemporaryFolder folder_;
 };
 
 std::string textField(const std::string& boundary, const std::string& name,
@@ -90,6 +77,7 @@ std::string textField(const std::string& boundary, const std::string& name,
 }
 
 TEST_F(WorkerAPIClientTest, TranscribeSendsTheMultipartBodyByteForByte) {
+    std::string firstBoundary;
     {
         RawHttpListener listener(RawHttpListener::Behaviour::answerJson);
         const fs::path file = audioFile("take.wav");
@@ -101,6 +89,7 @@ TEST_F(WorkerAPIClientTest, TranscribeSendsTheMultipartBodyByteForByte) {
         const std::string boundary = contentType.substr(prefix.size());
         ASSERT_EQ(boundary.substr(0, 6), "Kelvo-");
         EXPECT_TRUE(isUpperCaseUuid(boundary.substr(6))) << boundary;
+        firstBoundary = boundary;
 
         EXPECT_EQ(listener.rawRequest().substr(0, 32), "POST /v1/transcribe HTTP/1.1\r\nHo");
         EXPECT_EQ(listener.body(),
@@ -118,6 +107,7 @@ TEST_F(WorkerAPIClientTest, TranscribeSendsTheMultipartBodyByteForByte) {
         client(listener.url("/v1")).transcribe(file, "m", "", std::nullopt, 1.0);
 
         const std::string boundary = listener.header("Content-Type").substr(30);
+        EXPECT_NE(boundary, firstBoundary) << "every request has a fresh boundary";
         EXPECT_EQ(listener.rawRequest().substr(0, 20), "POST /v1/transcribe ");
         EXPECT_EQ(listener.body(), "--" + boundary +
                                        "\r\nContent-Disposition: form-data; name=\"file\"; "
@@ -151,15 +141,6 @@ TEST_F(WorkerAPIClientTest, MultipartFormIsReadableByAnHttpServer) {
         EXPECT_EQ(requests[i].files.find("file")->second.content_type, expectedTypes[i])
             << requests[i].files.find("file")->second.filename;
     }
-}
-
-TEST_F(WorkerAPIClientTest, EveryRequestCarriesAFreshBoundary) {
-    RawHttpListener first(RawHttpListener::Behaviour::answerJson);
-    RawHttpListener second(RawHttpListener::Behaviour::answerJson);
-    const fs::path file = audioFile("a.wav");
-    client(first.url()).transcribe(file, "m", "ja", std::nullopt, 1.0);
-    client(second.url()).transcribe(file, "m", "ja", std::nullopt, 1.0);
-    EXPECT_NE(first.header("Content-Type"), second.header("Content-Type"));
 }
 
 TEST_F(WorkerAPIClientTest, DeviceTokenReplacesTheBearerTokenAndEmptyTokensSendNeither) {
@@ -205,8 +186,7 @@ TEST_F(WorkerAPIClientTest, RequestIdIsTheCallersOrAFreshUpperCaseUuidAndEmptySe
 TEST_F(WorkerAPIClientTest, DurationHeaderHasThreeDecimalsAndIsMeasuredWhenNotGiven) {
     LoopbackHttpServer server;
     const WorkerAPIClient worker = client(server.url());
-    const fs::path wav = folder_ / "take.wav";
-    writePcmWav(wav, 50000, 61728);  // 1.23456 s
+    const fs::path wav = audioFile("take.wav", pcmWav(50000, 61728));  // 1.23456 s
 
     worker.transcribe(wav, "m", "ja", {}, 2.5);
     worker.transcribe(wav, "m", "ja", {});
@@ -337,12 +317,12 @@ TEST_F(WorkerAPIClientTest, UnreadableAudioOrUnencodableTextFailsBeforeAnythingI
     LoopbackHttpServer server;
     const WorkerAPIClient worker = client(server.url());
     try {
-        worker.transcribe(folder_ / "missing.wav", "m", "ja", std::nullopt);
+        worker.transcribe(folder_.path() / "missing.wav", "m", "ja", std::nullopt);
         ADD_FAILURE() << "transcribe did not fail";
     } catch (const FileError& error) {
         EXPECT_NE(std::string(error.what()).find("missing.wav"), std::string::npos);
     }
-    EXPECT_THROW(worker.transcribe(folder_, "m", "ja", std::nullopt, 1.0), FileError);
+    EXPECT_THROW(worker.transcribe(folder_.path(), "m", "ja", std::nullopt, 1.0), FileError);
     EXPECT_THROW(worker.process("bad \xff text", "verbatim", "voiceInput", {}, std::nullopt),
                  EncodingError);
     // A token pasted with its line break must not smuggle in a header of its own.

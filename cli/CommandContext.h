@@ -41,7 +41,9 @@ class CommandContext {
 
     /// "--dictionary PATH" or the default dictionary file in the data folder.
     std::filesystem::path dictionaryFile(const ParsedArguments& arguments) const;
-    /// "--history PATH" or "history.json" in the data folder, beside the default dictionary.
+    /// "--history PATH" or "history.json" in the data folder, beside the default dictionary even
+    /// when "--dictionary" names another file: `history` has no "--dictionary" option, so only a
+    /// fixed default lets it list what `process` recorded.
     std::filesystem::path historyFile(const ParsedArguments& arguments) const;
 
   private:

@@ -96,7 +96,7 @@ std::string CommandRegistry::helpText() const {
          << "        S (scope) " << enumNameList<DictionaryScope>() << "\n"
          << "Files: --dictionary defaults to $XDG_DATA_HOME/KelvoVoiceMac/dictionary.json\n"
          << "       (~/.local/share when XDG_DATA_HOME is unset), --history to history.json\n"
-         << "       in the same folder.\n"
+         << "       in that folder, also when --dictionary names another file.\n"
          << "Exit status: 0 success, 1 failure (reason on standard error), 2 usage error.\n";
     return text.str();
 }

@@ -16,7 +16,6 @@
 #include <fstream>
 #include <map>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -24,6 +23,7 @@
 #include "core/models/HistoryItem.h"
 #include "core/models/Json.h"
 #include "core/support/Uuid.h"
+#include "tests/core/TemporaryFolder.h"
 
 namespace kelvo {
 namespace {
@@ -137,12 +137,7 @@ Outcome runKelvo(const std::vector<std::string>& arguments, const std::string& i
     return run;
 }
 
-std::string readFile(const fs::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
+using testing::contentsOf;
 
 void writeFile(const fs::path& path, const std::string& text) {
     fs::create_directories(path.parent_path());
@@ -152,16 +147,12 @@ void writeFile(const fs::path& path, const std::string& text) {
 class KelvoBinary : public ::testing::Test {
   protected:
     void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "kelvo-cli-test-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        root = pattern;
         fs::create_directories(root / "home");
         fs::create_directories(root / "work");
         environment = {{"HOME", (root / "home").string()},
                        {"XDG_DATA_HOME", (root / "data").string()},
                        {"PATH", "/usr/bin:/bin"}};
     }
-    void TearDown() override { fs::remove_all(root); }
 
     Outcome kelvo(const std::vector<std::string>& arguments, const std::string& input = "") {
         return runKelvo(arguments, input, environment, root / "work");
@@ -180,7 +171,8 @@ class KelvoBinary : public ::testing::Test {
         return Json::parse(run.output).at("id").get<std::string>();
     }
 
-    fs::path root;
+    testing::TemporaryFolder folder;
+    const fs::path root = folder.path();
     std::map<std::string, std::string> environment;
 };
 
@@ -195,13 +187,6 @@ TEST_F(KelvoBinary, ExitStatusTellsSuccessFailureAndUsageErrorApart) {
     EXPECT_EQ(failure.status, 1);
     EXPECT_EQ(failure.output, "");
     EXPECT_EQ(failure.errors, "kelvo: no dictionary entry with ID " + unknownID + "\n");
-
-    const Outcome unknownCommand = kelvo({"frobnicate"});
-    EXPECT_EQ(unknownCommand.status, 2);
-    EXPECT_EQ(unknownCommand.output, "");
-    EXPECT_EQ(unknownCommand.errors,
-              "kelvo: unknown command 'frobnicate'\n"
-              "usage: kelvo <command> [options] (see 'kelvo help')\n");
 
     const Outcome unknownOption = kelvo({"todo", "--verbose", "x"});
     EXPECT_EQ(unknownOption.status, 2);
@@ -303,7 +288,8 @@ TEST_F(KelvoBinary, DefaultFilesLiveInTheXdgDataHomeWhichIsCreatedOnlyOnWrite) {
     const fs::path homeDictionary =
         root / "home" / ".local" / "share" / "KelvoVoiceMac" / "dictionary.json";
     ASSERT_TRUE(fs::exists(homeDictionary));
-    const auto entries = Json::parse(readFile(homeDictionary)).get<std::vector<DictionaryEntry>>();
+    const auto entries =
+        Json::parse(contentsOf(homeDictionary)).get<std::vector<DictionaryEntry>>();
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(entries[0].canonicalText, "大阪");
 
@@ -312,6 +298,14 @@ TEST_F(KelvoBinary, DefaultFilesLiveInTheXdgDataHomeWhichIsCreatedOnlyOnWrite) {
         kelvo({"dictionary", "add", "--canonical", "京都", "--dictionary", "sub/dir/d.json"});
     EXPECT_EQ(explicitAdd.status, 0) << explicitAdd.errors;
     EXPECT_TRUE(fs::exists(root / "work" / "sub" / "dir" / "d.json"));
+
+    // The default history stays in the data folder even beside another dictionary, so that
+    // `kelvo history` (which has no --dictionary) lists what process recorded.
+    const fs::path homeHistory = homeDictionary.parent_path() / "history.json";
+    EXPECT_EQ(kelvo({"process", "--text", "x", "--dictionary", "sub/dir/d.json"}).status, 0);
+    EXPECT_FALSE(fs::exists(root / "work" / "sub" / "dir" / "history.json"));
+    EXPECT_EQ(Json::parse(kelvo({"history"}).output).size(), 1u);
+    EXPECT_TRUE(fs::exists(homeHistory));
 }
 
 TEST_F(KelvoBinary, ADamagedDictionaryIsReportedAndNeverOverwritten) {
@@ -332,7 +326,7 @@ TEST_F(KelvoBinary, ADamagedDictionaryIsReportedAndNeverOverwritten) {
         EXPECT_TRUE(run.errors.starts_with("kelvo: " + defaultDictionary().string() + ": "))
             << run.errors;
         EXPECT_EQ(run.errors.find('\n'), run.errors.size() - 1) << "not one line: " << run.errors;
-        EXPECT_EQ(readFile(defaultDictionary()), damaged);
+        EXPECT_EQ(contentsOf(defaultDictionary()), damaged);
     }
     EXPECT_FALSE(fs::exists(defaultHistory())) << "process wrote history despite the failure";
 
@@ -353,7 +347,7 @@ TEST_F(KelvoBinary, ADamagedDictionaryIsReportedAndNeverOverwritten) {
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(run.errors.starts_with("kelvo: " + explicitFile.string() + ": ")) << run.errors;
     EXPECT_NE(run.errors.find("\"priority\""), std::string::npos) << run.errors;
-    EXPECT_EQ(readFile(explicitFile), missingPriority);
+    EXPECT_EQ(contentsOf(explicitFile), missingPriority);
 }
 
 TEST_F(KelvoBinary, JsonOutputIsPrettyWithRecordKeysAndUnescapedJapanese) {
@@ -483,11 +477,11 @@ TEST_F(KelvoBinary, DictionaryEntriesAreAddedAndRemovedByID) {
     ASSERT_EQ(remaining.size(), 1u);
     EXPECT_EQ(remaining[0].id, second);
 
-    const std::string before = readFile(defaultDictionary());
+    const std::string before = contentsOf(defaultDictionary());
     const Outcome again = kelvo({"dictionary", "remove", entry.id});
     EXPECT_EQ(again.status, 1);
     EXPECT_EQ(again.errors, "kelvo: no dictionary entry with ID " + entry.id + "\n");
-    EXPECT_EQ(readFile(defaultDictionary()), before);
+    EXPECT_EQ(contentsOf(defaultDictionary()), before);
     EXPECT_EQ(kelvo({"dictionary", "remove"}).status, 2);
 }
 
@@ -570,7 +564,7 @@ TEST_F(KelvoBinary, SaveWritesTheNoteIntoTheFolderAndPrintsTheResult) {
     // "yyyy-MM-dd-HHmm-" and the title without its "/" and with its space turned into "-".
     EXPECT_EQ(file.filename().string().substr(16), "議事録-23.md");
 
-    const std::string text = readFile(file);
+    const std::string text = contentsOf(file);
     EXPECT_TRUE(text.starts_with("---\ncreated: \"")) << text;
     EXPECT_TRUE(
         text.ends_with("processing_mode: \"cleanup\"\nsource: \"KelvoVoice\"\n"
@@ -663,14 +657,14 @@ TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
 TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {
     const fs::path samples = KELVO_SAMPLES_DIR;
     const std::string dictionary = (samples / "dictionary.json").string();
-    const auto entries = Json::parse(readFile(dictionary)).get<std::vector<DictionaryEntry>>();
+    const auto entries = Json::parse(contentsOf(dictionary)).get<std::vector<DictionaryEntry>>();
     ASSERT_FALSE(entries.empty());
     for (const DictionaryEntry& entry : entries) {
         EXPECT_EQ(entry.id, canonicalUuid(entry.id)) << entry.canonicalText;
     }
 
     const Outcome corrected =
-        kelvo({"correct", "--dictionary", dictionary}, readFile(samples / "transcript.txt"));
+        kelvo({"correct", "--dictionary", dictionary}, contentsOf(samples / "transcript.txt"));
     ASSERT_EQ(corrected.status, 0) << corrected.errors;
     const Outcome cleaned = kelvo({"fillers"}, corrected.output);
     ASSERT_EQ(cleaned.status, 0) << cleaned.errors;
@@ -680,7 +674,7 @@ TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {
               "デモはVS Codeから動かします。\n"
               "それから、GitHubのリポジトリは、AIの検証用に分けておいてください。"
               "スラックへの連絡は、東京のチームにお願いします。\n\n\n");
-    EXPECT_EQ(readFile(dictionary), readFile(samples / "dictionary.json"));
+    EXPECT_EQ(contentsOf(dictionary), contentsOf(samples / "dictionary.json"));
 }
 
 }  // namespace

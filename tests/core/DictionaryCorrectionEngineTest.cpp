@@ -226,17 +226,6 @@ TEST_F(DictionaryCorrectionEngineTest, ReloadSwapsEntriesAndAFailedReloadKeepsTh
     EXPECT_TRUE(engine.hints(DictionaryScope::all).empty());
 }
 
-TEST_F(DictionaryCorrectionEngineTest, ApplyingTwiceGivesTheSameTextForNonChainingEntries) {
-    store->entries = {entry(kIdA, "東京", {"とうきょう", "トウキョウ"}, 2),
-                      entry(kIdB, "KelvoVoice", {"ケルボボイス"}, 1, "", {"ケルボ・ボイス"})};
-    const DictionaryCorrectionEngine engine(store);
-    for (const std::string text :
-         {"とうきょうでケルボボイスを使う", "ケルボ・ボイス、トウキョウ", "", "関係ない文"}) {
-        const auto once = engine.apply(text, DictionaryScope::all).text;
-        EXPECT_EQ(engine.apply(once, DictionaryScope::all).text, once) << text;
-    }
-}
-
 /// A store whose list is swapped under the engine's feet, from another thread.
 class SwappingStore : public DictionaryStore {
   public:

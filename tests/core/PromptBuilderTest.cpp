@@ -70,18 +70,6 @@ const std::map<ProcessingMode, std::string> kModeParagraphs{
      "訳文のみを出力してください。"},
 };
 
-TEST(PromptBuilder, VerbatimVoiceInputWithoutHintsIsTwoParagraphs) {
-    EXPECT_EQ(
-        PromptBuilder::buildSystemPrompt(SummaryLevel::verbatim, ProcessingMode::voiceInput, {}),
-        "あなたはテキスト校正アシスタントです。\n"
-        "入力テキストをそのまま出力してください。内容を変更したり、要約したりしないでください。\n"
-        "誤字脱字の明らかな修正のみ許可します。\n"
-        "\n"
-        "このテキストは音声入力から得られたものです。\n"
-        "話し言葉特有の表現を書き言葉に適切に変換してください。\n"
-        "文脈から明らかな誤認識は修正してください。");
-}
-
 TEST(PromptBuilder, HintsFormAThirdParagraphJoinedWithIdeographicCommas) {
     const std::string base = kLevelParagraphs.at(SummaryLevel::verbatim) + "\n\n" +
                              kModeParagraphs.at(ProcessingMode::voiceInput);
@@ -97,6 +85,7 @@ TEST(PromptBuilder, HintsFormAThirdParagraphJoinedWithIdeographicCommas) {
               base + "\n\nこれらの語は必ずこの表記を維持してください: B、A、B、");
 }
 
+// Two paragraphs, one blank line between them, nothing after the last line.
 TEST(PromptBuilder, EveryLevelAndModeCombinationHasItsTwoParagraphs) {
     for (const auto& [level, levelParagraph] : kLevelParagraphs) {
         for (const auto& [mode, modeParagraph] : kModeParagraphs) {

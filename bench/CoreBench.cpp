@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchFolder.h"
 #include "core/engines/DictionaryCorrectionEngine.h"
 #include "core/engines/FillerRemovalEngine.h"
 #include "core/services/JSONDictionaryStore.h"
@@ -25,27 +26,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A temporary folder removed with its contents when the object goes.
-class BenchFolder {
-  public:
-    BenchFolder() {
-        std::string pattern = (fs::temp_directory_path() / "kelvo-core-bench-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("mkdtemp failed");
-        }
-        path_ = pattern;
-    }
-    ~BenchFolder() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    BenchFolder(const BenchFolder&) = delete;
-    BenchFolder& operator=(const BenchFolder&) = delete;
-    const fs::path& path() const { return path_; }
-
-  private:
-    fs::path path_;
-};
+using kelvo::bench::BenchFolder;
 
 class MemoryDictionary : public kelvo::DictionaryStore {
   public:

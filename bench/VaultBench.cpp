@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "bench/BenchFolder.h"
 #include "core/services/LocalFolderSaveAdapter.h"
 #include "core/services/VaultBrowser.h"
 
@@ -22,25 +23,7 @@ constexpr int kFolderCount = 500;
 constexpr int kNotesPerFolder = 20;
 constexpr int kFlatNoteCount = 10000;
 
-/// A temporary folder removed with its contents when the program ends.
-class BenchFolder {
-  public:
-    BenchFolder() {
-        std::string pattern = (fs::temp_directory_path() / "kelvo-vault-bench-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("mkdtemp failed");
-        }
-        path_ = pattern;
-    }
-    ~BenchFolder() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    const fs::path& path() const { return path_; }
-
-  private:
-    fs::path path_;
-};
+using kelvo::bench::BenchFolder;
 
 void writeNote(const fs::path& file, int number) {
     std::ofstream(file) << "---\ntitle: \"note " << number << "\"\n---\n\n本文 [[note "

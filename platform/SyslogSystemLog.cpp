@@ -7,8 +7,9 @@
 
 namespace kelvo::platform {
 
-SyslogSystemLog::SyslogSystemLog(std::string identity)
-    : identity_(std::move(identity)), mirrorToStderr_(isatty(STDERR_FILENO) == 1) {
+SyslogSystemLog::SyslogSystemLog(std::string identity, bool alwaysMirrorToStderr)
+    : identity_(std::move(identity)),
+      mirrorToStderr_(alwaysMirrorToStderr || isatty(STDERR_FILENO) == 1) {
     openlog(identity_.c_str(), LOG_PID, LOG_USER);
 }
 

@@ -2,9 +2,9 @@
 
 // SyslogSystemLog is the production SystemLog: every line goes to syslog (journald picks it up)
 // under the identity given at construction, and is mirrored to standard error when standard error
-// is a terminal, so a developer running the app from a shell sees the state lines too. Safe to
-// call from any thread (syslog and a single fwrite per line are both atomic enough for whole
-// lines). One instance per process: it owns the openlog()/closelog() pair.
+// is a terminal (or always, when asked to), so a developer running the app from a shell sees the
+// state lines too. Safe to call from any thread (syslog and a single fwrite per line are both
+// atomic enough for whole lines). One instance per process: it owns the openlog()/closelog() pair.
 
 #include <string>
 #include <string_view>
@@ -15,7 +15,7 @@ namespace kelvo::platform {
 
 class SyslogSystemLog final : public SystemLog {
   public:
-    explicit SyslogSystemLog(std::string identity);
+    explicit SyslogSystemLog(std::string identity, bool alwaysMirrorToStderr = false);
     ~SyslogSystemLog() override;
 
     SyslogSystemLog(const SyslogSystemLog&) = delete;

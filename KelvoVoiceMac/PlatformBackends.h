@@ -1,0 +1,81 @@
+#pragma once
+
+// PlatformBackends is the one place where the application's platform seams meet their backends.
+// The backend of each seam is chosen at run time from the session the process finds itself in
+// (XDG_SESSION_TYPE, WAYLAND_DISPLAY, DISPLAY): on X11 the trigger key is watched through XInput2
+// and the paste chord goes through XTest; elsewhere (Wayland, the console) the key is read from
+// /dev/input and there is no synthetic paste yet, so insertion relies on AT-SPI and the kept text.
+// Each choice is logged once, when the backends are made.
+//
+// Made once by the start-up code on the main thread, after the QApplication exists; owned by the
+// application delegate for the life of the process and destroyed after everything that borrows
+// from it. The audio inputs handed out by makeAudioInput() are owned by their callers.
+
+#include <memory>
+#include <string>
+
+#include "platform/AccessibilityClient.h"
+#include "platform/AudioInput.h"
+#include "platform/KeyMonitor.h"
+#include "platform/KeySynthesizer.h"
+#include "platform/ModelEngine.h"
+#include "platform/Pasteboard.h"
+#include "platform/Preferences.h"
+#include "platform/SegmentRecognizerProvider.h"
+#include "platform/SystemLog.h"
+#include "platform/Workspace.h"
+
+namespace kelvo::app {
+
+class PlatformBackends {
+  public:
+    enum class SessionKind { x11, wayland, console };
+
+    static constexpr const char* triggerKeyPreferenceKey = "kvmac_triggerKey";
+    static constexpr const char* defaultTriggerKey = "Control_R";
+
+    // Chooses and builds every backend, logging each choice.
+    static std::unique_ptr<PlatformBackends> create(platform::Preferences& preferences,
+                                                    platform::SystemLog& systemLog);
+    ~PlatformBackends();
+
+    PlatformBackends(const PlatformBackends&) = delete;
+    PlatformBackends& operator=(const PlatformBackends&) = delete;
+
+    // The kind of session, from the environment the process was started in.
+    static SessionKind detectSession();
+
+    SessionKind session() const noexcept { return session_; }
+    // The trigger key as an X keysym name ("Control_R") and as the user knows it ("Right Ctrl").
+    const std::string& triggerKey() const noexcept { return triggerKey_; }
+    std::string triggerKeyDisplayName() const;
+
+    platform::KeyMonitor& keyMonitor() { return *keyMonitor_; }
+    platform::AccessibilityClient& accessibility() { return *accessibility_; }
+    platform::Pasteboard& pasteboard() { return *pasteboard_; }
+    platform::KeySynthesizer& keySynthesizer() { return *keySynthesizer_; }
+    platform::Workspace& workspace() { return *workspace_; }
+    platform::ModelEngine& modelEngine() { return *modelEngine_; }
+    platform::SegmentRecognizerProvider& segmentRecognizers() { return *segmentRecognizers_; }
+    platform::AudioInput& audioInput() { return *audioInput_; }
+
+    // A fresh microphone input for a second, independent capture (the test window's).
+    std::unique_ptr<platform::AudioInput> makeAudioInput() const;
+
+  private:
+    PlatformBackends() = default;
+
+    SessionKind session_ = SessionKind::x11;
+    std::string triggerKey_;
+    std::string microphoneSource_;
+    std::unique_ptr<platform::KeyMonitor> keyMonitor_;
+    std::unique_ptr<platform::AccessibilityClient> accessibility_;
+    std::unique_ptr<platform::Pasteboard> pasteboard_;
+    std::unique_ptr<platform::KeySynthesizer> keySynthesizer_;
+    std::unique_ptr<platform::Workspace> workspace_;
+    std::unique_ptr<platform::ModelEngine> modelEngine_;
+    std::unique_ptr<platform::SegmentRecognizerProvider> segmentRecognizers_;
+    std::unique_ptr<platform::AudioInput> audioInput_;
+};
+
+}  // namespace kelvo::app

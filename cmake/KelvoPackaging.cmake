@@ -1,0 +1,39 @@
+# Installation and the Debian package of the desktop application.
+#   cmake --install build [--prefix DIR]   binary, desktop entry, icons, autostart template
+#   (cd build && cpack -G DEB)             kelvovoice_<version>_<arch>.deb
+include(GNUInstallDirs)
+
+if(KELVO_BUILD_APP)
+  install(TARGETS kelvovoice RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES packaging/kelvovoice.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
+  install(FILES KelvoVoiceMac/icons/kelvovoice.svg
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
+  install(FILES KelvoVoiceMac/icons/mic.fill.svg
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/status
+    RENAME kelvovoice-mic.fill.svg)
+  install(FILES KelvoVoiceMac/icons/mic.badge.waveform.svg
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/status
+    RENAME kelvovoice-mic.badge.waveform.svg)
+  # Not in /etc/xdg/autostart, which would start it for every user: the settings window copies
+  # this template to $XDG_CONFIG_HOME/autostart when the user asks to start at login.
+  install(FILES packaging/kelvovoice-autostart.desktop
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/kelvovoice/autostart RENAME kelvovoice.desktop)
+endif()
+install(TARGETS kelvo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+set(CPACK_PACKAGE_NAME kelvovoice)
+set(CPACK_PACKAGE_VENDOR "KelvoVoice")
+set(CPACK_PACKAGE_CONTACT "KelvoVoice maintainers <maintainers@kelvovoice.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Push-to-talk Japanese dictation for the Linux desktop")
+set(CPACK_PACKAGE_DESCRIPTION
+  "Hold a trigger key (Right Ctrl) and speak: the speech is recognised on the device, corrected with your own dictionary, cleaned of filler words and typed at the cursor of the application in front. Includes the kelvo command-line tool.")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION utils)
+# Shared libraries are found by dpkg-shlibdeps; what is loaded or spoken to without being linked
+# is named here: Qt's X11 platform plugin, the accessibility bus, the English fallback model.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, at-spi2-core, pocketsphinx-en-us")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-noto-cjk, pulseaudio | pipewire-pulse")
+include(CPack)

@@ -46,11 +46,13 @@ struct SpeechService::StartUpOutcome {
 
 SpeechService::SpeechService(platform::ModelEngine& modelEngine,
                              platform::SegmentRecognizerProvider& segmentRecognizers,
-                             platform::Clock& clock, platform::TraceOutput& trace)
+                             platform::Clock& clock, platform::TraceOutput& trace,
+                             std::string locale)
     : modelEngine_(modelEngine),
       segmentRecognizers_(segmentRecognizers),
       clock_(clock),
-      trace_(trace) {}
+      trace_(trace),
+      locale_(std::move(locale)) {}
 
 SpeechService::~SpeechService() {
     // Threads still running hold their engines themselves; make them wind down.

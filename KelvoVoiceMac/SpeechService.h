@@ -55,7 +55,7 @@ class SpeechService final : public DictationRecognizer,
 
     SpeechService(platform::ModelEngine& modelEngine,
                   platform::SegmentRecognizerProvider& segmentRecognizers, platform::Clock& clock,
-                  platform::TraceOutput& trace);
+                  platform::TraceOutput& trace, std::string locale = "ja-JP");
     ~SpeechService() override;
 
     const std::string& locale() const noexcept { return locale_; }
@@ -123,7 +123,8 @@ class SpeechService final : public DictationRecognizer,
     platform::Clock& clock_;
     platform::TraceOutput& trace_;
 
-    const std::string locale_ = "ja-JP";
+    // The recognition locale: "ja-JP" in the application; kelvo dictate may name another.
+    const std::string locale_;
     std::optional<TranscriptionEngine> activeEngine_;
     std::shared_ptr<platform::SegmentRecognizer> legacyRecognizer_;
     // The current request and its task in one object. Replaced on the main thread by restarts while

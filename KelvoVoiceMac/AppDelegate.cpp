@@ -1,12 +1,12 @@
 #include "KelvoVoiceMac/AppDelegate.h"
 
+#include <qcorofuture.h>
 #include <QCoreApplication>
 #include <QStandardPaths>
 #include <QTimer>
 #include <QtConcurrent/QtConcurrentRun>
 #include <cstdio>
 #include <exception>
-#include <qcorofuture.h>
 #include <system_error>
 
 #include "KelvoVoiceMac/AppWindows.h"
@@ -111,18 +111,19 @@ QCoro::Task<> AppDelegate::runSetUp() {
 }
 
 void AppDelegate::buildSession() {
-    backends_ = PlatformBackends::create(preferences_, systemLog_);
+    backends_ = PlatformBackends::create(preferences_, systemLog_, clock_);
     audioCaptureService_ = std::make_unique<AudioCaptureService>(backends_->audioInput());
     speechService_ = std::make_shared<SpeechService>(
         backends_->modelEngine(), backends_->segmentRecognizers(), clock_, traceOutput_);
-    textInsertionService_ = std::make_unique<TextInsertionService>(TextInsertionService::Dependencies{
-        .accessibility = backends_->accessibility(),
-        .pasteboard = backends_->pasteboard(),
-        .keySynthesizer = backends_->keySynthesizer(),
-        .workspace = backends_->workspace(),
-        .clock = clock_,
-        .traceOutput = traceOutput_,
-    });
+    textInsertionService_ =
+        std::make_unique<TextInsertionService>(TextInsertionService::Dependencies{
+            .accessibility = backends_->accessibility(),
+            .pasteboard = backends_->pasteboard(),
+            .keySynthesizer = backends_->keySynthesizer(),
+            .workspace = backends_->workspace(),
+            .clock = clock_,
+            .traceOutput = traceOutput_,
+        });
     windows_ = std::make_unique<AppWindows>(AppWindows::Dependencies{
         .backends = *backends_,
         .preferences = preferences_,
@@ -130,6 +131,7 @@ void AppDelegate::buildSession() {
         .traceOutput = traceOutput_,
         .dictionaryStore = dictionaryStore_,
         .dictionaryEngine = dictionaryEngine_,
+        .preferenceChanged = [this](const QString& key) { preferenceChanged(key); },
     });
 
     // The menu's actions reach the session through this weak handle: the session is made after
@@ -146,32 +148,31 @@ void AppDelegate::buildSession() {
     statusItem_ = std::make_unique<TrayStatusItem>(TrayStatusItem::Dependencies{
         .preferences = preferences_,
         .systemLog = systemLog_,
-        .permissions =
-            {
-                .isAccessibilityTrusted = [this] { return backends_->accessibility().isTrusted(); },
-                .hasInputMonitoringAccess = [this] { return backends_->keyMonitor().hasListenAccess(); },
-                .triggerKeyName = backends_->triggerKeyDisplayName(),
-                .readsInputDevices = readsInputDevices,
-            },
-        .actions =
-            {
-                .startDictation = withSession([](MenuBarManager& m) { m.startDictation(); }),
-                .pasteLastDictation = withSession([](MenuBarManager& m) { m.pasteLastText(); }),
-                .hasLastDictation =
-                    [session] {
-                        auto manager = session->lock();
-                        return manager && (manager->lastUninsertedText() ||
-                                           manager->lastInsertedText());
-                    },
-                .openAccessibilitySettings =
-                    [this] { textInsertionService_->openAccessibilitySettings(); },
-                .openInputMonitoringSettings =
-                    [this] { globalHotkeyService_->openInputMonitoringSettings(); },
-                .openDictionary = [this] { windows_->openDictionary(); },
-                .openSettings = [this] { windows_->openSettings(); },
-                .showTestWindow = [this] { windows_->showTestWindow(); },
-                .quit = [this] { quit(); },
-            },
+        .permissions = {
+            .isAccessibilityTrusted = [this] { return backends_->accessibility().isTrusted(); },
+            .hasInputMonitoringAccess =
+                [this] { return backends_->keyMonitor().hasListenAccess(); },
+            .triggerKeyName = backends_->triggerKeyDisplayName(),
+            .readsInputDevices = readsInputDevices,
+        },
+        .actions = {
+            .startDictation = withSession([](MenuBarManager& m) { m.startDictation(); }),
+            .pasteLastDictation = withSession([](MenuBarManager& m) { m.pasteLastText(); }),
+            .hasLastDictation =
+                [session] {
+                    auto manager = session->lock();
+                    return manager &&
+                           (manager->lastUninsertedText() || manager->lastInsertedText());
+                },
+            .openAccessibilitySettings =
+                [this] { textInsertionService_->openAccessibilitySettings(); },
+            .openInputMonitoringSettings =
+                [this] { globalHotkeyService_->openInputMonitoringSettings(); },
+            .openDictionary = [this] { windows_->openDictionary(); },
+            .openSettings = [this] { windows_->openSettings(); },
+            .showTestWindow = [this] { windows_->showTestWindow(); },
+            .quit = [this] { quit(); },
+        },
     });
 
     menuBarManager_ = std::make_shared<MenuBarManager>(MenuBarManager::Dependencies{
@@ -205,6 +206,12 @@ void AppDelegate::showTestWindow() {
     } else {
         // Asked for before set-up has finished: shown as soon as it has.
         testWindowRequested_ = true;
+    }
+}
+
+void AppDelegate::preferenceChanged(const QString& key) {
+    if (key == QLatin1String(MenuBarManager::fillerRemovalEnabledKey) && statusItem_) {
+        statusItem_->syncFillerRemovalCheck();
     }
 }
 

@@ -14,6 +14,7 @@
 // their dependencies (the process has no other teardown).
 
 #include <QCoroTask>
+#include <QString>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -72,6 +73,7 @@ class AppDelegate {
   private:
     QCoro::Task<> runSetUp();
     void buildSession();
+    void preferenceChanged(const QString& key);
     void quit();
 
     // Process-wide sinks and clock, first so that they outlive everything below.

@@ -1,8 +1,13 @@
 #include "KelvoVoiceMac/KelvoVoiceMacApp.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <QCommandLineParser>
 #include <QFont>
 #include <QIcon>
+#include <QSocketNotifier>
+#include <csignal>
 #include <cstdio>
 
 #include "KelvoVoiceMac/AppDelegate.h"
@@ -19,6 +24,35 @@ void pinUserInterfaceFont() {
     families.append(font.families());
     font.setFamilies(families);
     QApplication::setFont(font);
+}
+
+// SIGTERM (log-out, systemctl, kill) and SIGINT (Ctrl+C in a terminal) end the event loop like
+// "Quit", so the objects are taken down in order. The handler only writes to a pipe; the main
+// loop reads it.
+int signalPipe[2] = {-1, -1};
+
+void forwardSignal(int) {
+    char byte = 1;
+    [[maybe_unused]] auto written = write(signalPipe[1], &byte, 1);
+}
+
+void quitOnTerminationSignals(QObject* context) {
+    if (pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        return;
+    }
+    auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, context);
+    QObject::connect(notifier, &QSocketNotifier::activated, context, [] {
+        char byte = 0;
+        while (read(signalPipe[0], &byte, 1) > 0) {
+        }
+        QCoreApplication::quit();
+    });
+    struct sigaction action = {};
+    action.sa_handler = forwardSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGINT, &action, nullptr);
 }
 
 }  // namespace
@@ -52,19 +86,18 @@ int KelvoVoiceMacApp::run() {
     parser.process(application_);
 
     singleInstance_ = std::make_unique<SingleInstance>();
-    auto role = singleInstance_->claim(QString::fromLatin1(SingleInstance::showTestWindowRequest),
-                                       [this](const QString& request) {
-                                           if (request == QLatin1String(
-                                                              SingleInstance::showTestWindowRequest) &&
-                                               _appDelegate) {
-                                               _appDelegate->showTestWindow();
-                                           }
-                                       });
+    auto role = singleInstance_->claim(
+        QString::fromLatin1(SingleInstance::showTestWindowRequest), [this](const QString& request) {
+            if (request == QLatin1String(SingleInstance::showTestWindowRequest) && _appDelegate) {
+                _appDelegate->showTestWindow();
+            }
+        });
     if (role == SingleInstance::Role::secondary) {
         std::fputs("KelvoVoice is already running; its test window is shown.\n", stderr);
         return 0;
     }
 
+    quitOnTerminationSignals(&application_);
     _appDelegate = std::make_unique<AppDelegate>(parser.isSet(verbose));
     _appDelegate->applicationDidFinishLaunching();
     return QApplication::exec();

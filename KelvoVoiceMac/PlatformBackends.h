@@ -16,6 +16,7 @@
 
 #include "platform/AccessibilityClient.h"
 #include "platform/AudioInput.h"
+#include "platform/Clock.h"
 #include "platform/KeyMonitor.h"
 #include "platform/KeySynthesizer.h"
 #include "platform/ModelEngine.h"
@@ -31,12 +32,11 @@ class PlatformBackends {
   public:
     enum class SessionKind { x11, wayland, console };
 
-    static constexpr const char* triggerKeyPreferenceKey = "kvmac_triggerKey";
-    static constexpr const char* defaultTriggerKey = "Control_R";
-
     // Chooses and builds every backend, logging each choice.
+    // The clock times the recogniser's idle release and must outlive the backends.
     static std::unique_ptr<PlatformBackends> create(platform::Preferences& preferences,
-                                                    platform::SystemLog& systemLog);
+                                                    platform::SystemLog& systemLog,
+                                                    platform::Clock& clock);
     ~PlatformBackends();
 
     PlatformBackends(const PlatformBackends&) = delete;

@@ -194,6 +194,10 @@ void TrayStatusItem::toggleFillerRemoval() {
                      platform::boolText(stored));
 }
 
+void TrayStatusItem::syncFillerRemovalCheck() {
+    fillerRemovalMenuItem_->setChecked(preferences_.boolValue(fillerRemovalEnabledKey));
+}
+
 void TrayStatusItem::checkAccessibilityPermission() {
     bool trusted = permissions_.isAccessibilityTrusted && permissions_.isAccessibilityTrusted();
     QString text = trusted ? QStringLiteral("Accessibility permission is enabled.")

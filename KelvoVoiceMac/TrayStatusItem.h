@@ -85,6 +85,8 @@ class TrayStatusItem final : public StatusItemPresenter {
     void toggleFillerRemoval();
     void checkAccessibilityPermission();
     void checkInputMonitoringPermission();
+    // Sets the filler check mark from the preference, after another window has changed it.
+    void syncFillerRemovalCheck();
 
     QMenu& menu() noexcept { return *menu_; }
     bool isShown() const noexcept { return trayIcon_ != nullptr; }

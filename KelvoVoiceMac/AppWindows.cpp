@@ -1,0 +1,94 @@
+#include "KelvoVoiceMac/AppWindows.h"
+
+#include <QApplication>
+#include <QCoreApplication>
+#include <QDir>
+
+#include "KelvoVoiceMac/AudioCaptureService.h"
+#include "KelvoVoiceMac/AutostartEntry.h"
+#include "KelvoVoiceMac/DictationTestView.h"
+#include "KelvoVoiceMac/DictionaryWindowController.h"
+#include "KelvoVoiceMac/SettingsWindow.h"
+#include "KelvoVoiceMac/SpeechService.h"
+#include "platform/linux/PulseAudioSourceList.h"
+
+namespace kelvo::app {
+namespace {
+
+// The test window takes its recogniser as a plain owner, but SpeechService must be owned by a
+// shared_ptr (its background work holds it weakly); this keeps that shared owner for the window.
+class SharedSpeechService final : public DictationRecognizer {
+  public:
+    explicit SharedSpeechService(std::shared_ptr<SpeechService> service)
+        : service_(std::move(service)) {}
+
+    void setContextualStrings(std::vector<std::string> strings) override {
+        service_->setContextualStrings(std::move(strings));
+    }
+    std::shared_ptr<Channel<TranscriptionEvent>> startTranscription(
+        std::shared_ptr<Channel<AudioBuffer>> audio) override {
+        return service_->startTranscription(std::move(audio));
+    }
+    QCoro::Task<> stop() override { return service_->stop(); }
+
+  private:
+    std::shared_ptr<SpeechService> service_;
+};
+
+// Windows opened from a status-area menu belong to no other window; bring them to the front.
+void present(QWidget& window) {
+    window.show();
+    window.setWindowState((window.windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
+    window.raise();
+    window.activateWindow();
+}
+
+}  // namespace
+
+AppWindows::AppWindows(Dependencies dependencies) : dependencies_(std::move(dependencies)) {}
+
+AppWindows::~AppWindows() {
+    testWindow_.reset();
+    testAudioInput_.reset();
+    settingsWindow_.reset();
+    dictionaryWindowController_.reset();
+}
+
+void AppWindows::openDictionary() {
+    if (!dictionaryWindowController_) {
+        dictionaryWindowController_ = std::make_unique<DictionaryWindowController>(
+            dependencies_.dictionaryStore, dependencies_.dictionaryEngine);
+    }
+    dictionaryWindowController_->show();
+}
+
+void AppWindows::openSettings() {
+    if (!settingsWindow_) {
+        auto executable = QCoreApplication::applicationFilePath().toStdString();
+        settingsWindow_ = std::make_unique<SettingsWindow>(
+            dependencies_.preferences, [] { return platform::PulseAudioSourceList::list(); },
+            AutostartEntry(AutostartEntry::defaultFile(), executable));
+        QObject::connect(settingsWindow_.get(), &SettingsWindow::preferenceChanged,
+                         [this](const QString& key) {
+                             if (dependencies_.preferenceChanged) {
+                                 dependencies_.preferenceChanged(key);
+                             }
+                         });
+    }
+    settingsWindow_->present();
+}
+
+void AppWindows::showTestWindow() {
+    if (!testWindow_) {
+        testAudioInput_ = dependencies_.backends.makeAudioInput();
+        auto speech = std::make_shared<SpeechService>(
+            dependencies_.backends.modelEngine(), dependencies_.backends.segmentRecognizers(),
+            dependencies_.clock, dependencies_.traceOutput);
+        testWindow_ = std::make_unique<DictationTestView>(
+            std::make_unique<AudioCaptureService>(*testAudioInput_),
+            std::make_unique<SharedSpeechService>(std::move(speech)));
+    }
+    present(*testWindow_);
+}
+
+}  // namespace kelvo::app

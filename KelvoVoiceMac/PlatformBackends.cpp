@@ -1,0 +1,151 @@
+#include "KelvoVoiceMac/PlatformBackends.h"
+
+#include <QStandardPaths>
+#include <cstdlib>
+#include <stdexcept>
+#include <string_view>
+
+#include "KelvoVoiceMac/PermissionHelpWorkspace.h"
+#include "KelvoVoiceMac/PreferenceKeys.h"
+#include "platform/linux/AtspiAccessibilityClient.h"
+#include "platform/linux/EvdevKeyMonitor.h"
+#include "platform/linux/PocketSphinxModelLocator.h"
+#include "platform/linux/PocketSphinxRecognizerProvider.h"
+#include "platform/linux/PulseAudioInput.h"
+#include "platform/linux/QClipboardPasteboard.h"
+#include "platform/linux/UnavailableModelEngine.h"
+#include "platform/linux/X11Workspace.h"
+#include "platform/linux/XInputKeyMonitor.h"
+#include "platform/linux/XTestKeySynthesizer.h"
+
+namespace kelvo::app {
+namespace {
+
+std::string environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+const char* sessionName(PlatformBackends::SessionKind kind) {
+    switch (kind) {
+        case PlatformBackends::SessionKind::x11:
+            return "x11";
+        case PlatformBackends::SessionKind::wayland:
+            return "wayland";
+        case PlatformBackends::SessionKind::console:
+            break;
+    }
+    return "console";
+}
+
+// A paste chord needs a way to inject keys into the focused client; under Wayland that is the
+// remote-desktop portal or uinput, neither of which is built yet. Failing here sends insertion to
+// its failure path, where the dictated text is kept for "Paste Last Dictation".
+class NoKeySynthesizer final : public platform::KeySynthesizer {
+  public:
+    bool sendPaste() override { return false; }
+};
+
+}  // namespace
+
+PlatformBackends::~PlatformBackends() = default;
+
+PlatformBackends::SessionKind PlatformBackends::detectSession() {
+    std::string type = environment("XDG_SESSION_TYPE");
+    bool hasWayland = !environment("WAYLAND_DISPLAY").empty();
+    bool hasX11 = !environment("DISPLAY").empty();
+    // Under Wayland, DISPLAY names XWayland, which sees only X clients' keys and windows: the
+    // Wayland backends are the right ones there even though an X server answers.
+    if (type == "wayland" || (type.empty() && hasWayland)) {
+        return SessionKind::wayland;
+    }
+    if (type == "x11" || hasX11) {
+        return SessionKind::x11;
+    }
+    return SessionKind::console;
+}
+
+std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences& preferences,
+                                                           platform::SystemLog& systemLog,
+                                                           platform::Clock& clock) {
+    std::unique_ptr<PlatformBackends> backends(new PlatformBackends());
+    backends->session_ = detectSession();
+    backends->triggerKey_ =
+        preferences.stringValue(PreferenceKeys::triggerKey, PreferenceKeys::defaultTriggerKey);
+    backends->microphoneSource_ = preferences.stringValue(PreferenceKeys::microphoneSource, "");
+    bool x11 = backends->session_ == SessionKind::x11;
+    auto choose = [&systemLog](const char* seam, const char* backend) {
+        systemLog.write(std::string("[KelvoVoice] Backend ") + seam + "=" + backend);
+    };
+    systemLog.write(std::string("[KelvoVoice] Session type=") + sessionName(backends->session_));
+
+    // An unknown key name in the settings must not leave the user without any trigger.
+    auto makeKeyMonitor = [x11](const std::string& key) -> std::unique_ptr<platform::KeyMonitor> {
+        if (x11) {
+            return std::make_unique<platform::XInputKeyMonitor>(key);
+        }
+        return std::make_unique<platform::EvdevKeyMonitor>(key);
+    };
+    try {
+        backends->keyMonitor_ = makeKeyMonitor(backends->triggerKey_);
+    } catch (const std::invalid_argument&) {
+        systemLog.write("[KelvoVoice] Unknown trigger key " + backends->triggerKey_ + "; using " +
+                        PreferenceKeys::defaultTriggerKey);
+        backends->triggerKey_ = PreferenceKeys::defaultTriggerKey;
+        backends->keyMonitor_ = makeKeyMonitor(backends->triggerKey_);
+    }
+    choose("keyMonitor", x11 ? "XInputKeyMonitor" : "EvdevKeyMonitor");
+
+    backends->accessibility_ = std::make_unique<platform::AtspiAccessibilityClient>();
+    choose("accessibility", "AtspiAccessibilityClient");
+    backends->pasteboard_ = std::make_unique<platform::QClipboardPasteboard>();
+    choose("pasteboard", "QClipboardPasteboard");
+    if (x11) {
+        backends->keySynthesizer_ = std::make_unique<platform::XTestKeySynthesizer>([&preferences] {
+            return preferences.stringListValue(PreferenceKeys::terminalWindowClasses);
+        });
+        choose("keySynthesizer", "XTestKeySynthesizer");
+    } else {
+        backends->keySynthesizer_ = std::make_unique<NoKeySynthesizer>();
+        choose("keySynthesizer", "none (no synthetic paste outside X11 yet)");
+    }
+    // X11Workspace without a display reports no frontmost application and still opens the
+    // desktop's settings; the wrapper shows the written help where no settings page exists.
+    backends->workspace_ =
+        std::make_unique<PermissionHelpWorkspace>(std::make_unique<platform::X11Workspace>(), x11);
+    choose("workspace", "X11Workspace");
+
+    backends->audioInput_ = backends->makeAudioInput();
+    choose("audioInput", "PulseAudioInput");
+    backends->modelEngine_ = std::make_unique<platform::UnavailableModelEngine>();
+    choose("modelEngine", "none (built without whisper.cpp)");
+    QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    backends->segmentRecognizers_ = std::make_unique<platform::PocketSphinxRecognizerProvider>(
+        platform::PocketSphinxModelLocator::standard(dataHome.toStdString()), clock,
+        platform::PocketSphinxModelLocator::systemLocale());
+    choose("segmentRecognizer", "PocketSphinxRecognizerProvider");
+    return backends;
+}
+
+std::unique_ptr<platform::AudioInput> PlatformBackends::makeAudioInput() const {
+    return std::make_unique<platform::PulseAudioInput>(microphoneSource_);
+}
+
+std::string PlatformBackends::triggerKeyDisplayName() const {
+    static constexpr std::pair<std::string_view, std::string_view> kNames[] = {
+        {"Control_R", "Right Ctrl"},   {"Control_L", "Left Ctrl"},
+        {"Alt_R", "Right Alt"},        {"Alt_L", "Left Alt"},
+        {"Super_R", "Right Super"},    {"Super_L", "Left Super"},
+        {"Shift_R", "Right Shift"},    {"Shift_L", "Left Shift"},
+        {"ISO_Level3_Shift", "AltGr"}, {"Menu", "Menu"},
+        {"Caps_Lock", "Caps Lock"},
+    };
+    for (const auto& [keysym, name] : kNames) {
+        if (keysym == triggerKey_) {
+            return std::string(name);
+        }
+    }
+    return triggerKey_;
+}
+
+}  // namespace kelvo::app

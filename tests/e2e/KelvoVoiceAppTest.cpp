@@ -1,0 +1,218 @@
+// The kelvovoice application end to end, in a headless session: the real binary with its Linux
+// backends, a StatusNotifierItem host, insertion targets, the trigger key from xdotool and a flite
+// sentence played into the virtual microphone. English is recognised (LANG=en_US.UTF-8), so the
+// dictionary maps English words: "report" becomes "レポート" and "please" becomes the filler
+// "えーと、", which filler removal then takes out again when the setting is on.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "InsertionTarget.h"
+#include "KelvoVoiceApp.h"
+
+namespace kelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* kDictionary = R"([
+  {
+    "id": "0B6A3C52-6C1E-4F0B-9B2D-3A5E2F1C7D10",
+    "canonicalText": "レポート",
+    "readings": [],
+    "commonMisrecognitions": ["report"],
+    "replacementText": "",
+    "priority": 50,
+    "enabled": true
+  },
+  {
+    "id": "7E2D9A14-58C3-4B6F-8A0E-1C9B3D5F2E47",
+    "canonicalText": "えーと、",
+    "readings": [],
+    "commonMisrecognitions": ["please "],
+    "replacementText": "",
+    "priority": 40,
+    "enabled": true
+  }
+])";
+
+class KelvoVoiceAppTest : public testing::Test {
+  protected:
+    static void SetUpTestSuite() { KelvoVoiceApp::startStatusNotifierHost(); }
+
+    void SetUp() override {
+        home_ = std::filesystem::temp_directory_path() /
+                ("kelvovoice-e2e-" + std::to_string(getpid()) + "-" +
+                 testing::UnitTest::GetInstance()->current_test_info()->name());
+        std::filesystem::remove_all(home_);
+        writeDictionary(kDictionary);
+    }
+
+    void TearDown() override {
+        if (HasFailure() && app_) {
+            std::cerr << "--- kelvovoice log ---\n" << app_->log() << "---\n";
+        }
+        app_.reset();
+        std::filesystem::remove_all(home_);
+    }
+
+    void writeDictionary(const std::string& text) {
+        auto file = KelvoVoiceApp::dictionaryFile(home_);
+        std::filesystem::create_directories(file.parent_path());
+        std::ofstream(file) << text;
+    }
+
+    // Starts the application and waits until its status item is up and the key is watched.
+    KelvoVoiceApp& startApp() {
+        app_ = std::make_unique<KelvoVoiceApp>(home_);
+        EXPECT_TRUE(app_->waitForLog("[KelvoVoice] GlobalHotkeyService started"));
+        EXPECT_TRUE(app_->waitForLog("[KelvoVoice] statusItem next-runloop"));
+        return *app_;
+    }
+
+    // Dictates the bundled sentence into the focused target and returns what landed there.
+    std::string dictateInto(const InsertionTarget& target) {
+        std::size_t finished = app_->countInLog("[KelvoVoice] statusItem idle");
+        KelvoVoiceApp::dictate(KelvoVoiceApp::englishSample());
+        auto state = target.waitForState(
+            [](const InsertionTarget::State& s) { return s.text.find("team") != std::string::npos; },
+            60s);
+        // Insertion is over once the session is idle again (the clipboard restore included).
+        EXPECT_TRUE(app_->waitForLog("[KelvoVoice] statusItem idle", finished + 1));
+        return state ? state->text : std::string();
+    }
+
+    std::filesystem::path home_;
+    std::unique_ptr<KelvoVoiceApp> app_;
+};
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// Hold-to-talk into GTK and Qt fields through AT-SPI; the dictionary applies, and the filler
+// setting of the menu decides whether the filler the dictionary produced is removed.
+TEST_F(KelvoVoiceAppTest, HoldToTalkInsertsCorrectedTextIntoGtkAndQtFields) {
+    KelvoVoiceApp& app = startApp();
+    auto menu = KelvoVoiceApp::menuEntries();
+    ASSERT_GE(menu.size(), 12u);
+    EXPECT_EQ(menu[0], "Start Dictation\t1\t-");
+    EXPECT_EQ(menu[1], "フィラーカット\t1\ton");
+
+    {
+        InsertionTarget gtk("gtk-entry");
+        std::string text = dictateInto(gtk);
+        EXPECT_TRUE(contains(text, "send the レポート to the team")) << text;
+        EXPECT_FALSE(contains(text, "えーと")) << text;
+        EXPECT_TRUE(contains(app.log(), "[KelvoVoice] Dictionary corrections applied count=2"));
+        EXPECT_TRUE(contains(app.log(), "[KelvoVoice] Filler removal applied"));
+        EXPECT_TRUE(contains(app.log(), "[TextInsertion] AX direct insertion succeeded"));
+    }
+
+    KelvoVoiceApp::clickMenu("フィラーカット");
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] Filler removal enabled=false"));
+    EXPECT_EQ(KelvoVoiceApp::menuEntries()[1], "フィラーカット\t1\toff");
+
+    {
+        InsertionTarget qt("qt-lineedit");
+        std::string text = dictateInto(qt);
+        EXPECT_TRUE(contains(text, "えーと、")) << text;
+        EXPECT_TRUE(contains(text, "レポート")) << text;
+        EXPECT_EQ(app.countInLog("[TextInsertion] AX direct insertion succeeded"), 2u);
+    }
+    // The kept text can be pasted again from the menu.
+    EXPECT_TRUE(waitUntil([] { return KelvoVoiceApp::menuEntries()[2] == "Paste Last Dictation\t1\t-"; }));
+}
+
+// A window that exposes nothing to AT-SPI still gets the text, by paste, and the clipboard holds
+// the user's own text again afterwards.
+TEST_F(KelvoVoiceAppTest, TargetWithoutAccessibilityGetsTextByPasteAndClipboardIsRestored) {
+    KelvoVoiceApp& app = startApp();
+    // Qt decides at its start whether to expose itself; with the bus switched off for that moment
+    // the target stays invisible to AT-SPI for good.
+    auto setAccessibility = [](bool on) {
+        KelvoVoiceApp::run(
+            std::string("dbus-send --session --print-reply --dest=org.a11y.Bus /org/a11y/bus "
+                        "org.freedesktop.DBus.Properties.Set string:org.a11y.Status "
+                        "string:IsEnabled variant:boolean:") +
+            (on ? "true" : "false") + " >/dev/null");
+    };
+    setAccessibility(false);
+    InsertionTarget hidden("qt-lineedit");
+    setAccessibility(true);
+
+    KelvoVoiceApp::setClipboardText("前のクリップボード");
+    std::string text = dictateInto(hidden);
+    EXPECT_TRUE(contains(text, "レポート")) << text;
+    EXPECT_TRUE(contains(app.log(), "[TextInsertion] Sent Cmd+V"));
+    EXPECT_TRUE(contains(app.log(), "[TextInsertion] Restored previous pasteboard string"));
+    EXPECT_EQ(KelvoVoiceApp::clipboardText().value_or(""), "前のクリップボード");
+}
+
+// A double tap records hands-free until the next press and release; a single short tap inserts
+// nothing.
+TEST_F(KelvoVoiceAppTest, DoubleTapRecordsHandsFreeAndSingleTapInsertsNothing) {
+    KelvoVoiceApp& app = startApp();
+    InsertionTarget gtk("gtk-entry");
+
+    KelvoVoiceApp::tapTrigger();
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] Fn single tap → discarded"));
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle"));
+    EXPECT_EQ(gtk.state().value_or(InsertionTarget::State{}).text, "");
+
+    std::size_t finished = app.countInLog("[KelvoVoice] statusItem idle");
+    KelvoVoiceApp::tapTrigger();
+    KelvoVoiceApp::tapTrigger();
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] Fn double-tap → toggle ON active=true"));
+    KelvoVoiceApp::play(KelvoVoiceApp::englishSample());
+    KelvoVoiceApp::tapTrigger();
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] Fn toggle OFF"));
+    auto state = gtk.waitForState(
+        [](const InsertionTarget::State& s) { return contains(s.text, "team"); }, 60s);
+    ASSERT_TRUE(state.has_value());
+    EXPECT_TRUE(contains(state->text, "レポート")) << state->text;
+    EXPECT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle", finished + 1));
+    EXPECT_TRUE(contains(app.log(), "Stopping dictation trigger=fn-toggle-off"));
+}
+
+// The menu's dictation item drives a session over the StatusNotifierItem's D-Bus menu.
+TEST_F(KelvoVoiceAppTest, MenuStartsAndStopsDictation) {
+    KelvoVoiceApp& app = startApp();
+    InsertionTarget gtk("gtk-entry");
+    KelvoVoiceApp::clickMenu("Start Dictation");
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] Starting dictation trigger=menu"));
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem recording"));
+    EXPECT_TRUE(waitUntil([] { return KelvoVoiceApp::menuEntries()[0] == "Stop Dictation\t1\t-"; }));
+    KelvoVoiceApp::play(KelvoVoiceApp::englishSample());
+    KelvoVoiceApp::clickMenu("Stop Dictation");
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] Stopping dictation trigger=menu"));
+    auto state = gtk.waitForState(
+        [](const InsertionTarget::State& s) { return contains(s.text, "team"); }, 60s);
+    ASSERT_TRUE(state.has_value());
+    EXPECT_TRUE(contains(state->text, "レポート")) << state->text;
+    EXPECT_TRUE(waitUntil([] { return KelvoVoiceApp::menuEntries()[0] == "Start Dictation\t1\t-"; }));
+}
+
+// A dictionary that cannot be read leaves the application running without corrections; a second
+// launch hands over to the first and exits.
+TEST_F(KelvoVoiceAppTest, CorruptDictionaryRunsWithoutCorrectionsAndSecondLaunchExits) {
+    writeDictionary("[ this is not json");
+    KelvoVoiceApp& app = startApp();
+    EXPECT_TRUE(contains(app.log(), "[KelvoVoice] Failed to initialize dictionary engine: "));
+
+    InsertionTarget gtk("gtk-entry");
+    std::string text = dictateInto(gtk);
+    EXPECT_TRUE(contains(text, "send the report to the team")) << text;
+
+    KelvoVoiceApp second(home_ / "second");
+    EXPECT_TRUE(waitUntil([&] { return !second.isRunning(); }, 30s));
+    EXPECT_TRUE(contains(second.log(), "already running"));
+    EXPECT_TRUE(app.isRunning());
+}
+
+}  // namespace
+}  // namespace kelvo::test

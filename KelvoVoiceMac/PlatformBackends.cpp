@@ -7,6 +7,8 @@
 
 #include "KelvoVoiceMac/PermissionHelpWorkspace.h"
 #include "KelvoVoiceMac/PreferenceKeys.h"
+#include "platform/AssetInstallationRequest.h"
+#include "platform/ModelTranscriber.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
 #include "platform/linux/EvdevKeyMonitor.h"
 #include "platform/linux/PocketSphinxModelLocator.h"

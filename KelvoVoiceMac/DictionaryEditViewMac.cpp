@@ -46,6 +46,31 @@ std::string describe(std::exception_ptr failure) {
     }
 }
 
+// The blocking halves of load and save, run on a worker; failures come back as their text.
+LoadOutcome loadFrom(std::shared_ptr<DictionaryStore> store) {
+    LoadOutcome result;
+    try {
+        result.entries = store->loadEntries();
+    } catch (...) {
+        result.error = describe(std::current_exception());
+    }
+    return result;
+}
+
+std::optional<std::string> saveTo(std::shared_ptr<DictionaryStore> store,
+                                  std::shared_ptr<DictionaryCorrectionEngine> engine,
+                                  std::vector<DictionaryEntry> entries) {
+    try {
+        store->saveEntries(entries);
+        if (engine) {
+            engine->reload();
+        }
+    } catch (...) {
+        return describe(std::current_exception());
+    }
+    return std::nullopt;
+}
+
 bool isBlank(const std::string& text) {
     return QString::fromStdString(text).trimmed().isEmpty();
 }
@@ -54,7 +79,7 @@ QWidget* makeEmptyState(const QString& title, const QString& symbol, const QStri
                         QWidget* parent) {
     auto* panel = new QWidget(parent);
     auto* column = new QVBoxLayout(panel);
-    column->setContentsMargins(16, 16, 16, 16);
+    column->setContentsMargins(8, 16, 8, 16);
     column->setSpacing(8);
     column->addStretch(1);
     auto* image = new QLabel(panel);
@@ -106,7 +131,7 @@ DictionaryEditViewMac::DictionaryEditViewMac(
     split->addWidget(makeDetail());
     split->setStretchFactor(0, 0);
     split->setStretchFactor(1, 1);
-    split->setSizes({230, 530});
+    split->setSizes({250, 510});
     layout->addWidget(split);
 
     refreshState();
@@ -116,7 +141,7 @@ DictionaryEditViewMac::~DictionaryEditViewMac() = default;
 
 QWidget* DictionaryEditViewMac::makeSidebar() {
     auto* sidebar = new QWidget(this);
-    sidebar->setMinimumWidth(190);
+    sidebar->setMinimumWidth(200);
     auto* column = new QVBoxLayout(sidebar);
     column->setContentsMargins(8, 8, 4, 8);
     column->setSpacing(6);
@@ -262,6 +287,11 @@ void DictionaryEditViewMac::selectEntry(const std::optional<std::string>& id) {
     updatingList_ = true;
     list_->setCurrentRow(index);
     updatingList_ = false;
+    for (int row = 0; row < list_->count(); ++row) {
+        if (auto* widget = qobject_cast<DictionaryRowMac*>(list_->itemWidget(list_->item(row)))) {
+            widget->setSelected(row == index);
+        }
+    }
     if (index >= 0) {
         form_->setEntry(entries_[index]);
     } else {
@@ -304,16 +334,9 @@ bool DictionaryEditViewMac::eventFilter(QObject* watched, QEvent* event) {
 
 QCoro::Task<> DictionaryEditViewMac::load() {
     QPointer<DictionaryEditViewMac> self(this);
-    auto store = dictionaryStore_;
-    LoadOutcome outcome = co_await QtConcurrent::run([store] {
-        LoadOutcome result;
-        try {
-            result.entries = store->loadEntries();
-        } catch (...) {
-            result.error = describe(std::current_exception());
-        }
-        return result;
-    });
+    // Named, not a temporary inside the co_await: GCC 12 destroys such temporaries twice.
+    QFuture<LoadOutcome> work = QtConcurrent::run(loadFrom, dictionaryStore_);
+    LoadOutcome outcome = co_await work;
     if (!self) {
         co_return;
     }
@@ -333,20 +356,9 @@ QCoro::Task<> DictionaryEditViewMac::load() {
 
 QCoro::Task<> DictionaryEditViewMac::runSave() {
     QPointer<DictionaryEditViewMac> self(this);
-    auto store = dictionaryStore_;
-    auto engine = dictionaryEngine_;
-    std::optional<std::string> error = co_await QtConcurrent::run(
-        [store, engine, entries = entries_]() -> std::optional<std::string> {
-            try {
-                store->saveEntries(entries);
-                if (engine) {
-                    engine->reload();
-                }
-            } catch (...) {
-                return describe(std::current_exception());
-            }
-            return std::nullopt;
-        });
+    QFuture<std::optional<std::string>> work =
+        QtConcurrent::run(saveTo, dictionaryStore_, dictionaryEngine_, entries_);
+    std::optional<std::string> error = co_await work;
     if (!self) {
         co_return;
     }

@@ -51,7 +51,6 @@ DictionaryRowMac::DictionaryRowMac(const DictionaryEntry& entry, QWidget* parent
     stack->setSpacing(0);
     WindowStyle::setTextStyle(*canonicalLabel_, WindowStyle::TextStyle::headline);
     WindowStyle::setTextStyle(*readingsLabel_, WindowStyle::TextStyle::caption);
-    WindowStyle::setTextColor(*readingsLabel_, WindowStyle::secondaryTextColor(*this));
     canonicalLabel_->setTextFormat(Qt::PlainText);
     readingsLabel_->setTextFormat(Qt::PlainText);
     stack->addWidget(canonicalLabel_);
@@ -59,6 +58,25 @@ DictionaryRowMac::DictionaryRowMac(const DictionaryEntry& entry, QWidget* parent
     row->addLayout(stack, 1);
 
     setEntry(entry);
+    applyColors();
+}
+
+void DictionaryRowMac::setSelected(bool selected) {
+    if (selected_ != selected) {
+        selected_ = selected;
+        applyColors();
+    }
+}
+
+void DictionaryRowMac::applyColors() {
+    if (selected_) {
+        const QColor highlighted = palette().color(QPalette::HighlightedText);
+        WindowStyle::setTextColor(*canonicalLabel_, highlighted);
+        WindowStyle::setTextColor(*readingsLabel_, highlighted);
+    } else {
+        WindowStyle::setTextColor(*canonicalLabel_, palette().color(QPalette::WindowText));
+        WindowStyle::setTextColor(*readingsLabel_, WindowStyle::secondaryTextColor(*this));
+    }
 }
 
 void DictionaryRowMac::setEntry(const DictionaryEntry& entry) {

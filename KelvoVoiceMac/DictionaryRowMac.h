@@ -21,11 +21,16 @@ class DictionaryRowMac final : public QWidget {
     explicit DictionaryRowMac(const DictionaryEntry& entry, QWidget* parent = nullptr);
 
     void setEntry(const DictionaryEntry& entry);
+    // Draws the texts in the highlighted-text colour while the list shows the row selected.
+    void setSelected(bool selected);
 
     static constexpr const char* emptyCanonicalText = "(未入力)";
     static constexpr const char* readingsSeparator = " / ";
 
   private:
+    void applyColors();
+
+    bool selected_ = false;
     QLabel* dot_;
     QLabel* canonicalLabel_;
     QLabel* readingsLabel_;

@@ -31,6 +31,16 @@ struct ListingOutcome {
     QString error;
 };
 
+ListingOutcome listWith(SettingsWindow::MicrophoneLister lister) {
+    ListingOutcome result;
+    try {
+        result.sources = lister();
+    } catch (const std::exception& error) {
+        result.error = QString::fromStdString(error.what());
+    }
+    return result;
+}
+
 QLabel* noteLabel(const QString& text, QWidget* parent) {
     auto* label = new QLabel(text, parent);
     label->setWordWrap(true);
@@ -77,7 +87,7 @@ SettingsWindow::SettingsWindow(platform::Preferences& preferences, MicrophoneLis
     outer->addWidget(scroll);
 
     setMinimumSize(480, 400);
-    resize(540, 640);
+    resize(540, 660);
 }
 
 SettingsWindow::~SettingsWindow() = default;
@@ -166,7 +176,8 @@ QWidget* SettingsWindow::makeTerminalGroup() {
                                 group));
     terminalClasses_ = new QListWidget(group);
     terminalClasses_->setObjectName(QStringLiteral("terminalClasses"));
-    terminalClasses_->setMinimumHeight(90);
+    terminalClasses_->setMinimumHeight(70);
+    terminalClasses_->setMaximumHeight(110);
     for (const auto& name : preferences_.stringListValue(PreferenceKeys::terminalWindowClasses)) {
         auto* item = new QListWidgetItem(QString::fromStdString(name), terminalClasses_);
         item->setFlags(item->flags() | Qt::ItemIsEditable);
@@ -246,16 +257,9 @@ void SettingsWindow::showEvent(QShowEvent* event) {
 
 QCoro::Task<> SettingsWindow::listMicrophones() {
     QPointer<SettingsWindow> self(this);
-    auto lister = listMicrophones_;
-    ListingOutcome outcome = co_await QtConcurrent::run([lister] {
-        ListingOutcome result;
-        try {
-            result.sources = lister();
-        } catch (const std::exception& error) {
-            result.error = QString::fromStdString(error.what());
-        }
-        return result;
-    });
+    // Named, not a temporary inside the co_await: GCC 12 destroys such temporaries twice.
+    QFuture<ListingOutcome> work = QtConcurrent::run(listWith, listMicrophones_);
+    ListingOutcome outcome = co_await work;
     if (!self) {
         co_return;
     }

@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <exception>
 #include <system_error>
+#include <utility>
 
 #include "KelvoVoiceMac/AppWindows.h"
+#include "KelvoVoiceMac/SingleInstance.h"
 #include "KelvoVoiceMac/TrayHostWaiter.h"
 
 namespace kelvo::app {
@@ -102,8 +104,8 @@ QCoro::Task<> AppDelegate::runSetUp() {
     }
     // Also without a host: an XEmbed tray that appears later still picks the icon up.
     statusItem_->show();
-    if (testWindowRequested_) {
-        windows_->showTestWindow();
+    if (!pendingRequest_.isEmpty()) {
+        handleRequest(std::exchange(pendingRequest_, QString()));
     }
     if (startUpFinished_) {
         startUpFinished_();
@@ -200,12 +202,17 @@ void AppDelegate::buildSession() {
     });
 }
 
-void AppDelegate::showTestWindow() {
-    if (windows_) {
+void AppDelegate::handleRequest(const QString& request) {
+    if (!windows_ || !statusItem_->isShown()) {
+        pendingRequest_ = request;
+        return;
+    }
+    if (request == QLatin1String(SingleInstance::showTestWindowRequest)) {
         windows_->showTestWindow();
-    } else {
-        // Asked for before set-up has finished: shown as soon as it has.
-        testWindowRequested_ = true;
+    } else if (request == QLatin1String(SingleInstance::openDictionaryRequest)) {
+        windows_->openDictionary();
+    } else if (request == QLatin1String(SingleInstance::openSettingsRequest)) {
+        windows_->openSettings();
     }
 }
 

@@ -49,8 +49,9 @@ class AppDelegate {
     // Starts the set-up task and returns at once.
     void applicationDidFinishLaunching();
 
-    // Brings the dictation test window to the front (menu, or a second launch).
-    void showTestWindow();
+    // Carries out a SingleInstance request (a window to show), at once or, before set-up has
+    // finished, as soon as it has. Unknown requests are ignored.
+    void handleRequest(const QString& request);
 
     // Called once the status item is shown, or once start-up has given up waiting for a host.
     void setStartUpFinishedHandler(std::function<void()> handler) {
@@ -94,7 +95,7 @@ class AppDelegate {
     std::unique_ptr<TrayStatusItem> statusItem_;
     std::unique_ptr<AppWindows> windows_;
     std::function<void()> startUpFinished_;
-    bool testWindowRequested_ = false;
+    QString pendingRequest_;
 };
 
 }  // namespace kelvo::app

@@ -83,23 +83,43 @@ int KelvoVoiceMacApp::run() {
     QCommandLineOption verbose(QStringLiteral("verbose"),
                                QStringLiteral("Also write the state lines to standard error."));
     parser.addOption(verbose);
+    QCommandLineOption open(QStringLiteral("open"),
+                            QStringLiteral("Show a window at once: dictionary, settings or test."),
+                            QStringLiteral("window"));
+    parser.addOption(open);
     parser.process(application_);
 
+    QString request;
+    QString window = parser.value(open);
+    if (window == QLatin1String("dictionary")) {
+        request = QString::fromLatin1(SingleInstance::openDictionaryRequest);
+    } else if (window == QLatin1String("settings")) {
+        request = QString::fromLatin1(SingleInstance::openSettingsRequest);
+    } else if (window.isEmpty() || window == QLatin1String("test")) {
+        request = QString::fromLatin1(SingleInstance::showTestWindowRequest);
+    } else {
+        std::fprintf(stderr, "kelvovoice: unknown window '%s' (dictionary, settings or test)\n",
+                     qPrintable(window));
+        return 2;
+    }
+
     singleInstance_ = std::make_unique<SingleInstance>();
-    auto role = singleInstance_->claim(
-        QString::fromLatin1(SingleInstance::showTestWindowRequest), [this](const QString& request) {
-            if (request == QLatin1String(SingleInstance::showTestWindowRequest) && _appDelegate) {
-                _appDelegate->showTestWindow();
-            }
-        });
+    auto role = singleInstance_->claim(request, [this](const QString& received) {
+        if (_appDelegate) {
+            _appDelegate->handleRequest(received);
+        }
+    });
     if (role == SingleInstance::Role::secondary) {
-        std::fputs("KelvoVoice is already running; its test window is shown.\n", stderr);
+        std::fputs("KelvoVoice is already running; the window is shown there.\n", stderr);
         return 0;
     }
 
     quitOnTerminationSignals(&application_);
     _appDelegate = std::make_unique<AppDelegate>(parser.isSet(verbose));
     _appDelegate->applicationDidFinishLaunching();
+    if (parser.isSet(open)) {
+        _appDelegate->handleRequest(request);
+    }
     return QApplication::exec();
 }
 

@@ -1,7 +1,11 @@
 # Installation and the Debian package of the desktop application.
 #   cmake --install build [--prefix DIR]   binary, desktop entry, icons, autostart template
 #   (cd build && cpack -G DEB)             kelvovoice_<version>_<arch>.deb
+# after `cmake --build build --target kelvo kelvovoice` (or a full build).
 include(GNUInstallDirs)
+# Installing and packaging take what is built and never build the whole tree (tests, benchmarks)
+# first: build the kelvo and kelvovoice targets, then install or run cpack.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 if(KELVO_BUILD_APP)
   install(TARGETS kelvovoice RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

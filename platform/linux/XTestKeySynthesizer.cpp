@@ -38,8 +38,9 @@ void releaseHeldModifiers(Display* display) {
     for (int i = 0; i < 8 * modifiers->max_keypermod; ++i) {
         KeyCode keycode = modifiers->modifiermap[i];
         if (keycode != 0 && isKeyDown(keys, keycode)) {
-            // The server ignores a release of a key that XTest did not press itself (a key held
-            // on a real keyboard stays down for the target); the chord then may carry it.
+            // The release goes to the core keyboard, whose state the target's modifiers come
+            // from (as xdotool's --clearmodifiers relies on). Proven with keys held through
+            // XTest; a key held on a physical keyboard could not be tried on a headless server.
             XTestFakeKeyEvent(display, keycode, False, CurrentTime);
         }
     }

@@ -134,8 +134,8 @@ int KelvoVoiceApp::terminate() {
     }
     kill(pid_, SIGTERM);
     int status = 0;
-    bool ended = waitUntil(
-        [&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, std::chrono::seconds(20));
+    bool ended = waitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; },
+                           std::chrono::seconds(20));
     if (!ended) {
         kill(pid_, SIGKILL);
         waitpid(pid_, &status, 0);

@@ -187,8 +187,17 @@ TEST_F(KelvoVoiceAppTest, DoubleTapRecordsHandsFreeAndSingleTapInsertsNothing) {
     EXPECT_TRUE(contains(app.log(), "Stopping dictation trigger=fn-toggle-off"));
 }
 
-// The menu's dictation item drives a session over the StatusNotifierItem's D-Bus menu.
-TEST_F(KelvoVoiceAppTest, MenuStartsAndStopsDictation) {
+bool windowShown(const std::string& title) {
+    try {
+        return !KelvoVoiceApp::run("xdotool search --onlyvisible --name '^" + title + "$'").empty();
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+}
+
+// The menu's items over the StatusNotifierItem's D-Bus menu: the dictation item drives a session,
+// and the window items open their windows.
+TEST_F(KelvoVoiceAppTest, MenuStartsAndStopsDictationAndOpensWindows) {
     KelvoVoiceApp& app = startApp();
     InsertionTarget gtk("gtk-entry");
     KelvoVoiceApp::clickMenu("Start Dictation");
@@ -206,6 +215,15 @@ TEST_F(KelvoVoiceAppTest, MenuStartsAndStopsDictation) {
     EXPECT_TRUE(contains(state->text, "レポート")) << state->text;
     EXPECT_TRUE(
         waitUntil([] { return KelvoVoiceApp::menuEntries()[0] == "Start Dictation\t1\t-"; }));
+
+    KelvoVoiceApp::clickMenu("Dictionary...");
+    EXPECT_TRUE(waitUntil([] { return windowShown("Dictionary"); }));
+    KelvoVoiceApp::clickMenu("Settings...");
+    EXPECT_TRUE(waitUntil([] { return windowShown("Settings"); }));
+    KelvoVoiceApp::clickMenu("Show Test Window");
+    EXPECT_TRUE(waitUntil([] { return windowShown("KelvoVoice"); }));
+    KelvoVoiceApp::clickMenu("Quit");
+    EXPECT_TRUE(waitUntil([&] { return !app.isRunning(); }, 30s));
 }
 
 // A dictionary that cannot be read leaves the application running without corrections; a second

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "KelvoVoiceMac/AppWindows.h"
+#include "KelvoVoiceMac/PreferenceKeys.h"
 #include "KelvoVoiceMac/SingleInstance.h"
 #include "KelvoVoiceMac/TrayHostWaiter.h"
 
@@ -154,7 +155,7 @@ void AppDelegate::buildSession() {
             .isAccessibilityTrusted = [this] { return backends_->accessibility().isTrusted(); },
             .hasInputMonitoringAccess =
                 [this] { return backends_->keyMonitor().hasListenAccess(); },
-            .triggerKeyName = backends_->triggerKeyDisplayName(),
+            .triggerKeyName = [this] { return backends_->triggerKeyDisplayName(); },
             .readsInputDevices = readsInputDevices,
         },
         .actions = {
@@ -219,6 +220,9 @@ void AppDelegate::handleRequest(const QString& request) {
 void AppDelegate::preferenceChanged(const QString& key) {
     if (key == QLatin1String(MenuBarManager::fillerRemovalEnabledKey) && statusItem_) {
         statusItem_->syncFillerRemovalCheck();
+    } else if (key == QLatin1String(PreferenceKeys::triggerKey) && backends_) {
+        backends_->setTriggerKey(preferences_.stringValue(PreferenceKeys::triggerKey,
+                                                          PreferenceKeys::defaultTriggerKey));
     }
 }
 

@@ -7,6 +7,8 @@
 
 #include "KelvoVoiceMac/PermissionHelpWorkspace.h"
 #include "KelvoVoiceMac/PreferenceKeys.h"
+#include "KelvoVoiceMac/PreferredSourceAudioInput.h"
+#include "KelvoVoiceMac/SwitchableKeyMonitor.h"
 #include "platform/AssetInstallationRequest.h"
 #include "platform/ModelTranscriber.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
@@ -52,6 +54,10 @@ class NoKeySynthesizer final : public platform::KeySynthesizer {
 
 PlatformBackends::~PlatformBackends() = default;
 
+platform::KeyMonitor& PlatformBackends::keyMonitor() {
+    return *keyMonitor_;
+}
+
 PlatformBackends::SessionKind PlatformBackends::detectSession() {
     std::string type = environment("XDG_SESSION_TYPE");
     bool hasWayland = !environment("WAYLAND_DISPLAY").empty();
@@ -72,29 +78,30 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
                                                            platform::Clock& clock) {
     std::unique_ptr<PlatformBackends> backends(new PlatformBackends());
     backends->session_ = detectSession();
-    backends->triggerKey_ =
+    backends->preferences_ = &preferences;
+    backends->systemLog_ = &systemLog;
+    std::string triggerKey =
         preferences.stringValue(PreferenceKeys::triggerKey, PreferenceKeys::defaultTriggerKey);
-    backends->microphoneSource_ = preferences.stringValue(PreferenceKeys::microphoneSource, "");
     bool x11 = backends->session_ == SessionKind::x11;
     auto choose = [&systemLog](const char* seam, const char* backend) {
         systemLog.write(std::string("[KelvoVoice] Backend ") + seam + "=" + backend);
     };
     systemLog.write(std::string("[KelvoVoice] Session type=") + sessionName(backends->session_));
 
-    // An unknown key name in the settings must not leave the user without any trigger.
     auto makeKeyMonitor = [x11](const std::string& key) -> std::unique_ptr<platform::KeyMonitor> {
         if (x11) {
             return std::make_unique<platform::XInputKeyMonitor>(key);
         }
         return std::make_unique<platform::EvdevKeyMonitor>(key);
     };
+    // An unknown key name in the settings must not leave the user without any trigger.
     try {
-        backends->keyMonitor_ = makeKeyMonitor(backends->triggerKey_);
+        backends->keyMonitor_ = std::make_unique<SwitchableKeyMonitor>(makeKeyMonitor, triggerKey);
     } catch (const std::invalid_argument&) {
-        systemLog.write("[KelvoVoice] Unknown trigger key " + backends->triggerKey_ + "; using " +
+        systemLog.write("[KelvoVoice] Unknown trigger key " + triggerKey + "; using " +
                         PreferenceKeys::defaultTriggerKey);
-        backends->triggerKey_ = PreferenceKeys::defaultTriggerKey;
-        backends->keyMonitor_ = makeKeyMonitor(backends->triggerKey_);
+        backends->keyMonitor_ = std::make_unique<SwitchableKeyMonitor>(
+            makeKeyMonitor, PreferenceKeys::defaultTriggerKey);
     }
     choose("keyMonitor", x11 ? "XInputKeyMonitor" : "EvdevKeyMonitor");
 
@@ -130,7 +137,26 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
 }
 
 std::unique_ptr<platform::AudioInput> PlatformBackends::makeAudioInput() const {
-    return std::make_unique<platform::PulseAudioInput>(microphoneSource_);
+    platform::Preferences* preferences = preferences_;
+    return std::make_unique<PreferredSourceAudioInput>(
+        [](const std::string& source) {
+            return std::make_unique<platform::PulseAudioInput>(source);
+        },
+        [preferences] { return preferences->stringValue(PreferenceKeys::microphoneSource, ""); });
+}
+
+const std::string& PlatformBackends::triggerKey() const noexcept {
+    return keyMonitor_->triggerKey();
+}
+
+bool PlatformBackends::setTriggerKey(const std::string& key) {
+    if (!keyMonitor_->setTriggerKey(key)) {
+        systemLog_->write("[KelvoVoice] Unknown trigger key " + key + "; keeping " +
+                          keyMonitor_->triggerKey());
+        return false;
+    }
+    systemLog_->write("[KelvoVoice] Trigger key=" + key);
+    return true;
 }
 
 std::string PlatformBackends::triggerKeyDisplayName() const {
@@ -143,11 +169,11 @@ std::string PlatformBackends::triggerKeyDisplayName() const {
         {"Caps_Lock", "Caps Lock"},
     };
     for (const auto& [keysym, name] : kNames) {
-        if (keysym == triggerKey_) {
+        if (keysym == triggerKey()) {
             return std::string(name);
         }
     }
-    return triggerKey_;
+    return triggerKey();
 }
 
 }  // namespace kelvo::app

@@ -9,7 +9,8 @@
 //
 // Made once by the start-up code on the main thread, after the QApplication exists; owned by the
 // application delegate for the life of the process and destroyed after everything that borrows
-// from it. The audio inputs handed out by makeAudioInput() are owned by their callers.
+// from it. The audio inputs handed out by makeAudioInput() are owned by their callers. The
+// preferences and the log are borrowed and must outlive the backends.
 
 #include <memory>
 #include <string>
@@ -27,6 +28,8 @@
 #include "platform/Workspace.h"
 
 namespace kelvo::app {
+
+class SwitchableKeyMonitor;
 
 class PlatformBackends {
   public:
@@ -47,10 +50,13 @@ class PlatformBackends {
 
     SessionKind session() const noexcept { return session_; }
     // The trigger key as an X keysym name ("Control_R") and as the user knows it ("Right Ctrl").
-    const std::string& triggerKey() const noexcept { return triggerKey_; }
+    const std::string& triggerKey() const noexcept;
     std::string triggerKeyDisplayName() const;
+    // Watches another trigger key from now on (the settings changed it); false, keeping the old
+    // key, when the name is unknown. Logged either way.
+    bool setTriggerKey(const std::string& key);
 
-    platform::KeyMonitor& keyMonitor() { return *keyMonitor_; }
+    platform::KeyMonitor& keyMonitor();
     platform::AccessibilityClient& accessibility() { return *accessibility_; }
     platform::Pasteboard& pasteboard() { return *pasteboard_; }
     platform::KeySynthesizer& keySynthesizer() { return *keySynthesizer_; }
@@ -59,16 +65,17 @@ class PlatformBackends {
     platform::SegmentRecognizerProvider& segmentRecognizers() { return *segmentRecognizers_; }
     platform::AudioInput& audioInput() { return *audioInput_; }
 
-    // A fresh microphone input for a second, independent capture (the test window's).
+    // A fresh microphone input for a second, independent capture (the test window's). Like the
+    // session's, it follows the microphone chosen in the settings from its next capture on.
     std::unique_ptr<platform::AudioInput> makeAudioInput() const;
 
   private:
     PlatformBackends() = default;
 
     SessionKind session_ = SessionKind::x11;
-    std::string triggerKey_;
-    std::string microphoneSource_;
-    std::unique_ptr<platform::KeyMonitor> keyMonitor_;
+    platform::Preferences* preferences_ = nullptr;
+    platform::SystemLog* systemLog_ = nullptr;
+    std::unique_ptr<SwitchableKeyMonitor> keyMonitor_;
     std::unique_ptr<platform::AccessibilityClient> accessibility_;
     std::unique_ptr<platform::Pasteboard> pasteboard_;
     std::unique_ptr<platform::KeySynthesizer> keySynthesizer_;

@@ -217,7 +217,8 @@ void TrayStatusItem::checkAccessibilityPermission() {
 
 void TrayStatusItem::checkInputMonitoringPermission() {
     bool granted = permissions_.hasInputMonitoringAccess && permissions_.hasInputMonitoringAccess();
-    QString key = QString::fromStdString(permissions_.triggerKeyName);
+    QString key = QString::fromStdString(permissions_.triggerKeyName ? permissions_.triggerKeyName()
+                                                                     : std::string("Right Ctrl"));
     QString text =
         granted ? QStringLiteral("Input Monitoring permission is enabled.")
                 : QStringLiteral(

@@ -50,8 +50,9 @@ class TrayStatusItem final : public StatusItemPresenter {
     struct PermissionChecks {
         std::function<bool()> isAccessibilityTrusted;
         std::function<bool()> hasInputMonitoringAccess;
-        // The trigger key as the user knows it ("Right Ctrl").
-        std::string triggerKeyName;
+        // The trigger key as the user knows it ("Right Ctrl"); asked at each check, as the
+        // settings may change it.
+        std::function<std::string()> triggerKeyName;
         // True when the key is read from /dev/input (Wayland, console), false on X11.
         bool readsInputDevices = false;
     };

@@ -231,7 +231,9 @@ QWidget* DictionaryEditViewMac::makeDetail() {
 }
 
 bool DictionaryEditViewMac::canSave() const {
-    if (isSaving_) {
+    // Before the first load ends the working copy is not the dictionary yet: saving it would
+    // replace the file with an empty list.
+    if (!isLoaded_ || isSaving_) {
         return false;
     }
     return std::none_of(entries_.begin(), entries_.end(),
@@ -247,6 +249,9 @@ DictionaryEntry DictionaryEditViewMac::makeNewEntry() {
 }
 
 void DictionaryEditViewMac::addEntry() {
+    if (!isLoaded_) {
+        return;
+    }
     entries_.push_back(makeNewEntry());
     appendRow(entries_.back());
     selectEntry(entries_.back().id);
@@ -424,6 +429,8 @@ void DictionaryEditViewMac::refreshState() {
     sidebarStack_->setCurrentWidget(isLoaded_ && entries_.empty() ? emptyListPanel_ : list_);
     detailStack_->setCurrentWidget(selectedEntryID_ ? formPage_ : noSelectionPanel_);
     detailTitle_->setText(selectedEntryID_ ? form_->navigationTitle() : QString());
+    // An entry added before the first load ends would be replaced by the loaded list.
+    addButton_->setEnabled(isLoaded_);
     deleteButton_->setEnabled(selectedEntryID_.has_value());
     saveButton_->setEnabled(canSave());
 }

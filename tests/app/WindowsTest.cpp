@@ -1,8 +1,9 @@
 // The application's windows, driven through their widgets on Qt's offscreen platform (no X
-// server): the dictionary editor against a real JSON store and correction engine, the dictation
-// test window against the scripted capture and recogniser, and the settings window against fake
-// preferences and a temporary autostart folder. With KELVO_SCREENSHOT_DIR set, each test also
-// saves what its window shows, for looking at by eye; nothing here compares pixels.
+// server; another one when QT_QPA_PLATFORM names it): the dictionary editor against a real JSON
+// store and correction engine, the dictation test window against the scripted capture and
+// recogniser, and the settings window against fake preferences and a temporary autostart folder.
+// With KELVO_SCREENSHOT_DIR set, each test also saves what its window shows, for looking at by eye;
+// nothing here compares pixels.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -49,6 +50,9 @@ using ::testing::IsEmpty;
 
 void ensureApplication() {
     if (QCoreApplication::instance() == nullptr) {
+        if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        }
         static int argc = 1;
         static char name[] = "window_tests";
         static char* argv[] = {name, nullptr};

@@ -198,6 +198,8 @@ QWidget* DictionaryEditViewMac::makeDetail() {
     detailTitle_ = new QLabel(detail);
     detailTitle_->setObjectName(QStringLiteral("detailTitle"));
     detailTitle_->setTextFormat(Qt::PlainText);
+    // A long canonical text is cut at the edge rather than widening the window.
+    detailTitle_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     WindowStyle::setTextStyle(*detailTitle_, WindowStyle::TextStyle::title3, true);
     saveButton_ = new QPushButton(QStringLiteral("保存"), detail);
     saveButton_->setObjectName(QStringLiteral("saveButton"));

@@ -253,6 +253,7 @@ TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop
     auto& capture = *audio;
     auto& recognizer = *speech;
     app::DictationTestView view(std::move(audio), std::move(speech));
+    view.show();
     auto& text = child<QPlainTextEdit>(view, "transcript");
     auto& button = child<QPushButton>(view, "dictationButton");
     EXPECT_EQ(text.placeholderText(), QStringLiteral("Start Dictation to begin..."));
@@ -291,6 +292,14 @@ TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop
 
     child<QPushButton>(view, "clearButton").click();
     EXPECT_TRUE(text.toPlainText().isEmpty());
+
+    button.click();
+    runFor(clock, capture.startDelay);
+    ASSERT_TRUE(view.isRecording());
+    view.close();
+    EXPECT_FALSE(view.isRecording()) << "closing the window ends the test dictation";
+    EXPECT_EQ(capture.stopCount, 2);
+    runFor(clock, recognizer.stopDelay);
 }
 
 TEST(SettingsWindowTest, ChangesAreStoredAndStartAtLoginIsTheAutostartEntry) {

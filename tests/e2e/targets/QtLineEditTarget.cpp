@@ -123,6 +123,7 @@ int main(int argc, char** argv) {
     QObject::connect(&edit, &QLineEdit::selectionChanged, write);
     QObject::connect(&application, &QApplication::focusChanged, write);
     QObject::connect(&application, &QGuiApplication::applicationStateChanged, write);
+    QObject::connect(&application, &QGuiApplication::focusWindowChanged, write);
 
     window.show();
     edit.setFocus();

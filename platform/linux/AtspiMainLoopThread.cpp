@@ -3,65 +3,103 @@
 #include "platform/linux/AtspiMainLoopThread.h"
 
 #include <future>
-#include <memory>
 #include <utility>
 
 namespace kelvo::platform {
 
+// Shared by the object, the thread and every posted piece of work, so work still queued when the
+// object is destroyed from the loop thread finds it alive.
+struct AtspiMainLoopThread::LoopState {
+    LoopState(std::chrono::milliseconds call, std::chrono::milliseconds startup)
+        : context(g_main_context_new()),
+          spareContext(g_main_context_new()),
+          callTimeout(call),
+          startupTimeout(startup) {}
+    ~LoopState() {
+        // Once connected, libatspi keeps pointing at both contexts (it has no call to let go):
+        // they stay alive for it, never iterated again.
+        if (!connected) {
+            g_main_context_unref(spareContext);
+            g_main_context_unref(context);
+        }
+    }
+    LoopState(const LoopState&) = delete;
+    LoopState& operator=(const LoopState&) = delete;
+
+    // atspi_set_main_context() moves every connection it knows to the context it is given, but
+    // does nothing when that context is already the current one: a detour through a context
+    // nobody iterates makes it move them home. Both calls happen here, between dispatches, so
+    // no message is read meanwhile.
+    void rehomeConnections() {
+        if (connected) {
+            atspi_set_main_context(spareContext);
+            atspi_set_main_context(context);
+        }
+    }
+
+    GMainContext* context;
+    GMainContext* spareContext;
+    std::chrono::milliseconds callTimeout;
+    std::chrono::milliseconds startupTimeout;
+    // Loop thread only.
+    bool connected = false;
+    bool quit = false;
+};
+
 namespace {
 
+struct PostedWork {
+    std::shared_ptr<void> state;  // keeps the loop state alive while queued
+    std::function<void()> work;
+};
+
 gboolean runPostedWork(gpointer data) {
-    (*static_cast<std::function<void()>*>(data))();
+    static_cast<PostedWork*>(data)->work();
     return G_SOURCE_REMOVE;
 }
 
 void deletePostedWork(gpointer data) {
-    delete static_cast<std::function<void()>*>(data);
+    delete static_cast<PostedWork*>(data);
 }
 
 }  // namespace
 
 AtspiMainLoopThread::AtspiMainLoopThread(std::chrono::milliseconds callTimeout,
                                          std::chrono::milliseconds startupTimeout)
-    : context_(g_main_context_new()),
-      loop_(g_main_loop_new(context_, FALSE)),
-      callTimeout_(callTimeout),
-      startupTimeout_(startupTimeout) {
+    : state_(std::make_shared<LoopState>(callTimeout, startupTimeout)) {
     std::promise<void> running;
     std::future<void> started = running.get_future();
-    // The thread holds references of its own, so it can finish after this object when it was
-    // destroyed from the loop thread.
-    thread_ = std::thread([context = g_main_context_ref(context_), loop = g_main_loop_ref(loop_),
-                           running = std::move(running)]() mutable {
-        g_main_context_push_thread_default(context);
+    thread_ = std::thread([state = state_, running = std::move(running)]() mutable {
+        g_main_context_push_thread_default(state->context);
         running.set_value();
-        g_main_loop_run(loop);
-        g_main_context_pop_thread_default(context);
-        g_main_loop_unref(loop);
-        g_main_context_unref(context);
+        // Each dispatch may have opened a connection on the default context (a reply with a
+        // peer-to-peer address): bring it home before the main thread starts reading it.
+        while (!state->quit) {
+            g_main_context_iteration(state->context, TRUE);
+            state->rehomeConnections();
+        }
+        g_main_context_pop_thread_default(state->context);
     });
     started.wait();
 }
 
 AtspiMainLoopThread::~AtspiMainLoopThread() {
     // Queued behind the work already posted, which therefore still runs.
-    GMainLoop* loop = loop_;
-    post([loop] { g_main_loop_quit(loop); });
+    LoopState* state = state_.get();
+    post([state] { state->quit = true; });
     if (isLoopThread()) {
         thread_.detach();
     } else {
         thread_.join();
     }
-    g_main_loop_unref(loop_);
-    g_main_context_unref(context_);
 }
 
 void AtspiMainLoopThread::post(std::function<void()> work) {
+    auto* posted = new PostedWork{state_, std::move(work)};
     GSource* source = g_idle_source_new();
     g_source_set_priority(source, G_PRIORITY_DEFAULT);
-    g_source_set_callback(source, runPostedWork, new std::function<void()>(std::move(work)),
-                          deletePostedWork);
-    g_source_attach(source, context_);
+    g_source_set_callback(source, runPostedWork, posted, deletePostedWork);
+    g_source_attach(source, state_->context);
     g_source_unref(source);
 }
 
@@ -70,7 +108,7 @@ bool AtspiMainLoopThread::isLoopThread() const noexcept {
 }
 
 bool AtspiMainLoopThread::ensureConnected() {
-    if (connected_) {
+    if (state_->connected) {
         return true;
     }
     const int status = atspi_init();
@@ -80,13 +118,11 @@ bool AtspiMainLoopThread::ensureConnected() {
         atspi_exit();
         return false;
     }
-    // atspi_init() attaches the bus connection to the process's default context, which is the
-    // Qt main thread's: two threads would then dispatch libatspi's messages (and deadlock).
-    // Moving it, and every connection made later, to this thread's context must come after.
-    atspi_set_main_context(context_);
-    atspi_set_timeout(static_cast<int>(callTimeout_.count()),
-                      static_cast<int>(startupTimeout_.count()));
-    connected_ = true;
+    // atspi_init() attached the bus connection to the default context, the Qt main thread's.
+    state_->connected = true;
+    state_->rehomeConnections();
+    atspi_set_timeout(static_cast<int>(state_->callTimeout.count()),
+                      static_cast<int>(state_->startupTimeout.count()));
     return true;
 }
 

@@ -2,10 +2,19 @@
 
 // AtspiMainLoopThread is the one thread on which this process talks to libatspi. libatspi's calls
 // are synchronous D-Bus round trips and its state is process-wide and not thread-safe, so every
-// call goes through here, in the order posted. The thread runs a GMainLoop on a GMainContext of
+// call goes through here, in the order posted. The thread runs a main loop on a GMainContext of
 // its own, pushed as the thread default and handed to atspi_set_main_context, so libatspi's
 // D-Bus traffic is dispatched here and never needs the Qt main loop: when the application queries
 // its own windows, its main thread stays free to answer.
+//
+// libatspi attaches some connections to the process's default context regardless (the bus at
+// atspi_init, and each private peer-to-peer connection it opens to a GTK application when a
+// reply brings the address). The Qt main thread iterates that context, so it would read replies
+// meant for a call blocked here (the call then waits out its timeout: measured, a second per
+// GTK insertion) and run libatspi's handlers concurrently with this thread. After every dispatch
+// on this thread, every connection is therefore moved back to this thread's context, before the
+// new connection has traffic. A dispatch by the main thread inside that window (microseconds) is
+// not excluded: libatspi offers no way to choose the context of those connections.
 //
 // libatspi is connected lazily, by the first work that calls ensureConnected(): a session whose
 // accessibility bus comes up after us still gets connected later. Method calls time out after
@@ -19,6 +28,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <thread>
 
 #include <glib.h>
@@ -44,11 +54,9 @@ class AtspiMainLoopThread {
     bool ensureConnected();
 
   private:
-    GMainContext* context_;
-    GMainLoop* loop_;
-    std::chrono::milliseconds callTimeout_;
-    std::chrono::milliseconds startupTimeout_;
-    bool connected_ = false;  // loop thread only
+    struct LoopState;
+
+    std::shared_ptr<LoopState> state_;
     std::thread thread_;
 };
 

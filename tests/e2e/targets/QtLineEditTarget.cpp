@@ -22,6 +22,7 @@
 #include <QTimer>
 #include <QVBoxLayout>
 #include <QWidget>
+#include <QWindow>
 
 #include <unistd.h>
 #include <cstdio>
@@ -123,6 +124,7 @@ int main(int argc, char** argv) {
     QObject::connect(&edit, &QLineEdit::selectionChanged, write);
     QObject::connect(&application, &QApplication::focusChanged, write);
     QObject::connect(&application, &QGuiApplication::applicationStateChanged, write);
+    QObject::connect(&application, &QGuiApplication::focusWindowChanged, write);
 
     window.show();
     edit.setFocus();

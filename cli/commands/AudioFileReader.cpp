@@ -4,6 +4,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/log.h>
 #include <libavutil/opt.h>
 #include <libswresample/swresample.h>
 }
@@ -48,6 +49,8 @@ AudioFileReader::AudioFileReader(const std::filesystem::path& file)
         decoder_ = nullptr;
         throw Error("cannot read audio file '" + file.string() + "': " + reason);
     };
+    // Our error line says what went wrong; FFmpeg's own notes would only clutter standard error.
+    av_log_set_level(AV_LOG_QUIET);
     Decoder& d = *decoder_;
     if (const int error = avformat_open_input(&d.container, file.c_str(), nullptr, nullptr);
         error < 0) {

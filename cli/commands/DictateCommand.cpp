@@ -293,7 +293,13 @@ class Dictation {
             try {
                 audio = co_await capture_->start();
             } catch (const app::CaptureError& error) {
-                throw Error(std::string("cannot record from the microphone: ") + error.what());
+                // On Linux a refusal is the sound server's: say where to look.
+                const bool refused =
+                    error.code() == app::CaptureError::Code::microphonePermissionDenied;
+                throw Error(std::string("cannot record from the microphone: ") + error.what() +
+                            (refused ? " (the PulseAudio or PipeWire server refused the connection "
+                                       "or is not running)"
+                                     : ""));
             } catch (const platform::AudioInputError& error) {
                 throw Error(std::string("cannot record from the microphone: ") + error.what());
             }

@@ -58,7 +58,7 @@ std::vector<std::int16_t> spokenSentences(const std::filesystem::path& folder) {
     };
     const std::string gap = (folder / "gap.wav").string();
     std::string command =
-        "sox -n -r 16000 -c 1 -b 16 '" + gap + "' synth 1.2 whitenoise vol 0.002 2>/dev/null";
+        "sox -R -n -r 16000 -c 1 -b 16 '" + gap + "' synth 1.2 whitenoise vol 0.002 2>/dev/null";
     std::string parts = "'" + gap + "'";
     for (int i = 0; i < 4; ++i) {
         const std::string raw = (folder / ("raw" + std::to_string(i) + ".wav")).string();

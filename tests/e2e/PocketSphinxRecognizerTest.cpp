@@ -53,10 +53,6 @@ struct EndsDecoded {
         std::unique_lock lock(mutex);
         return changed.wait_for(lock, std::chrono::seconds(120), [&] { return count >= wanted; });
     }
-    int value() {
-        const std::lock_guard lock(mutex);
-        return count;
-    }
 };
 
 // Drives a recogniser as SpeechService does: a request, its results, a new request after each
@@ -98,10 +94,19 @@ class Dictation {
     void endAudio() { current()->endAudio(); }
     void cancel() { current()->cancel(); }
 
-    // Waits until `count` requests have ended (with a final or an error).
-    bool waitForEnded(int count) {
+    // The recogniser has decoded the end of the audio (its endOfAudioDecoded callback).
+    void endDecoded() {
+        const std::lock_guard lock(mutex_);
+        endDecoded_ = true;
+        changed_.notify_all();
+    }
+    // Waits until `count` requests have ended (with a final or an error) or the end of the audio
+    // has been decoded; true for the latter.
+    bool waitForEndedOrEndDecoded(int count) {
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(120), [&] { return ended_ >= count; });
+        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(120),
+                                      [&] { return ended_ >= count || endDecoded_; }));
+        return endDecoded_;
     }
     std::string text() {
         const std::lock_guard lock(mutex_);
@@ -125,6 +130,7 @@ class Dictation {
     std::shared_ptr<SegmentRecognitionTask> task_;
     std::vector<std::string> finals_;
     int ended_ = 0;
+    bool endDecoded_ = false;
 };
 
 TEST(PocketSphinxRecognizer,
@@ -156,18 +162,16 @@ TEST(PocketSphinxRecognizer,
     // As late as can be: all the audio and its end go to the first request, and each next request
     // starts only after the last one has ended. A recogniser of its own, as the decoder adapts to
     // the channel (cepstral mean) over the dictations it has heard.
-    EndsDecoded lateEndsDecoded;
+    Dictation* lateDictation = nullptr;
     PocketSphinxRecognizer lateRecognizer(*model, clock, std::chrono::minutes(10),
-                                          [&] { lateEndsDecoded.add(); });
+                                          [&] { lateDictation->endDecoded(); });
     Dictation late(lateRecognizer, false);
+    lateDictation = &late;
     late.startRequest();
     late.append(samples);
     late.endAudio();
-    for (int ended = 1; lateEndsDecoded.value() < 1; ++ended) {
-        ASSERT_TRUE(late.waitForEnded(ended));
-        if (lateEndsDecoded.value() < 1) {
-            late.startRequest();
-        }
+    for (int ended = 1; !late.waitForEndedOrEndDecoded(ended); ++ended) {
+        late.startRequest();
     }
     late.cancel();
 

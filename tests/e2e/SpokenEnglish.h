@@ -2,8 +2,8 @@
 
 // Test speech made at test time: English sentences spoken by flite, joined by gaps of faint white
 // noise (never digital silence, which no microphone delivers and which derails the recogniser),
-// converted by sox to the rate and channel count a test asks for; and the word error rate of a
-// recognised text against what was said.
+// converted by sox to the rate and channel count a test asks for (the same noise on every run: sox
+// -R); and the word error rate of a recognised text against what was said.
 
 #include <algorithm>
 #include <cctype>
@@ -33,7 +33,7 @@ inline std::string speak(const std::vector<std::string>& sentences,
                          const std::string& voice = "kal16") {
     const std::filesystem::path folder = file.parent_path();
     const std::filesystem::path gap = folder / "gap.wav";
-    runShell("sox -n -r 16000 -c 1 -b 16 " + quoted(gap) +
+    runShell("sox -R -n -r 16000 -c 1 -b 16 " + quoted(gap) +
              " synth 1.2 whitenoise vol 0.002 2>/dev/null");
     std::string parts = quoted(gap);
     std::string said;

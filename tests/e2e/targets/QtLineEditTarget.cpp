@@ -1,0 +1,128 @@
+// Qt 6 insertion target for end-to-end tests: one window with one QLineEdit that has the keyboard
+// focus. Every change of its text, selection, caret or focus is written at once to STATE_FILE
+// (JSON, replaced atomically), so a test sees what really landed in the widget rather than what
+// the accessibility interface claims.
+//
+//   kelvo_qt_lineedit_target KIND STATE_FILE [--text TEXT] [--select START:END] [--title TITLE]
+//
+// KIND: "lineedit" (editable), "password" (echo mode Password: accessible role "password text")
+// or "readonly". The caret starts at the end of TEXT; --select selects [START, END) in UTF-16
+// units instead. State: {"pid", "kind", "text", "selectionStart", "selectionEnd", "caret",
+// "focused", "active", "accessible"} with offsets in UTF-16 units; the selection fields equal the
+// caret when nothing is selected. Qt exposes itself to AT-SPI only when the bus reports
+// accessibility enabled at start-up (or QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1); "accessible" says
+// whether it did.
+#include <QAccessible>
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLineEdit>
+#include <QSaveFile>
+#include <QTimer>
+
+#include <unistd.h>
+#include <cstdio>
+
+namespace {
+
+struct Options {
+    QString kind;
+    QString stateFile;
+    QString text;
+    int selectionStart = -1;
+    int selectionEnd = -1;
+    QString title;
+};
+
+bool parseOptions(const QStringList& arguments, Options& options) {
+    QCommandLineParser parser;
+    parser.addPositionalArgument("kind", "lineedit, password or readonly");
+    parser.addPositionalArgument("state-file", "where the state is written");
+    parser.addOption({"text", "initial text", "text"});
+    parser.addOption({"select", "initial selection START:END in UTF-16 units", "range"});
+    parser.addOption({"title", "window title", "title", "kelvo-qt-target"});
+    parser.process(arguments);
+    const QStringList positional = parser.positionalArguments();
+    if (positional.size() != 2 ||
+        !QStringList{"lineedit", "password", "readonly"}.contains(positional[0])) {
+        std::fprintf(stderr,
+                     "usage: kelvo_qt_lineedit_target lineedit|password|readonly "
+                     "STATE_FILE [--text TEXT] [--select START:END] [--title TITLE]\n");
+        return false;
+    }
+    options.kind = positional[0];
+    options.stateFile = positional[1];
+    options.text = parser.value("text");
+    options.title = parser.value("title");
+    if (parser.isSet("select")) {
+        const QStringList parts = parser.value("select").split(':');
+        bool startOk = false;
+        bool endOk = false;
+        if (parts.size() == 2) {
+            options.selectionStart = parts[0].toInt(&startOk);
+            options.selectionEnd = parts[1].toInt(&endOk);
+        }
+        if (!startOk || !endOk) {
+            std::fprintf(stderr, "--select takes START:END\n");
+            return false;
+        }
+    }
+    return true;
+}
+
+void writeState(const Options& options, const QLineEdit& edit) {
+    const int caret = edit.cursorPosition();
+    const int selectionStart = edit.hasSelectedText() ? edit.selectionStart() : caret;
+    const int selectionEnd = edit.hasSelectedText() ? edit.selectionEnd() : caret;
+    QJsonObject state{
+        {"pid", qint64(getpid())},
+        {"kind", options.kind},
+        {"text", edit.text()},
+        {"selectionStart", selectionStart},
+        {"selectionEnd", selectionEnd},
+        {"caret", caret},
+        {"focused", edit.hasFocus()},
+        {"active", edit.isActiveWindow()},
+        {"accessible", QAccessible::isActive()},
+    };
+    QSaveFile file(options.stateFile);
+    if (file.open(QIODevice::WriteOnly)) {
+        file.write(QJsonDocument(state).toJson(QJsonDocument::Compact));
+        file.commit();
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QApplication application(argc, argv);
+    Options options;
+    if (!parseOptions(QApplication::arguments(), options)) {
+        return 2;
+    }
+
+    QLineEdit edit(options.text);
+    edit.setWindowTitle(options.title);
+    edit.setAccessibleName(options.kind);
+    edit.setEchoMode(options.kind == "password" ? QLineEdit::Password : QLineEdit::Normal);
+    edit.setReadOnly(options.kind == "readonly");
+    edit.resize(480, 60);
+
+    auto write = [&] { writeState(options, edit); };
+    QObject::connect(&edit, &QLineEdit::textChanged, write);
+    QObject::connect(&edit, &QLineEdit::cursorPositionChanged, write);
+    QObject::connect(&edit, &QLineEdit::selectionChanged, write);
+    QObject::connect(&application, &QApplication::focusChanged, write);
+    QObject::connect(&application, &QGuiApplication::applicationStateChanged, write);
+
+    edit.show();
+    edit.setFocus();
+    if (options.selectionStart >= 0) {
+        edit.setSelection(options.selectionStart, options.selectionEnd - options.selectionStart);
+    } else {
+        edit.end(false);
+    }
+    QTimer::singleShot(0, &edit, write);
+    return application.exec();
+}

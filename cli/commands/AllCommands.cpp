@@ -6,6 +6,9 @@ void registerAllCommands(CommandRegistry& registry) {
     registerCorrectionCommands(registry);
     registerTextCommands(registry);
     registerRecordCommand(registry);
+#ifdef KELVO_WITH_DICTATE
+    registerDictateCommand(registry);
+#endif
     registerProcessCommand(registry);
     registerRenderCommand(registry);
     registerHistoryCommand(registry);

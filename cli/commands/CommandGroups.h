@@ -13,6 +13,8 @@ void registerCorrectionCommands(CommandRegistry& registry);
 void registerTextCommands(CommandRegistry& registry);
 /// record.
 void registerRecordCommand(CommandRegistry& registry);
+/// dictate (built with the application's speech path).
+void registerDictateCommand(CommandRegistry& registry);
 /// process.
 void registerProcessCommand(CommandRegistry& registry);
 /// render.

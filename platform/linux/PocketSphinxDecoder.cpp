@@ -221,6 +221,10 @@ void PocketSphinxDecoder::run() {
                 streamEnded_ = false;
                 lock.unlock();
                 endTask(task, std::nullopt, Error{modelUnavailableCode, failure});
+                // Nothing more of this audio will be decoded: whoever waits for its end can stop.
+                if (endOfAudioDecoded_) {
+                    endOfAudioDecoded_();
+                }
                 lock.lock();
             }
             continue;

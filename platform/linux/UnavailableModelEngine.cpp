@@ -11,4 +11,9 @@ std::unique_ptr<ModelTranscriber> UnavailableModelEngine::makeTranscriber(
     throw SpeechEngineError("No model engine is built in; cannot transcribe " + locale);
 }
 
+std::unique_ptr<AssetInstallationRequest> UnavailableModelEngine::assetInstallationRequest(
+    const ModelTranscriber&) {
+    return nullptr;
+}
+
 }  // namespace kelvo::platform

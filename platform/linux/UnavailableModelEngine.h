@@ -24,9 +24,7 @@ class UnavailableModelEngine final : public ModelEngine {
 
     AssetStatus assetStatus(const ModelTranscriber&) override { return AssetStatus::unsupported; }
     std::unique_ptr<AssetInstallationRequest> assetInstallationRequest(
-        const ModelTranscriber&) override {
-        return nullptr;
-    }
+        const ModelTranscriber& transcriber) override;
 };
 
 }  // namespace kelvo::platform

@@ -1,0 +1,539 @@
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QCoroTask>
+
+#include <atomic>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "KelvoVoiceMac/AudioBuffer.h"
+#include "KelvoVoiceMac/AudioCaptureService.h"
+#include "KelvoVoiceMac/AudioConverter.h"
+#include "KelvoVoiceMac/CaptureError.h"
+#include "KelvoVoiceMac/Channel.h"
+#include "KelvoVoiceMac/SpeechService.h"
+#include "KelvoVoiceMac/TranscriptionEvent.h"
+#include "cli/DataLocations.h"
+#include "cli/commands/AudioFileReader.h"
+#include "cli/commands/CommandGroups.h"
+#include "cli/commands/DictionaryAccess.h"
+#include "core/engines/FillerRemovalEngine.h"
+#include "core/models/Json.h"
+#include "platform/AudioInputError.h"
+#include "platform/QtClock.h"
+#include "platform/TraceOutput.h"
+#include "platform/linux/PocketSphinxModelLocator.h"
+#include "platform/linux/PocketSphinxRecognizerProvider.h"
+#include "platform/linux/PulseAudioInput.h"
+#include "platform/linux/UnavailableModelEngine.h"
+
+namespace kelvo::cli {
+
+namespace {
+
+using app::AudioBuffer;
+using app::Channel;
+using app::TranscriptionEvent;
+
+constexpr const char* kDefaultLocale = "ja-JP";
+
+/// Everything the dictation loop waits for, from whichever thread it comes, in one stream read on
+/// the main thread.
+struct Signal {
+    enum class Kind {
+        event,          // a recogniser event
+        eventsEnded,    // SpeechService finished its event stream
+        audioDecoded,   // the recogniser has decoded the end of the audio
+        stopRequested,  // Enter, Ctrl+C, SIGTERM or --seconds
+        recheck,        // look again whether an engine has been chosen
+        trace,          // a "[SpeechService] ..." line (--trace)
+    };
+    Kind kind;
+    TranscriptionEvent event{};
+    std::string line{};
+};
+
+using Signals = Channel<Signal>;
+
+/// Trace lines travel to the main thread with the other signals, so standard error is written
+/// from one thread only.
+class SignalTraceOutput final : public platform::TraceOutput {
+  public:
+    SignalTraceOutput(std::shared_ptr<Signals> signals, bool enabled)
+        : signals_(std::move(signals)), enabled_(enabled) {}
+    void write(std::string_view line) override {
+        if (enabled_) {
+            signals_->send(Signal{Signal::Kind::trace, {}, std::string(line)});
+        }
+    }
+
+  private:
+    std::shared_ptr<Signals> signals_;
+    bool enabled_;
+};
+
+std::optional<double> secondsOption(const ParsedArguments& arguments) {
+    const auto text = arguments.value("--seconds");
+    if (!text) {
+        return std::nullopt;
+    }
+    double seconds = 0;
+    const char* end = text->data() + text->size();
+    const auto [stop, error] = std::from_chars(text->data(), end, seconds);
+    if (error != std::errc() || stop != end || !std::isfinite(seconds) || seconds <= 0) {
+        throw UsageError("invalid value '" + *text +
+                         "' for --seconds (expected a positive number of seconds)");
+    }
+    return seconds;
+}
+
+std::filesystem::path dataHome(const Environment& environment) {
+    // The data folder's parent: the same rules as the dictionary's location.
+    return DataLocations(environment).applicationFolder().parent_path();
+}
+
+/// The recogniser's audio for a file: the file's reads through the application's converter, as
+/// live audio would come from the capture service. Throws when the file cannot be read or holds no
+/// audio.
+std::vector<AudioBuffer> convertedFile(const std::filesystem::path& file) {
+    AudioFileReader reader(file);
+    const std::shared_ptr<app::AudioConverter> converter =
+        app::AudioConverter::make(reader.format());
+    if (!converter) {
+        throw Error("cannot read audio file '" + file.string() + "': unsupported sample rate");
+    }
+    std::vector<AudioBuffer> buffers;
+    const std::uint64_t frames = reader.read(
+        app::AudioCaptureService::bufferSize, [&](const platform::AudioInput::Frames& read) {
+            if (std::optional<AudioBuffer> buffer = converter->convert(read)) {
+                buffers.push_back(std::move(*buffer));
+            }
+        });
+    if (std::optional<AudioBuffer> tail = converter->flush()) {
+        buffers.push_back(std::move(*tail));
+    }
+    if (frames == 0 || buffers.empty()) {
+        throw Error("audio file '" + file.string() + "' contains no audio");
+    }
+    return buffers;
+}
+
+std::string installedModelsText(const platform::PocketSphinxModelLocator& locator) {
+    std::string text;
+    for (const platform::PocketSphinxModel& model : locator.installed()) {
+        text += (text.empty() ? "" : ", ") + model.locale;
+    }
+    return text.empty() ? "none" : text;
+}
+
+/// While alive in microphone mode, SIGINT and SIGTERM are blocked in this thread and in every
+/// thread started meanwhile, and a watcher thread turns them into stop requests; a second thread
+/// turns a line on standard input (Enter) into one. Both are ended and joined on destruction.
+class StopRequestWatch {
+  public:
+    explicit StopRequestWatch(std::shared_ptr<Signals> signals) : signals_(std::move(signals)) {
+        sigemptyset(&interrupts_);
+        sigaddset(&interrupts_, SIGINT);
+        sigaddset(&interrupts_, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &interrupts_, &previousMask_);
+        signalWatcher_ = std::thread([this] { watchSignals(); });
+        inputWatcher_ = std::thread([this] { watchInput(); });
+    }
+    ~StopRequestWatch() {
+        done_ = true;
+        signalWatcher_.join();
+        inputWatcher_.join();
+        // An interrupt that came after the stop (a second Ctrl+C) is consumed: we are ending.
+        const timespec now{};
+        while (sigtimedwait(&interrupts_, nullptr, &now) > 0) {
+        }
+        pthread_sigmask(SIG_SETMASK, &previousMask_, nullptr);
+    }
+    StopRequestWatch(const StopRequestWatch&) = delete;
+    StopRequestWatch& operator=(const StopRequestWatch&) = delete;
+
+  private:
+    void requestStop() { signals_->send(Signal{Signal::Kind::stopRequested}); }
+
+    void watchSignals() {
+        while (!done_) {
+            const timespec slice{0, 100'000'000};
+            if (sigtimedwait(&interrupts_, nullptr, &slice) > 0) {
+                requestStop();
+            }
+        }
+    }
+
+    void watchInput() {
+        bool open = true;
+        while (!done_ && open) {
+            pollfd input{STDIN_FILENO, POLLIN, 0};
+            if (poll(&input, 1, 100) <= 0) {
+                continue;
+            }
+            char bytes[256];
+            const ssize_t count = ::read(STDIN_FILENO, bytes, sizeof bytes);
+            if (count <= 0) {
+                open = false;  // no terminal (or /dev/null): only signals and --seconds stop
+            } else if (std::string_view(bytes, static_cast<std::size_t>(count)).find('\n') !=
+                       std::string_view::npos) {
+                requestStop();
+            }
+        }
+    }
+
+    std::shared_ptr<Signals> signals_;
+    sigset_t interrupts_{};
+    sigset_t previousMask_{};
+    std::atomic<bool> done_ = false;
+    std::thread signalWatcher_;
+    std::thread inputWatcher_;
+};
+
+struct DictateOptions {
+    std::optional<std::filesystem::path> file;
+    std::string locale = kDefaultLocale;
+    std::filesystem::path dictionary;
+    bool keepFillers = false;
+    bool events = false;
+    bool trace = false;
+    std::optional<double> seconds;
+};
+
+/// One dictation: the application's recognition path (converter, SpeechService with the
+/// application's engine choice, recognisers) on a file or the microphone, ending with the text
+/// composed as the session composes it (the confirmed finals plus the last partial).
+class Dictation {
+  public:
+    Dictation(const DictateOptions& options, const Environment& environment,
+              std::ostream& diagnostics)
+        : options_(options),
+          diagnostics_(diagnostics),
+          signals_(std::make_shared<Signals>()),
+          trace_(signals_, options.trace),
+          recognizers_(platform::PocketSphinxModelLocator::standard(dataHome(environment)), clock_,
+                       platform::PocketSphinxModelLocator::systemLocale(),
+                       platform::PocketSphinxRecognizer::defaultIdleRelease,
+                       [signals = signals_] { signals->send(Signal{Signal::Kind::audioDecoded}); }),
+          speech_(std::make_shared<app::SpeechService>(modelEngine_, recognizers_, clock_, trace_,
+                                                       options.locale)),
+          stderrIsTerminal_(isatty(STDERR_FILENO) == 1) {}
+
+    /// Throws kelvo::Error when no engine serves the locale.
+    void checkLocale() {
+        if (modelEngine_.isAvailable() && modelEngine_.supportedLocaleEquivalent(options_.locale)) {
+            return;
+        }
+        if (recognizers_.locator().find(options_.locale)) {
+            return;
+        }
+        throw Error("no speech recognition model for " + options_.locale +
+                    " (installed: " + installedModelsText(recognizers_.locator()) +
+                    "); put a PocketSphinx model for it in " +
+                    (recognizers_.locator().roots().front() / options_.locale).string() +
+                    "/ (an acoustic model folder, a .dict and a .lm.bin file)");
+    }
+
+    void setHints(std::vector<std::string> hints) {
+        speech_->setContextualStrings(std::move(hints));
+    }
+
+    /// The recognised text; runs the event loop until the dictation is over.
+    std::string run(std::vector<AudioBuffer> fileAudio) {
+        std::exception_ptr failure;
+        QCoro::waitFor(dictate(std::move(fileAudio), failure));
+        if (forwarder_.joinable()) {
+            forwarder_.join();
+        }
+        if (failure) {
+            std::rethrow_exception(failure);
+        }
+        return confirmed_ + partial_;
+    }
+
+  private:
+    QCoro::Task<> dictate(std::vector<AudioBuffer> fileAudio, std::exception_ptr& failure) {
+        try {
+            co_await dictateOrThrow(std::move(fileAudio));
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    }
+
+    QCoro::Task<> dictateOrThrow(std::vector<AudioBuffer> fileAudio) {
+        std::shared_ptr<Channel<AudioBuffer>> audio;
+        std::unique_ptr<StopRequestWatch> stopWatch;
+        if (options_.file) {
+            // All at once: the recogniser queues what it has not decoded yet, and its result does
+            // not depend on how fast the audio came.
+            audio = std::make_shared<Channel<AudioBuffer>>();
+            for (AudioBuffer& buffer : fileAudio) {
+                audio->send(std::move(buffer));
+            }
+            audio->close();
+            audioEnded_ = true;
+        } else {
+            stopWatch = std::make_unique<StopRequestWatch>(signals_);
+            microphone_ = std::make_unique<platform::PulseAudioInput>();
+            capture_ = std::make_unique<app::AudioCaptureService>(*microphone_);
+            try {
+                audio = co_await capture_->start();
+            } catch (const app::CaptureError& error) {
+                // On Linux a refusal is the sound server's: say where to look.
+                const bool refused =
+                    error.code() == app::CaptureError::Code::microphonePermissionDenied;
+                throw Error(std::string("cannot record from the microphone: ") + error.what() +
+                            (refused ? " (the PulseAudio or PipeWire server refused the connection "
+                                       "or is not running)"
+                                     : ""));
+            } catch (const platform::AudioInputError& error) {
+                throw Error(std::string("cannot record from the microphone: ") + error.what());
+            }
+            if (options_.seconds) {
+                const auto delay = std::chrono::duration_cast<platform::Clock::Duration>(
+                    std::chrono::duration<double>(*options_.seconds));
+                clock_.schedule(delay, [signals = signals_] {
+                    signals->send(Signal{Signal::Kind::stopRequested});
+                });
+            }
+            diagnostics_ << "Listening; press Enter or Ctrl+C to stop." << std::endl;
+        }
+
+        const std::shared_ptr<Channel<TranscriptionEvent>> events =
+            speech_->startTranscription(audio);
+        forwarder_ = std::thread([events, signals = signals_] {
+            while (std::optional<TranscriptionEvent> event = events->receive()) {
+                signals->send(Signal{Signal::Kind::event, std::move(*event)});
+            }
+            signals->send(Signal{Signal::Kind::eventsEnded});
+        });
+        if (audioEnded_) {
+            signals_->send(Signal{Signal::Kind::recheck});
+        }
+
+        while (std::optional<Signal> signal = co_await signals_->next()) {
+            switch (signal->kind) {
+                case Signal::Kind::event:
+                    show(signal->event);
+                    break;
+                case Signal::Kind::trace:
+                    clearLiveLine();
+                    diagnostics_ << signal->line << std::endl;
+                    break;
+                case Signal::Kind::stopRequested:
+                    if (!audioEnded_ && capture_) {
+                        capture_->stop();
+                        audioEnded_ = true;
+                    }
+                    co_await stopWhenDecoded();
+                    break;
+                case Signal::Kind::audioDecoded:
+                    audioDecoded_ = true;
+                    co_await stopWhenDecoded();
+                    break;
+                case Signal::Kind::recheck:
+                    co_await stopWhenDecoded();
+                    break;
+                case Signal::Kind::eventsEnded:
+                    // Also when no recogniser could start: stop() then only resets the service.
+                    if (!stopped_) {
+                        stopped_ = true;
+                        co_await speech_->stop();
+                    }
+                    if (capture_) {
+                        capture_->stop();
+                    }
+                    clearLiveLine();
+                    co_return;
+            }
+        }
+    }
+
+    /// Once the audio has ended: the model engine finalises through the end of its input itself;
+    /// the segment recogniser is stopped only after it has decoded the end of the audio, so the
+    /// last segment arrives as a final instead of being cancelled.
+    QCoro::Task<> stopWhenDecoded() {
+        if (!audioEnded_ || stopped_) {
+            co_return;
+        }
+        const auto engine = speech_->activeEngine();
+        if (!engine) {
+            // Still starting: look again shortly.
+            clock_.schedule(std::chrono::milliseconds(20),
+                            [signals = signals_] { signals->send(Signal{Signal::Kind::recheck}); });
+            co_return;
+        }
+        if (*engine == app::SpeechService::TranscriptionEngine::legacy && !audioDecoded_) {
+            co_return;
+        }
+        stopped_ = true;
+        co_await speech_->stop();
+    }
+
+    void show(const TranscriptionEvent& event) {
+        const bool isFinal = event.kind == TranscriptionEvent::Kind::final_;
+        if (isFinal) {
+            confirmed_ += event.text;
+            partial_.clear();
+        } else {
+            partial_ = event.text;
+        }
+        if (options_.events) {
+            Json line = Json::object();
+            line["type"] = isFinal ? "final" : "partial";
+            line["text"] = event.text;
+            diagnostics_ << line.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+        } else if (!options_.file) {
+            showLiveLine(confirmed_ + partial_);
+        }
+    }
+
+    void showLiveLine(const std::string& text) {
+        if (!stderrIsTerminal_) {
+            diagnostics_ << text << std::endl;
+            return;
+        }
+        // The end of the text that fits on one line, cut at a character boundary.
+        winsize size{};
+        std::size_t columns = 80;
+        if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1) {
+            columns = size.ws_col;
+        }
+        std::size_t start = text.size();
+        std::size_t characters = 0;
+        while (start > 0 && characters + 1 < columns) {
+            --start;
+            if ((static_cast<unsigned char>(text[start]) & 0xC0) != 0x80) {
+                // Wide (CJK) characters take two columns.
+                characters += static_cast<unsigned char>(text[start]) >= 0xE3 ? 2 : 1;
+            }
+        }
+        diagnostics_ << "\r\033[K" << text.substr(start) << std::flush;
+        liveLineShown_ = true;
+    }
+
+    void clearLiveLine() {
+        if (liveLineShown_) {
+            diagnostics_ << "\r\033[K" << std::flush;
+            liveLineShown_ = false;
+        }
+    }
+
+    const DictateOptions& options_;
+    std::ostream& diagnostics_;
+    std::shared_ptr<Signals> signals_;
+    // The clock before the recognisers (their idle timers) and the service (its restarts).
+    platform::QtClock clock_;
+    SignalTraceOutput trace_;
+    platform::UnavailableModelEngine modelEngine_;
+    platform::PocketSphinxRecognizerProvider recognizers_;
+    std::shared_ptr<app::SpeechService> speech_;
+    std::unique_ptr<platform::PulseAudioInput> microphone_;
+    std::unique_ptr<app::AudioCaptureService> capture_;
+    std::thread forwarder_;
+    const bool stderrIsTerminal_;
+    bool audioEnded_ = false;
+    bool audioDecoded_ = false;
+    bool stopped_ = false;
+    bool liveLineShown_ = false;
+    std::string confirmed_;
+    std::string partial_;
+};
+
+/// The process's QCoreApplication, made once when the first dictation needs an event loop.
+void ensureApplication() {
+    if (QCoreApplication::instance() != nullptr) {
+        return;
+    }
+    static int argc = 1;
+    static char name[] = "kelvo";
+    static char* argv[] = {name, nullptr};
+    static QCoreApplication application(argc, argv);
+}
+
+std::string trimmedEnd(std::string text) {
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\n' || text.back() == '\t')) {
+        text.pop_back();
+    }
+    return text;
+}
+
+void runDictate(const ParsedArguments& arguments, CommandContext& context) {
+    DictateOptions options;
+    options.seconds = secondsOption(arguments);
+    if (auto file = arguments.value("--file")) {
+        options.file = *file;
+    }
+    if (options.file && options.seconds) {
+        throw UsageError("--seconds applies to the microphone only, not to --file");
+    }
+    options.locale = arguments.value("--locale").value_or(kDefaultLocale);
+    options.dictionary = context.dictionaryFile(arguments);
+    options.keepFillers = arguments.has("--keep-fillers");
+    options.events = arguments.has("--events");
+    options.trace = arguments.has("--trace");
+
+    // Everything that can fail before any audio is touched fails here, first.
+    const auto dictionary = openCorrectionEngine(options.dictionary);
+    std::vector<AudioBuffer> fileAudio;
+    if (options.file) {
+        fileAudio = convertedFile(*options.file);
+    }
+
+    ensureApplication();
+    std::string text;
+    {
+        Dictation dictation(options, context.environment(), context.diagnostics());
+        dictation.checkLocale();
+        dictation.setHints(dictionary->hints(DictionaryScope::all));
+        text = dictation.run(std::move(fileAudio));
+    }
+
+    if (!text.empty()) {
+        text = dictionary->apply(text, DictionaryScope::all).text;
+        if (!options.keepFillers) {
+            text = FillerRemovalEngine().removeFillers(text);
+        }
+    }
+    context.writeText(trimmedEnd(std::move(text)));
+}
+
+}  // namespace
+
+void registerDictateCommand(CommandRegistry& registry) {
+    registry.add(Command{
+        "dictate",
+        "[--file AUDIO] [--locale L] [--dictionary PATH] [--keep-fillers] [--events] [--trace] "
+        "[--seconds N]",
+        "Recognise speech the way the app does (recogniser, dictionary, filler removal) and print "
+        "the text: from AUDIO (any file FFmpeg reads), or from the default microphone until "
+        "Enter, Ctrl+C or N seconds, showing the partial text on standard error. --locale "
+        "defaults to ja-JP; --events writes every partial and final result to standard error as "
+        "one JSON object per line; --trace adds the recogniser's trace lines.",
+        ArgumentParser()
+            .option("--file")
+            .option("--locale")
+            .option("--dictionary")
+            .option("--seconds")
+            .flag("--keep-fillers")
+            .flag("--events")
+            .flag("--trace"),
+        runDictate,
+    });
+}
+
+}  // namespace kelvo::cli

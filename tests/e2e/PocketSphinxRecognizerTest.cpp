@@ -1,0 +1,195 @@
+// PocketSphinxRecognizer with Debian's en-US model on flite speech: the text does not depend on
+// when the next request starts after a final (audio appended meanwhile belongs to the next
+// segment), and the model stays loaded between dictations until the idle timer of the injected
+// clock releases it.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "fakes/FakeClock.h"
+#include "platform/linux/PocketSphinxModelLocator.h"
+#include "platform/linux/PocketSphinxRecognizer.h"
+#include "tests/core/TemporaryFolder.h"
+#include "tests/e2e/SpokenEnglish.h"
+
+namespace kelvo {
+namespace {
+
+using platform::PocketSphinxRecognizer;
+using platform::SegmentRecognitionTask;
+
+std::vector<std::int16_t> rawSamples(const std::filesystem::path& wav) {
+    const auto raw = wav.parent_path() / "samples.raw";
+    testing::runShell("sox " + testing::quoted(wav) + " -t raw -e signed -b 16 " +
+                      testing::quoted(raw));
+    std::ifstream in(raw, std::ios::binary);
+    std::vector<std::int16_t> samples;
+    for (std::int16_t sample = 0; in.read(reinterpret_cast<char*>(&sample), sizeof sample);) {
+        samples.push_back(sample);
+    }
+    return samples;
+}
+
+// The times the recogniser has decoded the end of a dictation's audio.
+struct EndsDecoded {
+    std::mutex mutex;
+    std::condition_variable changed;
+    int count = 0;
+
+    void add() {
+        const std::lock_guard lock(mutex);
+        ++count;
+        changed.notify_all();
+    }
+    bool waitFor(int wanted) {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, std::chrono::seconds(120), [&] { return count >= wanted; });
+    }
+};
+
+// Drives a recogniser as SpeechService does: a request, its results, a new request after each
+// final, either at once from the result handler or when the test says so.
+class Dictation {
+  public:
+    Dictation(PocketSphinxRecognizer& recognizer, bool restartAtOnce)
+        : recognizer_(recognizer), restartAtOnce_(restartAtOnce) {}
+
+    void startRequest() {
+        auto task = recognizer_.start(
+            {}, [this](const std::optional<SegmentRecognitionTask::Result>& result,
+                       const std::optional<SegmentRecognitionTask::Error>& error) {
+                const bool isFinal = result && result->isFinal;
+                {
+                    const std::lock_guard lock(mutex_);
+                    if (isFinal) {
+                        finals_.push_back(result->text);
+                    }
+                    if (isFinal || error) {
+                        ++ended_;
+                        changed_.notify_all();
+                    }
+                }
+                if (isFinal && restartAtOnce_) {
+                    startRequest();
+                }
+            });
+        const std::lock_guard lock(mutex_);
+        task_ = std::move(task);
+    }
+
+    void append(const std::vector<std::int16_t>& samples) {
+        for (std::size_t offset = 0; offset < samples.size(); offset += 4096) {
+            current()->appendAudio(std::span(samples.data() + offset,
+                                             std::min<std::size_t>(4096, samples.size() - offset)));
+        }
+    }
+    void endAudio() { current()->endAudio(); }
+    void cancel() { current()->cancel(); }
+
+    // The recogniser has decoded the end of the audio (its endOfAudioDecoded callback).
+    void endDecoded() {
+        const std::lock_guard lock(mutex_);
+        endDecoded_ = true;
+        changed_.notify_all();
+    }
+    // Waits until `count` requests have ended (with a final or an error) or the end of the audio
+    // has been decoded; true for the latter.
+    bool waitForEndedOrEndDecoded(int count) {
+        std::unique_lock lock(mutex_);
+        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(120),
+                                      [&] { return ended_ >= count || endDecoded_; }));
+        return endDecoded_;
+    }
+    std::string text() {
+        const std::lock_guard lock(mutex_);
+        std::string joined;
+        for (const auto& final : finals_) {
+            joined += final;
+        }
+        return joined;
+    }
+
+  private:
+    std::shared_ptr<SegmentRecognitionTask> current() {
+        const std::lock_guard lock(mutex_);
+        return task_;
+    }
+
+    PocketSphinxRecognizer& recognizer_;
+    const bool restartAtOnce_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::shared_ptr<SegmentRecognitionTask> task_;
+    std::vector<std::string> finals_;
+    int ended_ = 0;
+    bool endDecoded_ = false;
+};
+
+TEST(PocketSphinxRecognizer,
+     TextDoesNotDependOnWhenTheNextRequestStartsAndTheModelIsKeptUntilIdle) {
+    const auto model =
+        platform::PocketSphinxModelLocator({"/usr/share/pocketsphinx/model"}).find("en-US");
+    ASSERT_TRUE(model.has_value()) << "pocketsphinx-en-us is installed by scripts/install-deps";
+    testing::TemporaryFolder folder;
+    const std::string said =
+        testing::speak({"please send the report to my office before noon",
+                        "i would like a glass of water", "turn off the lights in the kitchen"},
+                       folder.path() / "speech.wav");
+    const auto samples = rawSamples(folder.path() / "speech.wav");
+
+    test::FakeClock clock;
+    EndsDecoded endsDecoded;
+    PocketSphinxRecognizer recognizer(*model, clock, std::chrono::minutes(10),
+                                      [&] { endsDecoded.add(); });
+    EXPECT_FALSE(recognizer.isModelLoaded());
+
+    // As fast as can be: the next request starts inside the final's handler.
+    Dictation atOnce(recognizer, true);
+    atOnce.startRequest();
+    atOnce.append(samples);
+    atOnce.endAudio();
+    ASSERT_TRUE(endsDecoded.waitFor(1));
+    atOnce.cancel();
+
+    // As late as can be: all the audio and its end go to the first request, and each next request
+    // starts only after the last one has ended. A recogniser of its own, as the decoder adapts to
+    // the channel (cepstral mean) over the dictations it has heard.
+    Dictation* lateDictation = nullptr;
+    PocketSphinxRecognizer lateRecognizer(*model, clock, std::chrono::minutes(10),
+                                          [&] { lateDictation->endDecoded(); });
+    Dictation late(lateRecognizer, false);
+    lateDictation = &late;
+    late.startRequest();
+    late.append(samples);
+    late.endAudio();
+    for (int ended = 1; !late.waitForEndedOrEndDecoded(ended); ++ended) {
+        late.startRequest();
+    }
+    late.cancel();
+
+    const double wer = testing::wordErrorRate(said, atOnce.text());
+    std::cout << "word error rate " << wer * 100 << " %: " << atOnce.text() << "\n";
+    EXPECT_LT(wer, 0.25);
+    EXPECT_EQ(late.text(), atOnce.text());
+
+    // Kept between dictations; released by the idle timer, not before.
+    EXPECT_TRUE(recognizer.isModelLoaded());
+    clock.advance(std::chrono::minutes(9));
+    EXPECT_TRUE(recognizer.isModelLoaded());
+    clock.advance(std::chrono::minutes(2));
+    for (int i = 0; i < 1200 && recognizer.isModelLoaded(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_FALSE(recognizer.isModelLoaded());
+}
+
+}  // namespace
+}  // namespace kelvo

@@ -70,21 +70,19 @@ struct Signal {
 using Signals = Channel<Signal>;
 
 /// Trace lines travel to the main thread with the other signals, so standard error is written
-/// from one thread only.
+/// from one thread only (and the loop sees recognition errors).
 class SignalTraceOutput final : public platform::TraceOutput {
   public:
-    SignalTraceOutput(std::shared_ptr<Signals> signals, bool enabled)
-        : signals_(std::move(signals)), enabled_(enabled) {}
+    explicit SignalTraceOutput(std::shared_ptr<Signals> signals) : signals_(std::move(signals)) {}
     void write(std::string_view line) override {
-        if (enabled_) {
-            signals_->send(Signal{Signal::Kind::trace, {}, std::string(line)});
-        }
+        signals_->send(Signal{Signal::Kind::trace, {}, std::string(line)});
     }
 
   private:
     std::shared_ptr<Signals> signals_;
-    bool enabled_;
 };
+
+constexpr std::string_view kRecognitionErrorTrace = "[SpeechService] Recognition error: ";
 
 std::optional<double> secondsOption(const ParsedArguments& arguments) {
     const auto text = arguments.value("--seconds");
@@ -224,7 +222,7 @@ class Dictation {
         : options_(options),
           diagnostics_(diagnostics),
           signals_(std::make_shared<Signals>()),
-          trace_(signals_, options.trace),
+          trace_(signals_),
           recognizers_(platform::PocketSphinxModelLocator::standard(dataHome(environment)), clock_,
                        platform::PocketSphinxModelLocator::systemLocale(),
                        platform::PocketSphinxRecognizer::defaultIdleRelease,
@@ -262,7 +260,11 @@ class Dictation {
         if (failure) {
             std::rethrow_exception(failure);
         }
-        return confirmed_ + partial_;
+        std::string text = confirmed_ + partial_;
+        if (text.empty() && recognitionError_) {
+            throw Error("speech recognition failed: " + *recognitionError_);
+        }
+        return text;
     }
 
   private:
@@ -331,8 +333,13 @@ class Dictation {
                     show(signal->event);
                     break;
                 case Signal::Kind::trace:
-                    clearLiveLine();
-                    diagnostics_ << signal->line << std::endl;
+                    if (signal->line.starts_with(kRecognitionErrorTrace)) {
+                        recognitionError_ = signal->line.substr(kRecognitionErrorTrace.size());
+                    }
+                    if (options_.trace) {
+                        clearLiveLine();
+                        diagnostics_ << signal->line << std::endl;
+                    }
                     break;
                 case Signal::Kind::stopRequested:
                     if (!audioEnded_ && capture_) {
@@ -450,6 +457,7 @@ class Dictation {
     bool audioDecoded_ = false;
     bool stopped_ = false;
     bool liveLineShown_ = false;
+    std::optional<std::string> recognitionError_;
     std::string confirmed_;
     std::string partial_;
 };

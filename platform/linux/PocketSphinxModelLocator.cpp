@@ -55,10 +55,20 @@ bool endsWith(const std::string& text, std::string_view suffix) {
 
 }  // namespace
 
-bool PocketSphinxModel::isComplete() const {
+namespace {
+
+// PocketSphinx ends the whole process on a model file it cannot parse, so the obvious damage (a
+// missing or empty file) is caught here, before a load is attempted.
+bool isNonEmptyFile(const fs::path& file) {
     std::error_code error;
-    return fs::is_regular_file(acousticModel / "mdef", error) &&
-           fs::is_regular_file(dictionary, error) && fs::is_regular_file(languageModel, error);
+    return fs::is_regular_file(file, error) && fs::file_size(file, error) > 0 && !error;
+}
+
+}  // namespace
+
+bool PocketSphinxModel::isComplete() const {
+    return isNonEmptyFile(acousticModel / "mdef") && isNonEmptyFile(dictionary) &&
+           isNonEmptyFile(languageModel);
 }
 
 PocketSphinxModelLocator::PocketSphinxModelLocator(std::vector<fs::path> roots)
@@ -91,7 +101,8 @@ std::optional<PocketSphinxModel> PocketSphinxModelLocator::modelIn(const fs::pat
             model.languageModel = entry;
         }
     }
-    if (model.acousticModel.empty() || model.dictionary.empty() || model.languageModel.empty()) {
+    if (model.acousticModel.empty() || model.dictionary.empty() || model.languageModel.empty() ||
+        !model.isComplete()) {
         return std::nullopt;
     }
     return model;

@@ -9,7 +9,8 @@
 //
 // A model folder holds one acoustic model folder (any name; the one that contains "mdef"), one
 // pronunciation dictionary "*.dict" and one n-gram language model "*.lm.bin" (a phone-loop
-// "*-phone.lm.bin" beside it is ignored); when there are several, the first by name is taken.
+// "*-phone.lm.bin" beside it is ignored); when there are several, the first by name is taken. A
+// folder with a missing or empty file holds no model (PocketSphinx would end the process on it).
 // Folder names match locales without regard to case or to "-" versus "_" ("en-us" serves en-US);
 // a folder named by the language alone ("ja") serves every region of that language. A locale with
 // no such folder has no model: there is no fallback to another language here (SpeechService asks

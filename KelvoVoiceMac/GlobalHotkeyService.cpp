@@ -3,15 +3,16 @@
 #include <string>
 
 #include "KelvoVoiceMac/ClockSleep.h"
+#include "KelvoVoiceMac/DictationTrigger.h"
 #include "platform/LogFormat.h"
 
 namespace kelvo::app {
 namespace {
 
-constexpr const char* kStartTrigger = "fn";
-constexpr const char* kHoldTrigger = "fn-hold";
-constexpr const char* kToggleOffTrigger = "fn-toggle-off";
-constexpr const char* kTapTrigger = "fn-tap";
+constexpr const char* kStartTrigger = DictationTrigger::fnPress;
+constexpr const char* kHoldTrigger = DictationTrigger::fnHold;
+constexpr const char* kToggleOffTrigger = DictationTrigger::fnToggleOff;
+constexpr const char* kTapTrigger = DictationTrigger::fnTap;
 
 }  // namespace
 

@@ -4,13 +4,14 @@
 #include <utility>
 
 #include "KelvoVoiceMac/ClockSleep.h"
+#include "KelvoVoiceMac/DictationTrigger.h"
 #include "platform/LogFormat.h"
 
 namespace kelvo::app {
 namespace {
 
-constexpr const char* kMenuTrigger = "menu";
-constexpr const char* kHoldTrigger = "fn-hold";
+constexpr const char* kMenuTrigger = DictationTrigger::menu;
+constexpr const char* kHoldTrigger = DictationTrigger::fnHold;
 constexpr const char* kFailedToStartPrefix = "[KelvoVoice] Failed to start dictation: ";
 constexpr const char* kPartialPrefix = "[Partial] ";
 constexpr const char* kFinalPrefix = "[Final] ";
@@ -214,7 +215,7 @@ QCoro::Task<> MenuBarManager::runStartTask() {
     }
 }
 
-QCoro::Task<> MenuBarManager::consumeEvents(std::shared_ptr<Channel<TranscriptionEvent>> events) {
+OwnedTask MenuBarManager::consumeEvents(std::shared_ptr<Channel<TranscriptionEvent>> events) {
     while (auto event = co_await events->next()) {
         if (event->kind == TranscriptionEvent::Kind::partial) {
             partialText_ = event->text;

@@ -27,6 +27,7 @@
 #include "KelvoVoiceMac/DictationRecognizer.h"
 #include "KelvoVoiceMac/DictationRequestHandler.h"
 #include "KelvoVoiceMac/DictationTextInserter.h"
+#include "KelvoVoiceMac/OwnedTask.h"
 #include "KelvoVoiceMac/RecordingState.h"
 #include "KelvoVoiceMac/StatusItemPresenter.h"
 #include "KelvoVoiceMac/TranscriptionEvent.h"
@@ -113,7 +114,7 @@ class MenuBarManager final : public DictationRequestHandler {
     static platform::Clock::Duration drainWaitFor(const std::string& trigger);
 
     QCoro::Task<> runStartTask();
-    QCoro::Task<> consumeEvents(std::shared_ptr<Channel<TranscriptionEvent>> events);
+    OwnedTask consumeEvents(std::shared_ptr<Channel<TranscriptionEvent>> events);
     QCoro::Task<> finish(platform::Clock::Duration drainWait, bool discarding);
     QCoro::Task<> runFinishTask(platform::Clock::Duration drainWait, bool discarding);
     QCoro::Task<> runPasteLastText(std::string text);
@@ -131,7 +132,8 @@ class MenuBarManager final : public DictationRequestHandler {
     StatusItemPresenter& statusItem_;
     FillerRemovalEngine fillerRemovalEngine_;
 
-    std::optional<QCoro::Task<>> transcriptionTask_;
+    // Owns the reader's frame, so a manager destroyed mid-dictation frees it too.
+    std::optional<OwnedTask> transcriptionTask_;
     std::string partialText_;
     std::string confirmedText_;
     std::optional<std::string> queuedStopTrigger_;

@@ -339,11 +339,16 @@ void SpeechService::startLegacyRequest(std::shared_ptr<SegmentRecognizer> recogn
     }
     const std::weak_ptr<SpeechService> weakSelf = weak_from_this();
     const std::uint64_t dictation = dictation_;
+    // The recogniser may keep its task, and the task keeps this handler: a strong reference to
+    // the recogniser here would make a cycle that is never freed.
+    const std::weak_ptr<SegmentRecognizer> weakRecognizer = recognizer;
     legacyTask_ =
-        recognizer->start(options, [weakSelf, recognizer, output, dictation](
+        recognizer->start(options, [weakSelf, weakRecognizer, output, dictation](
                                        const std::optional<SegmentRecognitionTask::Result>& result,
                                        const std::optional<SegmentRecognitionTask::Error>& error) {
-            if (std::shared_ptr<SpeechService> self = weakSelf.lock()) {
+            std::shared_ptr<SpeechService> self = weakSelf.lock();
+            std::shared_ptr<SegmentRecognizer> recognizer = weakRecognizer.lock();
+            if (self && recognizer) {
                 self->handleLegacyCallback(recognizer, output, dictation, result, error);
             }
         });

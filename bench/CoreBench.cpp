@@ -130,6 +130,26 @@ void BM_FillerRemoval(benchmark::State& state) {
 }
 BENCHMARK(BM_FillerRemoval)->Arg(300)->Arg(30000)->Unit(benchmark::kMicrosecond);
 
+// A text made only of fillers and interjections: what is left after the deletions is a long run
+// of leading marks and interjections, which must go in one cut, not one erase at a time.
+void BM_FillerRemovalOfFillersOnly(benchmark::State& state) {
+    const kelvo::FillerRemovalEngine engine;
+    const auto targetBytes = static_cast<std::size_t>(state.range(0)) * 1024 * 1024;
+    std::string text;
+    while (text.size() < targetBytes) {
+        text += "あ、えーと、あっ、。";
+    }
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(engine.removeFillers(text));
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+BENCHMARK(BM_FillerRemovalOfFillersOnly)
+    ->Arg(1)
+    ->Arg(12)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+
 void BM_HistoryAppendWhenFull(benchmark::State& state) {
     const BenchFolder folder;
     kelvo::JSONHistoryStore store(folder.path() / "history.json");

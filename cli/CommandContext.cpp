@@ -7,14 +7,24 @@
 #include "cli/DataLocations.h"
 #include "core/services/JsonFile.h"
 #include "core/support/Error.h"
+#include "core/support/Utf8.h"
 
 namespace kelvo::cli {
 
 std::string CommandContext::textArgument(const ParsedArguments& arguments) {
+    // The text engines work on UTF-8; other bytes are refused here, as a JSON input refuses them,
+    // instead of being half-decoded into replacement characters.
     if (auto text = arguments.positional(0)) {
+        if (!isValidUtf8(*text)) {
+            throw DecodingError("TEXT is not valid UTF-8");
+        }
         return std::move(*text);
     }
-    return readAllInput();
+    std::string text = readAllInput();
+    if (!isValidUtf8(text)) {
+        throw DecodingError("standard input is not valid UTF-8");
+    }
+    return text;
 }
 
 std::string CommandContext::readAllInput() {

@@ -5,6 +5,13 @@ if(KELVO_WARNINGS_AS_ERRORS)
   target_compile_options(kelvo_warnings INTERFACE -Werror)
 endif()
 
+# Every unit test executable (the ones under tests/core, tests/cli and tests/app that need no
+# headless session) is a dependency of this target and carries the label "unit", so that the
+# sanitizer preset builds and runs exactly those and nothing else (no app, no benchmarks, no e2e).
+if(NOT TARGET kelvo_unit_tests)
+  add_custom_target(kelvo_unit_tests)
+endif()
+
 # add_kelvo_test(NAME name SOURCES ... LIBS ... [LABELS ...] [ENVIRONMENT ...] [HEADLESS_SESSION])
 # One executable per call; GoogleTest cases are registered with CTest one by one. With
 # HEADLESS_SESSION the whole executable is one CTest test run inside scripts/headless-session
@@ -14,6 +21,10 @@ function(add_kelvo_test)
   add_executable(${T_NAME} ${T_SOURCES})
   target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} GTest::gmock GTest::gtest_main kelvo_warnings)
   set(props "")
+  if(NOT T_HEADLESS_SESSION AND CMAKE_CURRENT_SOURCE_DIR MATCHES "/tests/(core|cli|app)$")
+    list(APPEND T_LABELS unit)
+    add_dependencies(kelvo_unit_tests ${T_NAME})
+  endif()
   if(T_LABELS)
     list(APPEND props LABELS "${T_LABELS}")
   endif()

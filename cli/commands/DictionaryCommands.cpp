@@ -33,10 +33,11 @@ void runAdd(const ParsedArguments& arguments, CommandContext& context) {
 
     const std::filesystem::path file = context.dictionaryFile(arguments);
     const auto store = openDictionaryStore(file);
-    std::vector<DictionaryEntry> entries = store->loadEntries();
-    entries.push_back(entry);
+    // A damaged dictionary fails here, before any folder is created.
+    store->loadEntries();
     createParentFolder(file);
-    store->saveEntries(entries);
+    store->updateEntries(
+        [&entry](std::vector<DictionaryEntry>& entries) { entries.push_back(entry); });
     context.writeJson(Json(entry));
 }
 
@@ -49,14 +50,14 @@ void runRemove(const ParsedArguments& arguments, CommandContext& context) {
     const std::string id = isUuid(requested) ? canonicalUuid(requested) : requested;
 
     const auto store = openDictionaryStore(context.dictionaryFile(arguments));
-    std::vector<DictionaryEntry> entries = store->loadEntries();
-    const auto found = std::find_if(entries.begin(), entries.end(),
-                                    [&](const DictionaryEntry& entry) { return entry.id == id; });
-    if (found == entries.end()) {
+    const auto hasId = [&id](const DictionaryEntry& entry) { return entry.id == id; };
+    const std::vector<DictionaryEntry> entries = store->loadEntries();
+    if (std::none_of(entries.begin(), entries.end(), hasId)) {
         throw Error("no dictionary entry with ID " + requested);
     }
-    entries.erase(found);
-    store->saveEntries(entries);
+    // The list is read again under the lock: an entry another process added meanwhile stays.
+    store->updateEntries(
+        [&hasId](std::vector<DictionaryEntry>& stored) { std::erase_if(stored, hasId); });
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "core/engines/MockTranscriptionService.h"
 #include "core/engines/VoiceInputEngine.h"
 #include "core/services/JSONHistoryStore.h"
+#include "core/support/Utf8.h"
 
 namespace kelvo::cli {
 
@@ -82,8 +83,18 @@ void runProcess(const ParsedArguments& arguments, CommandContext& context) {
     // command with nothing written anywhere.
     auto dictionary = openCorrectionEngine(context.dictionaryFile(arguments));
     createParentFolder(historyFile);
+    std::ostream& diagnostics = context.diagnostics();
+    auto history = std::make_shared<JSONHistoryStore>(
+        historyFile,
+        [&diagnostics](const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
+                       const std::string& reason) {
+            diagnostics << "kelvo: the history " << visibleText(damaged.string())
+                        << " could not be read (" << visibleText(reason, 300)
+                        << "); it was moved to " << visibleText(movedTo.string())
+                        << " and a new history was started\n";
+        });
     VoiceInputEngine engine(services.transcription, services.textProcessing, std::move(dictionary),
-                            std::make_shared<JSONHistoryStore>(historyFile));
+                            std::move(history));
     context.writeJson(Json(engine.process(request)));
 }
 

@@ -6,6 +6,7 @@
 #include "core/engines/MarkdownFormatter.h"
 #include "core/services/LocalFolderSaveAdapter.h"
 #include "core/services/VaultBrowser.h"
+#include "core/support/Utf8.h"
 #include "core/support/Uuid.h"
 
 namespace kelvo::cli {
@@ -45,7 +46,8 @@ VaultBrowser browserOf(const ParsedArguments& arguments) {
 
 void writePaths(CommandContext& context, const std::vector<VaultEntry>& entries) {
     for (const VaultEntry& entry : entries) {
-        context.writeText(entry.relativePath);
+        // A file name may hold any byte but "/" and NUL; the terminal must not obey it.
+        context.writeText(visibleText(entry.relativePath));
     }
 }
 

@@ -18,6 +18,14 @@ constexpr std::array<std::string_view, 5> kSentenceBoundaries{"。", "、", "！
 constexpr std::string_view kComma = "、";
 constexpr std::string_view kFullStop = "。";
 
+// Whether `text` from byte `at` on starts with `prefix` as whole characters. Whether a character
+// ends after the prefix depends only on the code point that follows, so a short window past it
+// decides as well as the whole text would, at a cost independent of the text's length.
+bool startsWithAt(std::string_view text, std::size_t at, std::string_view prefix) {
+    constexpr std::size_t kLookahead = 16;
+    return unicode::startsWithCharacters(text.substr(at, prefix.size() + kLookahead), prefix);
+}
+
 }  // namespace
 
 const std::vector<std::string>& FillerRemovalEngine::defaultFillers() {
@@ -42,16 +50,20 @@ std::string FillerRemovalEngine::removeFillers(std::string_view input) const {
         unicode::replaceAll(text, filler, "");
     }
 
+    // Leading interjections, then (after the boundary step) leading marks, are counted from the
+    // front and cut once: erasing them one by one from the front is quadratic in a long run.
+    std::size_t start = 0;
     bool removedOne = true;
     while (removedOne) {
         removedOne = false;
         for (const auto interjection : kLeadingInterjections) {
-            if (unicode::startsWithCharacters(text, interjection)) {
-                text.erase(0, interjection.size());
+            if (startsWithAt(text, start, interjection)) {
+                start += interjection.size();
                 removedOne = true;
             }
         }
     }
+    text.erase(0, start);
 
     for (const auto boundary : kSentenceBoundaries) {
         for (const auto interjection : kLeadingInterjections) {
@@ -59,10 +71,11 @@ std::string FillerRemovalEngine::removeFillers(std::string_view input) const {
         }
     }
 
-    while (unicode::startsWithCharacters(text, kComma) ||
-           unicode::startsWithCharacters(text, kFullStop)) {
-        text.erase(0, kComma.size());  // both marks are three bytes in UTF-8
+    start = 0;
+    while (startsWithAt(text, start, kComma) || startsWithAt(text, start, kFullStop)) {
+        start += kComma.size();  // both marks are three bytes in UTF-8
     }
+    text.erase(0, start);
 
     unicode::replaceAll(text, "、、", "、");
     unicode::replaceAll(text, "。、", "。");

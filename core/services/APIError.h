@@ -3,15 +3,20 @@
 #include <string>
 
 #include "core/support/Error.h"
+#include "core/support/Utf8.h"
 
 namespace kelvo {
 
 /// The worker answered, but not with success. `what()` is the text shown to the user, e.g.
-/// "API error (401): unauthorized"; `statusCode()` and `body()` keep the parts for callers that
-/// react to the status. Immutable; safe to copy and read from any thread.
+/// "API error (401): unauthorized", with the body shortened to `shownBodyBytes` and its control
+/// characters escaped (a server chooses those bytes, a terminal would obey them); `statusCode()`
+/// and `body()` keep the parts, the body whole, for callers that react to them. Immutable; safe to
+/// copy and read from any thread.
 class APIError : public Error {
   public:
     enum class Case { httpError };
+
+    static constexpr std::size_t shownBodyBytes = 300;
 
     /// A status code outside 200...299 with the response body read as text.
     static APIError httpError(int statusCode, std::string body) {
@@ -24,7 +29,8 @@ class APIError : public Error {
 
   private:
     APIError(int statusCode, std::string body)
-        : Error("API error (" + std::to_string(statusCode) + "): " + body),
+        : Error("API error (" + std::to_string(statusCode) +
+                "): " + visibleText(body, shownBodyBytes)),
           statusCode_(statusCode),
           body_(std::move(body)) {}
 

@@ -16,6 +16,7 @@
 
 #include "core/models/Json.h"
 #include "core/support/AtomicFile.h"
+#include "core/support/FolderLock.h"
 
 namespace kelvo {
 
@@ -70,37 +71,12 @@ std::optional<std::string> storedData(const fs::path& file, const std::string& k
     return entry->get<std::string>();
 }
 
-/// Holds an exclusive advisory lock on the suites folder for one read-modify-write, so that two
-/// updates of different keys (threads or processes) do not undo each other.
-class SuiteFolderLock {
-  public:
-    explicit SuiteFolderLock(const fs::path& folder)
-        : fd_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        if (fd_ < 0) {
-            throw FileError("Could not open \"" + folder.string() + "\": " + std::strerror(errno));
-        }
-        while (::flock(fd_, LOCK_EX) != 0) {
-            if (errno != EINTR) {
-                const int error = errno;
-                ::close(fd_);
-                throw FileError("Could not lock \"" + folder.string() +
-                                "\": " + std::strerror(error));
-            }
-        }
-    }
-    ~SuiteFolderLock() { ::close(fd_); }
-    SuiteFolderLock(const SuiteFolderLock&) = delete;
-    SuiteFolderLock& operator=(const SuiteFolderLock&) = delete;
-
-  private:
-    int fd_;
-};
-
 /// Applies `change` to the suite's entries and writes them back atomically. Throws on failure.
 void updateSuite(const fs::path& file, const std::function<void(Json&)>& change) {
     const fs::path folder = file.parent_path();
     fs::create_directories(folder);
-    SuiteFolderLock lock(folder);
+    // Two updates of different keys (threads or processes) must not undo each other.
+    FolderLock lock(folder, file);
     Json suite = readSuite(file);
     change(suite);
     // The lock above already serialises writers; the write itself need not take it again.

@@ -1,38 +1,80 @@
 #include "core/services/JSONHistoryStore.h"
 
+#include <chrono>
+#include <ctime>
 #include <utility>
 
 #include "core/services/JsonFile.h"
 #include "core/support/AtomicFile.h"
+#include "core/support/FolderLock.h"
 
 namespace kelvo {
+namespace {
 
-JSONHistoryStore::JSONHistoryStore(std::filesystem::path fileURL) : fileURL_(std::move(fileURL)) {}
+// "history.json.damaged-20261123T184502Z" beside the file, or "...Z-2" and on when taken.
+std::filesystem::path damagedName(const std::filesystem::path& file) {
+    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    std::tm utc{};
+    ::gmtime_r(&now, &utc);
+    char stamp[32];
+    std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &utc);
+    const std::string base = file.filename().string() + ".damaged-" + stamp;
+    std::filesystem::path candidate = file.parent_path() / base;
+    for (int n = 2; jsonfile::exists(candidate); ++n) {
+        candidate = file.parent_path() / (base + "-" + std::to_string(n));
+    }
+    return candidate;
+}
+
+}  // namespace
+
+JSONHistoryStore::JSONHistoryStore(std::filesystem::path fileURL, DamagedFileObserver onDamaged)
+    : fileURL_(std::move(fileURL)), onDamaged_(std::move(onDamaged)) {}
 
 void JSONHistoryStore::appendItem(const HistoryItem& item) {
-    std::vector<HistoryItem> items;
-    if (jsonfile::exists(fileURL_)) {
+    // A linked history stays a link: the new file replaces the link's target, in its folder.
+    const std::filesystem::path target = followSymlinks(fileURL_);
+    const FolderLock lock(jsonfile::folderOf(target), fileURL_);
+    removeLeftoverTemporaryFiles(target);
+
+    // The stored records are kept as read, so members a newer version wrote survive.
+    Json stored = Json::array();
+    if (jsonfile::exists(target)) {
+        jsonfile::requireRegularFile(target, fileURL_);
         try {
-            items = jsonfile::read<std::vector<HistoryItem>>(fileURL_);
-        } catch (const Error&) {
-            items.clear();
+            stored = jsonfile::parse(fileURL_, readWholeFile(target));
+            json::Decode<std::vector<HistoryItem>>::from(stored);
+        } catch (const Error& error) {
+            // Still a fresh history, as before, but the old one is moved aside, not destroyed.
+            const std::filesystem::path movedTo = damagedName(target);
+            std::error_code renameError;
+            std::filesystem::rename(target, movedTo, renameError);
+            if (renameError) {
+                throw FileError("Could not move the damaged history \"" + fileURL_.string() +
+                                "\" aside: " + renameError.message());
+            }
+            if (onDamaged_) {
+                onDamaged_(fileURL_, movedTo, error.what());
+            }
+            stored = Json::array();
         }
     }
-    if (items.size() > maxItems) {
-        items.erase(items.begin() + maxItems, items.end());
+
+    Json items = Json::array();
+    items.push_back(Json(item));
+    for (std::size_t i = 0; i < stored.size() && items.size() < maxItems; ++i) {
+        items.push_back(std::move(stored[i]));
     }
-    items.insert(items.begin(), item);
-    if (items.size() > maxItems) {
-        items.erase(items.begin() + maxItems, items.end());
-    }
-    writeFileAtomically(fileURL_, jsonfile::prettyPrinted(Json(items)));
+    writeFileAtomically(target, jsonfile::prettyPrinted(items));
 }
 
 std::vector<HistoryItem> JSONHistoryStore::recentItems(std::size_t limit) {
-    if (!jsonfile::exists(fileURL_)) {
+    const std::filesystem::path target = followSymlinks(fileURL_);
+    if (!jsonfile::exists(target)) {
         return {};
     }
-    auto items = jsonfile::read<std::vector<HistoryItem>>(fileURL_);
+    jsonfile::requireRegularFile(target, fileURL_);
+    auto items = jsonfile::read<std::vector<HistoryItem>>(target, fileURL_);
     if (items.size() > limit) {
         items.erase(items.begin() + static_cast<std::ptrdiff_t>(limit), items.end());
     }

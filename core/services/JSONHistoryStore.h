@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "core/models/HistoryStore.h"
@@ -10,19 +12,28 @@ namespace kelvo {
 
 /// The most recent completed dictations, newest first, kept as one pretty-printed JSON array in a
 /// single file and capped at 500 records. Nothing is held in memory between calls; every write
-/// replaces the file atomically. The folder must already exist. Calls block on I/O and may run on
-/// any thread, but the store takes no lock: two appends at the same time can both read the same
-/// old file and the later write wins, so callers that must not lose records serialise appends.
+/// replaces the file atomically (a linked file stays a link: its target is replaced). The folder
+/// must already exist. Calls block on I/O and may run on any thread; an append holds an advisory
+/// lock on the folder across its read and write, so concurrent appenders (threads, processes)
+/// lose no record. Stored records are carried over as read, members unknown to this version
+/// included.
 class JSONHistoryStore : public HistoryStore {
   public:
     static constexpr std::size_t maxItems = 500;
 
-    explicit JSONHistoryStore(std::filesystem::path fileURL);
+    /// Told when an append found the history unreadable or undecodable and moved it aside.
+    using DamagedFileObserver =
+        std::function<void(const std::filesystem::path& damaged,
+                           const std::filesystem::path& movedTo, const std::string& reason)>;
+
+    explicit JSONHistoryStore(std::filesystem::path fileURL, DamagedFileObserver onDamaged = {});
 
     /// Adds `item` in front and drops what falls beyond 500 records. A history that cannot be
     /// read or decoded is treated as empty on purpose, so a damaged file never blocks recording
-    /// new dictations (it is replaced by one holding only `item`). Throws FileError when the new
-    /// file cannot be written; the previous file then stays.
+    /// new dictations: it is moved aside first ("history.json.damaged-<UTC time>" beside it,
+    /// reported once to `onDamaged`) and a file holding only `item` takes its place. Throws
+    /// FileError when something other than a regular file is there, or when the damaged file
+    /// cannot be moved or the new one written; the previous file then stays.
     void appendItem(const HistoryItem& item) override;
 
     /// The first `limit` records, newest first. A missing file is an empty history. Unlike
@@ -34,6 +45,7 @@ class JSONHistoryStore : public HistoryStore {
 
   private:
     const std::filesystem::path fileURL_;
+    const DamagedFileObserver onDamaged_;
 };
 
 }  // namespace kelvo

@@ -141,6 +141,22 @@ std::string prettyPrinted(const Json& value) {
     return out;
 }
 
+void requireRegularFile(const std::filesystem::path& path, const std::filesystem::path& shownAs) {
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (error || std::filesystem::is_regular_file(status)) {
+        return;  // a missing or unreadable file is reported by whoever reads it
+    }
+    throw FileError("\"" + shownAs.string() + "\" " +
+                    (std::filesystem::is_directory(status)
+                         ? "is a folder, not a data file"
+                         : "is not a regular file (a FIFO or a device); refusing to use it"));
+}
+
+std::filesystem::path folderOf(const std::filesystem::path& file) {
+    return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+}
+
 bool exists(const std::filesystem::path& path) {
     std::error_code error;
     const auto status = std::filesystem::status(path, error);

@@ -18,15 +18,24 @@ Json parse(const std::filesystem::path& path, std::string_view data);
 
 /// Reads and decodes a whole file as T. Throws FileError when it cannot be read and DecodingError
 /// "<path>: <what is wrong>" when it is not valid JSON or does not fit T.
+/// Errors name `shownAs` (the path the user gave, when `path` is where its link points).
 template <typename T>
-T read(const std::filesystem::path& path) {
-    const Json document = parse(path, readWholeFile(path));
+T read(const std::filesystem::path& path, const std::filesystem::path& shownAs = {}) {
+    const std::filesystem::path& name = shownAs.empty() ? path : shownAs;
+    const Json document = parse(name, readWholeFile(path));
     try {
         return json::Decode<T>::from(document);
     } catch (const DecodingError& error) {
-        throw DecodingError(path.string() + ": " + error.what());
+        throw DecodingError(name.string() + ": " + error.what());
     }
 }
+
+/// Throws FileError naming `shownAs` when something other than a regular file (a FIFO, a device,
+/// a folder) is at `path`: such a thing is never read, replaced or moved aside.
+void requireRegularFile(const std::filesystem::path& path, const std::filesystem::path& shownAs);
+
+/// The folder holding `file` ("." for a bare name).
+std::filesystem::path folderOf(const std::filesystem::path& file);
 
 /// Two-space indented JSON; non-ASCII text is written as UTF-8, not escaped. Malformed UTF-8 in
 /// a text is written as U+FFFD rather than failing, as such text cannot be typed in the first

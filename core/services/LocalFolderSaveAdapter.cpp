@@ -116,6 +116,11 @@ bool somethingExistsAt(const fs::path& path) {
     return status.type() != fs::file_type::not_found && status.type() != fs::file_type::none;
 }
 
+// File systems accept names of up to 255 bytes. The longest name made from a title is
+// "yyyy-MM-dd-HHmm" + "-" + title + "-" + Unix seconds (at most 20 digits) + ".md".
+constexpr std::size_t kMaximumFileNameBytes = 255;
+constexpr std::size_t kMaximumTitleBytes = kMaximumFileNameBytes - 15 - 1 - 21 - 3;
+
 std::string cleanedTitle(std::string_view title) {
     std::string cleaned;
     cleaned.reserve(title.size());
@@ -128,7 +133,8 @@ std::string cleanedTitle(std::string_view title) {
                                       cleaned.append(title.substr(offset, length));
                                   }
                               });
-    return cleaned;
+    // Cut at a character boundary, so a long title still saves and its name stays valid text.
+    return std::string(unicode::characterPrefixWithinBytes(cleaned, kMaximumTitleBytes));
 }
 
 void appendFrontmatterEntry(std::string& text, const std::string& key,

@@ -127,19 +127,28 @@ TransportError::Kind transportErrorKind(CURLcode code) {
     }
 }
 
-size_t appendToBody(char* data, size_t size, size_t count, void* userData) {
-    try {
-        static_cast<std::string*>(userData)->append(data, size * count);
-        return size * count;
-    } catch (...) {
-        return 0;  // makes curl abort the transfer with CURLE_WRITE_ERROR
-    }
-}
-
 struct HttpAnswer {
     long statusCode = 0;  // 0 when the answer was not an HTTP response
     std::string body;
+    // Where a 3xx answer pointed; never followed.
+    std::string redirectTarget;
+    bool tooLarge = false;
 };
+
+size_t appendToBody(char* data, size_t size, size_t count, void* userData) {
+    auto& answer = *static_cast<HttpAnswer*>(userData);
+    const std::size_t bytes = size * count;
+    if (bytes > WorkerAPIClient::maximumAnswerBytes - answer.body.size()) {
+        answer.tooLarge = true;
+        return 0;  // makes curl abort the transfer with CURLE_WRITE_ERROR
+    }
+    try {
+        answer.body.append(data, bytes);
+        return bytes;
+    } catch (...) {
+        return 0;
+    }
+}
 
 // `body` is handed to curl by pointer, not copied: it must outlive the call, which it does.
 HttpAnswer postRequest(const std::string& url, const HeaderMap& headers, const std::string& body,
@@ -176,33 +185,66 @@ HttpAnswer postRequest(const std::string& url, const HeaderMap& headers, const s
     CURL* const h = handle.get();
     curl_easy_setopt(h, CURLOPT_URL, url.c_str());
     curl_easy_setopt(h, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(h, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, 1L);
+    // The token and the dictated words go only to the endpoint the user named: a redirect is
+    // reported, never followed (following could hand them to another host or drop to http).
+    curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, 0L);
     curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(h, CURLOPT_HTTPHEADER, headerList.get());
     curl_easy_setopt(h, CURLOPT_POSTFIELDS, body.data());
     curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     curl_easy_setopt(h, CURLOPT_TIMEOUT_MS, timeoutMilliseconds(timeoutSeconds));
     curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, &appendToBody);
-    curl_easy_setopt(h, CURLOPT_WRITEDATA, &answer.body);
+    curl_easy_setopt(h, CURLOPT_WRITEDATA, &answer);
     curl_easy_setopt(h, CURLOPT_ERRORBUFFER, errorBuffer);
 
     const CURLcode code = curl_easy_perform(h);
+    if (answer.tooLarge) {
+        throw DecodingError("The worker's answer is larger than " +
+                            std::to_string(WorkerAPIClient::maximumAnswerBytes / (1024 * 1024)) +
+                            " MB; a transcript is never that large, so it was refused");
+    }
     if (code != CURLE_OK) {
         const std::string message = errorBuffer[0] != '\0' ? errorBuffer : curl_easy_strerror(code);
         throw TransportError(transportErrorKind(code), code, message);
     }
     curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &answer.statusCode);
+    const char* redirect = nullptr;
+    if (curl_easy_getinfo(h, CURLINFO_REDIRECT_URL, &redirect) == CURLE_OK && redirect) {
+        answer.redirectTarget = redirect;
+    }
     return answer;
 }
 
-void checkStatus(const HttpAnswer& answer) {
+// Every occurrence of `secret` in `text` replaced, so that a server echoing the token back does
+// not get it printed or logged. A "token" of a few letters is no secret worth mangling every
+// word that contains it for.
+void redact(std::string& text, const std::string& secret) {
+    if (secret.size() < 4) {
+        return;
+    }
+    static constexpr std::string_view kHidden = "[token hidden]";
+    for (std::size_t at = text.find(secret); at != std::string::npos;
+         at = text.find(secret, at + kHidden.size())) {
+        text.replace(at, secret.size(), kHidden);
+    }
+}
+
+void checkStatus(const HttpAnswer& answer, const std::string& authToken,
+                 const std::optional<std::string>& deviceToken) {
     if (answer.statusCode == 0 || (answer.statusCode >= 200 && answer.statusCode <= 299)) {
         return;
     }
-    throw APIError::httpError(
-        static_cast<int>(answer.statusCode),
-        isValidUtf8(answer.body) ? answer.body : std::string(kUnknownErrorBody));
+    std::string body = isValidUtf8(answer.body) ? answer.body : std::string(kUnknownErrorBody);
+    if (answer.statusCode >= 300 && answer.statusCode <= 399) {
+        body = "redirect to " +
+               (answer.redirectTarget.empty() ? "an unnamed target" : answer.redirectTarget) +
+               " not followed";
+    }
+    redact(body, authToken);
+    if (deviceToken) {
+        redact(body, *deviceToken);
+    }
+    throw APIError::httpError(static_cast<int>(answer.statusCode), std::move(body));
 }
 
 template <typename Record>
@@ -345,7 +387,7 @@ TranscribeResponse WorkerAPIClient::transcribe(const std::filesystem::path& audi
     const std::string body = buildMultipartBody(audioFileURL, boundary, model, language, prompt);
 
     const HttpAnswer answer = postRequest(url, headers, body, transcribeTimeout_);
-    checkStatus(answer);
+    checkStatus(answer, authToken_, deviceToken_);
     return decodeBody<TranscribeResponse>(answer.body);
 }
 
@@ -375,7 +417,7 @@ std::string WorkerAPIClient::process(const std::string& text, const std::string&
     }
 
     const HttpAnswer answer = postRequest(url, headers, body, processTimeout_);
-    checkStatus(answer);
+    checkStatus(answer, authToken_, deviceToken_);
     return decodeBody<ProcessResponse>(answer.body).text;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -12,15 +13,22 @@ namespace kelvo {
 /// HTTP client of the transcription and text-processing worker: `transcribe` uploads an audio
 /// file as a multipart form, `process` sends text as JSON. Both block until the worker has
 /// answered, the call's time limit has run out or the transfer failed, and throw:
-/// `APIError` for an answer outside 2xx, `TransportError` when no answer could be had,
-/// `DecodingError` for a body that is not the expected JSON, `FileError` when the audio file
+/// `APIError` for an answer outside 2xx (a redirect included: it is never followed, so the token
+/// and the text reach no other host; the error names its target), `TransportError` when no
+/// answer could be had, `DecodingError` for a body that is not the expected JSON or larger than
+/// `maximumAnswerBytes`, `FileError` when the audio file
 /// cannot be read (nothing is sent then) and `EncodingError` when the text cannot become JSON.
 ///
 /// Immutable after construction and holding no shared transfer state (one libcurl handle per
 /// call), so one client may be shared and called from several threads at once. The tokens are
-/// sent only in request headers; the client never logs or prints anything.
+/// sent only in request headers and are hidden in the error text when a server echoes them; the
+/// client never logs or prints anything.
 class WorkerAPIClient {
   public:
+    /// A transcript or a rewritten text is small; an answer past this size is refused as an
+    /// error instead of being read into memory and kept.
+    static constexpr std::size_t maximumAnswerBytes = 4 * 1024 * 1024;
+
     /// `baseURL` is the worker's endpoint ("https://host/v1" or "https://host/v1/"); "transcribe"
     /// and "process" are appended to it as path components. A non-empty `deviceToken` is sent
     /// instead of the bearer `authToken`. The time limits are whole-call limits in seconds.

@@ -154,6 +154,23 @@ std::string_view characterPrefix(std::string_view text, std::size_t count) {
     return text.substr(0, static_cast<std::size_t>(end));
 }
 
+std::string_view characterPrefixWithinBytes(std::string_view text, std::size_t maximumBytes) {
+    if (text.size() <= maximumBytes) {
+        return text;
+    }
+    CharacterBreaks breaks(text);
+    if (breaks.ok()) {
+        // The last character boundary at or before maximumBytes.
+        const int32_t end = breaks.iterator().preceding(static_cast<int32_t>(maximumBytes + 1));
+        return text.substr(0, end == icu::BreakIterator::DONE ? 0 : static_cast<std::size_t>(end));
+    }
+    std::size_t end = maximumBytes;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
+        --end;  // never inside a UTF-8 sequence
+    }
+    return text.substr(0, end);
+}
+
 std::string_view trimSpacesAndTabs(std::string_view text) {
     while (!text.empty() && isSpaceOrTab(text.front())) {
         text.remove_prefix(1);

@@ -27,6 +27,9 @@ std::size_t characterCount(std::string_view text);
 /// The first `count` user-perceived characters of `text` (all of it when shorter).
 std::string_view characterPrefix(std::string_view text, std::size_t count);
 
+/// The longest prefix of whole user-perceived characters that fits in `maximumBytes` bytes.
+std::string_view characterPrefixWithinBytes(std::string_view text, std::size_t maximumBytes);
+
 /// Removes spaces (U+0020) and tabs (U+0009) from both ends.
 std::string_view trimSpacesAndTabs(std::string_view text);
 

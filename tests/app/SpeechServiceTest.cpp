@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <atomic>
 
 #include <QCoroTask>
 #include <chrono>
@@ -265,8 +266,9 @@ TEST_F(SpeechServiceTest, StoppingTheAnalyzerDeliversOutstandingFinalsBeforeTheS
     transcriber->pushResult("明日の", false);
     audio->send(buffer(4096));
     audio->close();  // capture stops first
+    // Read while the service still holds the transcriber: stop() frees it.
+    EXPECT_TRUE(waitUntil([&] { return transcriber->inputFinished(); }));
     stop();
-    EXPECT_TRUE(transcriber->inputFinished());
     EXPECT_EQ(drainEvents(*events),
               (std::vector<TranscriptionEvent>{TranscriptionEvent::partial("明日の"),
                                                TranscriptionEvent::final_("明日の会議の"),
@@ -276,15 +278,16 @@ TEST_F(SpeechServiceTest, StoppingTheAnalyzerDeliversOutstandingFinalsBeforeTheS
 }
 
 TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
-    // Finalisation fails: traced, the analyser is cancelled, stop completes.
-    engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
+    // Finalisation fails: traced, the analyser is cancelled, stop completes (and frees it).
+    std::atomic<bool> cancelled = false;
+    engine.configureTranscriber = [&cancelled](FakeModelTranscriber& transcriber) {
         transcriber.finalizeFailure = "decoder state lost";
+        transcriber.onCancel = [&cancelled] { cancelled = true; };
     };
     start();
-    FakeModelTranscriber* transcriber = engine.transcriber();
     audio->close();
     stop();
-    EXPECT_TRUE(transcriber->wasCancelled());
+    EXPECT_TRUE(cancelled);
     EXPECT_TRUE(
         trace.contains("[SpeechService] SpeechAnalyzer finalize failed: decoder state lost"));
     EXPECT_TRUE(drainEvents(*events).empty());

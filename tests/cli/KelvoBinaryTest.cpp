@@ -202,18 +202,10 @@ TEST_F(KelvoBinary, ExitStatusTellsSuccessFailureAndUsageErrorApart) {
 }
 
 TEST_F(KelvoBinary, UnknownEnumerationValuesAreUsageErrorsThatWriteNothing) {
+    // How each value is parsed is the parser's test; these are rules of the commands themselves.
     const std::vector<std::vector<std::string>> commandLines{
-        {"correct", "--scope", "All", "とうきょう"},
-        {"prompt", "--level", "Verbatim", "--mode", "voiceInput"},
-        {"prompt", "--level", "5", "--mode", "voiceInput"},
-        {"process", "--text", "x", "--mode", "notes"},
-        {"process", "--text", "x", "--format", "html"},
-        {"process", "--text", "x", "--level", "bullets"},
-        {"process", "--text", "x", "--scope", "none"},
         {"process", "--text", "x", "--audio", "a.m4a"},
         {"history", "--limit", "-1"},
-        {"history", "--limit", "ten"},
-        {"dictionary", "add", "--canonical", "東京", "--priority", "high"},
         {"dictionary", "add", "--reading", "とうきょう"},
         {"dictionary", "rename"},
     };
@@ -265,6 +257,14 @@ TEST_F(KelvoBinary, TextComesWholeFromStandardInputAndLeavesWithOneLineFeed) {
         expected += "東京の会議。\n";
     }
     EXPECT_TRUE(fillers.output == expected + "\n") << fillers.output.size() << " bytes";
+
+    // Text that is not UTF-8 is refused, as the JSON commands refuse it, never passed through.
+    for (const std::string command : {"fillers", "normalize", "todo", "correct"}) {
+        const Outcome invalid = kelvo({command}, "えーと\xff\xfe");
+        EXPECT_EQ(invalid.status, 1) << command;
+        EXPECT_EQ(invalid.output, "") << command;
+        EXPECT_NE(invalid.errors.find("not valid UTF-8"), std::string::npos) << invalid.errors;
+    }
 }
 
 TEST_F(KelvoBinary, DefaultFilesLiveInTheXdgDataHomeWhichIsCreatedOnlyOnWrite) {
@@ -436,6 +436,14 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
     const Outcome damaged = kelvo({"history", "--history", history});
     EXPECT_EQ(damaged.status, 1);
     EXPECT_TRUE(damaged.errors.starts_with("kelvo: " + history + ": ")) << damaged.errors;
+
+    // Recording into it moves it aside, says so once, and starts a fresh history.
+    const Outcome recorded = kelvo({"process", "--text", "x", "--history", history});
+    EXPECT_EQ(recorded.status, 0) << recorded.errors;
+    EXPECT_NE(recorded.errors.find("moved to " + history + ".damaged-"), std::string::npos)
+        << recorded.errors;
+    EXPECT_EQ(std::count(recorded.errors.begin(), recorded.errors.end(), '\n'), 1);
+    EXPECT_EQ(Json::parse(kelvo({"history", "--history", history}).output).size(), 1u);
 }
 
 TEST_F(KelvoBinary, DictionaryEntriesAreAddedAndRemovedByID) {
@@ -652,6 +660,12 @@ TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
     EXPECT_EQ(kelvo({"vault", "list", "--folder", (root / "missing").string()}).errors,
               "kelvo: 保存先フォルダにアクセスできません\n");
     EXPECT_EQ(kelvo({"vault", "list"}).status, 2);
+
+    // A name chosen to drive the terminal is shown with its control characters escaped.
+    writeFile(vault / "bell\x07\x1b[2J.md", "x");
+    const std::string shown = kelvo({"vault", "list", "--folder", vault.string()}).output;
+    EXPECT_NE(shown.find("bell\\x07\\x1B[2J.md\n"), std::string::npos) << shown;
+    EXPECT_EQ(shown.find('\x1b'), std::string::npos);
 }
 
 TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {

@@ -6,9 +6,11 @@
 
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/support/Error.h"
+#include "core/support/Uuid.h"
 #include "tests/core/FileSizeLimit.h"
 #include "tests/core/TemporaryFolder.h"
 
@@ -153,6 +155,55 @@ TEST_F(JSONDictionaryStoreTest, SaveNeverCreatesTheFolder) {
     EXPECT_THROW(elsewhere.saveEntries({tokyo()}), FileError);
     EXPECT_FALSE(std::filesystem::exists(nested.parent_path()));
     EXPECT_TRUE(elsewhere.loadEntries().empty());
+}
+
+TEST_F(JSONDictionaryStoreTest, ConcurrentUpdatesLoseNoEntry) {
+    constexpr int kPerWriter = 40;
+    const auto writer = [this](const std::string& prefix) {
+        JSONDictionaryStore own(file);
+        for (int i = 0; i < kPerWriter; ++i) {
+            own.updateEntries([&](std::vector<DictionaryEntry>& entries) {
+                DictionaryEntry entry = tokyo();
+                entry.id = makeUuid();
+                entry.canonicalText = prefix + std::to_string(i);
+                entries.push_back(entry);
+            });
+        }
+    };
+    std::thread first(writer, "a");
+    std::thread second(writer, "b");
+    first.join();
+    second.join();
+    EXPECT_EQ(store.loadEntries().size(), 2u * kPerWriter);
+}
+
+TEST_F(JSONDictionaryStoreTest, LinkStaysALinkAndUnknownMembersSurviveASave) {
+    std::filesystem::create_directory(folder.path() / "real");
+    Json old = Json(std::vector<DictionaryEntry>{tokyo()});
+    old[0]["colour"] = "blue";
+    folder.write("real/d.json", old.dump(2));
+    std::filesystem::create_symlink(folder.path() / "real/d.json", file);
+
+    auto entries = store.loadEntries();
+    entries[0].note.reset();  // a known optional member removed on purpose stays removed
+    store.saveEntries(entries);
+    EXPECT_TRUE(std::filesystem::is_symlink(file));
+    const Json written = Json::parse(contentsOf(folder.path() / "real/d.json"));
+    EXPECT_EQ(written[0]["colour"], "blue");
+    EXPECT_FALSE(written[0].contains("note"));
+}
+
+TEST_F(JSONDictionaryStoreTest, FifoOrDeviceIsRefusedWithAClearError) {
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    try {
+        store.loadEntries();
+        ADD_FAILURE() << "a FIFO was read";
+    } catch (const FileError& error) {
+        EXPECT_NE(std::string(error.what()).find("not a regular file"), std::string::npos)
+            << error.what();
+    }
+    JSONDictionaryStore device("/dev/zero");
+    EXPECT_THROW(device.loadEntries(), FileError);
 }
 
 }  // namespace

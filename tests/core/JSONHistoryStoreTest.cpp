@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/support/Error.h"
@@ -134,6 +138,75 @@ TEST_F(JSONHistoryStoreTest, FailedAppendKeepsThePreviousFile) {
     JSONHistoryStore elsewhere(folder.path() / "missing" / "history.json");
     EXPECT_THROW(elsewhere.appendItem(item(1)), FileError);
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing"));
+}
+
+TEST_F(JSONHistoryStoreTest, DamagedFileIsMovedAsideBeforeAFreshHistoryStarts) {
+    std::vector<std::string> reports;
+    JSONHistoryStore reporting(file, [&](const std::filesystem::path& damaged,
+                                         const std::filesystem::path& movedTo,
+                                         const std::string& reason) {
+        EXPECT_EQ(damaged, file);
+        EXPECT_EQ(contentsOf(movedTo), "not json");
+        EXPECT_TRUE(movedTo.filename().string().starts_with("history.json.damaged-")) << movedTo;
+        EXPECT_EQ(movedTo.parent_path(), file.parent_path());
+        reports.push_back(reason);
+    });
+    folder.write("history.json", "not json");
+    const HistoryItem fresh = item(1);
+    reporting.appendItem(fresh);
+    EXPECT_EQ(stored(), std::vector<HistoryItem>{fresh});
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_NE(reports[0].find("invalid JSON"), std::string::npos) << reports[0];
+    reporting.appendItem(item(2));
+    EXPECT_EQ(reports.size(), 1u);
+}
+
+TEST_F(JSONHistoryStoreTest, ConcurrentWritersLoseNoRecord) {
+    constexpr int kPerWriter = 60;
+    const auto writer = [this] {
+        JSONHistoryStore own(file);
+        for (int i = 0; i < kPerWriter; ++i) {
+            own.appendItem(item(i));
+        }
+    };
+    std::thread first(writer);
+    std::thread second(writer);
+    first.join();
+    second.join();
+    EXPECT_EQ(stored().size(), 2u * kPerWriter);
+}
+
+TEST_F(JSONHistoryStoreTest, LinkStaysALinkUnknownMembersSurviveAndLeftoversGo) {
+    std::filesystem::create_directory(folder.path() / "real");
+    Json old = Json(items(1));
+    old[0]["fromANewerVersion"] = Json{{"kept", true}};
+    old[0]["result"]["alsoNewer"] = 7;
+    folder.write("real/h.json", old.dump(2));
+    std::filesystem::create_symlink("real/h.json", file);
+    const auto leftover = folder.write("real/.h.json.Ab12Cd", "half a write");
+
+    store.appendItem(item(5));
+    EXPECT_TRUE(std::filesystem::is_symlink(file));
+    const Json written = Json::parse(contentsOf(folder.path() / "real/h.json"));
+    ASSERT_EQ(written.size(), 2u);
+    EXPECT_EQ(written[1]["fromANewerVersion"]["kept"], true);
+    EXPECT_EQ(written[1]["result"]["alsoNewer"], 7);
+    EXPECT_FALSE(std::filesystem::exists(leftover));
+}
+
+TEST_F(JSONHistoryStoreTest, FifoAtTheHistoryPathIsRefusedNotWaitedOn) {
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    for (const auto& attempt : {std::function<void()>([&] { store.appendItem(item(1)); }),
+                                std::function<void()>([&] { store.recentItems(1); })}) {
+        try {
+            attempt();
+            ADD_FAILURE() << "a FIFO was accepted";
+        } catch (const FileError& error) {
+            EXPECT_NE(std::string(error.what()).find(file.string()), std::string::npos);
+            EXPECT_NE(std::string(error.what()).find("not a regular file"), std::string::npos)
+                << error.what();
+        }
+    }
 }
 
 }  // namespace

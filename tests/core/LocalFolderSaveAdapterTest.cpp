@@ -5,6 +5,7 @@
 #include <ctime>
 #include <memory>
 
+#include "core/support/Utf8.h"
 #include "tests/core/TemporaryFolder.h"
 
 namespace kelvo {
@@ -234,8 +235,9 @@ TEST_F(LocalFolderSaveAdapterTest, SubpathThatLeavesTheFolderIsRefused) {
     fs::create_directory_symlink(outside, vault_ / "escape");
     fs::create_directory_symlink(vault_ / "inside", vault_ / "alias");
 
-    for (const std::string subpath :
-         {"../outside", "/tmp", "inside/../../outside", "escape", "escape/deeper"}) {
+    // "fresh/../inside" would stay inside, but any ".." is refused before anything is created.
+    for (const std::string subpath : {"../outside", "/tmp", "inside/../../outside", "escape",
+                                      "escape/deeper", "fresh/../inside"}) {
         SCOPED_TRACE(subpath);
         const SaveResult result =
             vaultAdapter().save(document("memo"), request(OverwritePolicy::overwrite, subpath));
@@ -243,13 +245,30 @@ TEST_F(LocalFolderSaveAdapterTest, SubpathThatLeavesTheFolderIsRefused) {
                                       "Subpath leads outside the destination folder: " + subpath}));
     }
     EXPECT_TRUE(fs::is_empty(outside));
-    EXPECT_EQ(releases(), 5);
+    EXPECT_FALSE(fs::exists(vault_ / "fresh"));
+    EXPECT_EQ(releases(), 6);
 
     // A link that stays inside the folder is fine.
     const SaveResult viaAlias =
         vaultAdapter().save(document("memo"), request(OverwritePolicy::createNew, "alias/sub"));
     EXPECT_TRUE(viaAlias.success) << viaAlias.error.value_or("");
     EXPECT_TRUE(fs::exists(vault_ / "inside" / "sub" / "2025-03-14-0905-memo.md"));
+}
+
+TEST_F(LocalFolderSaveAdapterTest, LongTitleIsCutToAFileNameTheFileSystemAccepts) {
+    std::string title;
+    for (int i = 0; i < 120; ++i) {
+        title += "か";  // and a combining voiced mark: one character, six bytes
+        title += "\u3099";
+    }
+    for (const auto policy : {OverwritePolicy::createNew, OverwritePolicy::appendTimestamp}) {
+        const SaveResult result = vaultAdapter().save(document(title), request(policy));
+        ASSERT_TRUE(result.success) << result.error.value_or("");
+        const std::string name = result.savedURL->filename().string();
+        EXPECT_LE(name.size(), 255u);
+        EXPECT_TRUE(isValidUtf8(name));
+        EXPECT_FALSE(name.substr(0, name.rfind('.')).ends_with("か")) << "cut inside: " << name;
+    }
 }
 
 }  // namespace

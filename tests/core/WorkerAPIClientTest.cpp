@@ -262,6 +262,73 @@ TEST_F(WorkerAPIClientTest, NonSuccessAnswersBecomeApiErrorsWithTheBodyText) {
     EXPECT_STREQ(processError().what(), "API error (429): 混雑");
 }
 
+TEST_F(WorkerAPIClientTest, RedirectsAreErrorsNamingTheTargetAndAreNeverFollowed) {
+    LoopbackHttpServer elsewhere;
+    LoopbackHttpServer server;
+    const WorkerAPIClient worker = client(server.url(), "secret-token");
+    for (const int status : {301, 302, 307, 308}) {
+        server.answer(status, "moved", {{"Location", elsewhere.url("/steal")}});
+        try {
+            worker.process("dictated words", "verbatim", "voiceInput", {}, std::nullopt);
+            ADD_FAILURE() << "a " << status << " answer was taken as success";
+        } catch (const APIError& error) {
+            EXPECT_EQ(error.statusCode(), status);
+            EXPECT_NE(std::string(error.what()).find(elsewhere.url("/steal")), std::string::npos)
+                << error.what();
+        }
+    }
+    EXPECT_TRUE(elsewhere.requests().empty());
+}
+
+TEST_F(WorkerAPIClientTest, ErrorBodiesAreShortenedEscapedAndNeverShowTheToken) {
+    LoopbackHttpServer server;
+    const WorkerAPIClient worker = client(server.url(), "secret-token");
+    server.answer(401, "bad token secret-token\x1b[2J\r\n" + std::string(5000, 'x'));
+    try {
+        worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
+        ADD_FAILURE() << "process did not fail";
+    } catch (const APIError& error) {
+        const std::string shown = error.what();
+        EXPECT_EQ(shown.find("secret-token"), std::string::npos);
+        EXPECT_EQ(shown.find('\x1b'), std::string::npos);
+        EXPECT_EQ(shown.find('\n'), std::string::npos);
+        EXPECT_NE(shown.find("\\x1B[2J\\r\\n"), std::string::npos) << shown;
+        EXPECT_LT(shown.size(), 600u);
+        EXPECT_EQ(error.body().find("secret-token"), std::string::npos);
+    }
+}
+
+TEST_F(WorkerAPIClientTest, AnAnswerOfSeveralMegabytesIsAnErrorNotARecord) {
+    LoopbackHttpServer server;
+    const WorkerAPIClient worker = client(server.url());
+    server.answer(200,
+                  R"({"text":")" + std::string(WorkerAPIClient::maximumAnswerBytes, 'a') + R"("})");
+    try {
+        worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
+        ADD_FAILURE() << "an oversized answer was accepted";
+    } catch (const DecodingError& error) {
+        EXPECT_NE(std::string(error.what()).find("larger than"), std::string::npos) << error.what();
+    }
+}
+
+TEST_F(WorkerAPIClientTest, QueryOnTheBaseUrlIsKeptAndSubMillisecondLimitsStillLimit) {
+    LoopbackHttpServer server;
+    client(server.url("/v1?key=abc")).process("x", "verbatim", "voiceInput", {}, std::nullopt);
+    EXPECT_EQ(server.onlyRequest().path, "/v1/process");
+    EXPECT_EQ(server.onlyRequest().params.find("key")->second, "abc");
+
+    // Rounded to zero milliseconds this would be curl's "no limit" and hang on a held answer.
+    server.holdAnswers();
+    try {
+        client(server.url(), "t", std::nullopt, 0.0004)
+            .process("x", "verbatim", "voiceInput", {}, std::nullopt);
+        ADD_FAILURE() << "process did not time out";
+    } catch (const TransportError& error) {
+        EXPECT_TRUE(error.timedOut()) << error.what();
+    }
+    server.releaseAnswers();
+}
+
 TEST_F(WorkerAPIClientTest, SuccessfulBodiesDecodeAndMissingTextIsADecodingError) {
     LoopbackHttpServer server;
     const WorkerAPIClient worker = client(server.url());

@@ -20,6 +20,7 @@ class LoopbackHttpServer {
     struct Recorded {
         std::string method;
         std::string path;
+        httplib::Params params;
         httplib::Headers headers;
         /// The raw body; empty for multipart requests, whose parts are in `files`.
         std::string body;
@@ -33,16 +34,19 @@ class LoopbackHttpServer {
     };
 
     LoopbackHttpServer() {
-        server_.Post(R"(/.*)",
-                     [this](const httplib::Request& request, httplib::Response& response) {
-                         std::unique_lock lock(mutex_);
-                         requests_.push_back(Recorded{request.method, request.path, request.headers,
-                                                      request.body, request.files});
-                         changed_.notify_all();
-                         changed_.wait(lock, [this] { return !holding_; });
-                         response.status = status_;
-                         response.set_content(answerBody_, "application/json");
-                     });
+        server_.Post(
+            R"(/.*)", [this](const httplib::Request& request, httplib::Response& response) {
+                std::unique_lock lock(mutex_);
+                requests_.push_back(Recorded{request.method, request.path, request.params,
+                                             request.headers, request.body, request.files});
+                changed_.notify_all();
+                changed_.wait(lock, [this] { return !holding_; });
+                response.status = status_;
+                for (const auto& [name, value] : answerHeaders_) {
+                    response.set_header(name, value);
+                }
+                response.set_content(answerBody_, "application/json");
+            });
         port_ = server_.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
     }
@@ -66,10 +70,11 @@ class LoopbackHttpServer {
         return "http://127.0.0.1:" + std::to_string(port_) + path;
     }
 
-    void answer(int status, std::string body) {
+    void answer(int status, std::string body, httplib::Headers headers = {}) {
         std::lock_guard lock(mutex_);
         status_ = status;
         answerBody_ = std::move(body);
+        answerHeaders_ = std::move(headers);
     }
 
     void holdAnswers() {
@@ -107,6 +112,7 @@ class LoopbackHttpServer {
     bool holding_ = false;
     int status_ = 200;
     std::string answerBody_ = R"({"text":"ok"})";
+    httplib::Headers answerHeaders_;
 };
 
 }  // namespace kelvo::test

@@ -68,9 +68,14 @@ void FakeModelTranscriber::finalizeThroughEndOfInput() {
 }
 
 void FakeModelTranscriber::cancel() {
-    std::lock_guard lock(mutex_);
-    cancelled_ = true;
-    changed_.notify_all();
+    {
+        std::lock_guard lock(mutex_);
+        cancelled_ = true;
+        changed_.notify_all();
+    }
+    if (onCancel) {
+        onCancel();
+    }
 }
 
 void FakeModelTranscriber::pushResult(std::string text, bool isFinal) {

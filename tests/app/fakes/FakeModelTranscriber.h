@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -38,6 +39,8 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
     std::size_t analyzedSampleCount() const;
     bool inputFinished() const;
     bool wasCancelled() const;
+    // Told on cancel(); lets a test learn of it after the service has freed this transcriber.
+    std::function<void()> onCancel;
     std::vector<std::string> appliedContextualStrings() const;
 
     // Scripted behaviour, set before the service starts.

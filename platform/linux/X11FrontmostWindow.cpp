@@ -30,46 +30,6 @@ Window windowProperty(Display* display, Window owner, const char* name) {
     return result;
 }
 
-std::optional<std::string> utf8Property(Display* display, Window window, const char* name) {
-    Atom property = XInternAtom(display, name, False);
-    Atom utf8 = XInternAtom(display, "UTF8_STRING", False);
-    Atom type = None;
-    int format = 0;
-    unsigned long count = 0;
-    unsigned long remaining = 0;
-    unsigned char* data = nullptr;
-    std::optional<std::string> result;
-    if (XGetWindowProperty(display, window, property, 0, 4096, False, utf8, &type, &format, &count,
-                           &remaining, &data) == Success &&
-        type == utf8 && format == 8) {
-        result.emplace(reinterpret_cast<const char*>(data), count);
-    }
-    if (data) {
-        XFree(data);
-    }
-    return result;
-}
-
-// WM_NAME may be Latin-1 or compound text: let Xlib convert it.
-std::optional<std::string> legacyName(Display* display, Window window) {
-    XTextProperty text{};
-    if (!XGetWMName(display, window, &text) || !text.value) {
-        return std::nullopt;
-    }
-    std::optional<std::string> result;
-    char** list = nullptr;
-    int count = 0;
-    if (Xutf8TextPropertyToTextList(display, &text, &list, &count) >= Success && count > 0 &&
-        list) {
-        result = list[0];
-    }
-    if (list) {
-        XFreeStringList(list);
-    }
-    XFree(text.value);
-    return result;
-}
-
 bool readClass(Display* display, Window window, X11FrontmostWindow& out) {
     XClassHint hint{};
     if (!XGetClassHint(display, window, &hint)) {
@@ -118,10 +78,6 @@ std::optional<X11FrontmostWindow> X11FrontmostWindow::read(_XDisplay* display) {
         X11FrontmostWindow front;
         if (readClass(display, window, front)) {
             front.window = window;
-            front.title = utf8Property(display, window, "_NET_WM_NAME");
-            if (!front.title) {
-                front.title = legacyName(display, window);
-            }
             if (trap.caughtError()) {
                 return std::nullopt;
             }

@@ -18,8 +18,6 @@ struct X11FrontmostWindow {
     // WM_CLASS: the instance (resource) name and the class name; either may be empty.
     std::string instanceName;
     std::string className;
-    // _NET_WM_NAME (UTF-8), else WM_NAME.
-    std::optional<std::string> title;
 
     // Nothing when no application window is in front (the focus is on the root, or none).
     static std::optional<X11FrontmostWindow> read(_XDisplay* display);

@@ -57,13 +57,12 @@ std::optional<Workspace::Application> X11Workspace::frontmostApplication() const
         return std::nullopt;
     }
     Application application;
-    if (front->title && !front->title->empty()) {
-        application.localizedName = front->title;
-    }
-    if (!front->className.empty()) {
-        application.bundleIdentifier = front->className;
-    } else if (!front->instanceName.empty()) {
-        application.bundleIdentifier = front->instanceName;
+    // The class names the application ("Gedit", "XTerm"); the window title is never used, since
+    // it often carries the name of the document being edited and this name is printed in traces.
+    const std::string& name = front->className.empty() ? front->instanceName : front->className;
+    if (!name.empty()) {
+        application.localizedName = name;
+        application.bundleIdentifier = name;
     }
     return application;
 }

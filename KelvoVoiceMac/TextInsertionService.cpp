@@ -20,11 +20,21 @@ TextInsertionService::TextInsertionService(Dependencies dependencies)
       keySynthesizer_(dependencies.keySynthesizer),
       workspace_(dependencies.workspace),
       clock_(dependencies.clock),
-      traceOutput_(dependencies.traceOutput) {}
+      traceOutput_(dependencies.traceOutput),
+      inputMethods_(std::move(dependencies.inputMethods)),
+      preferences_(dependencies.preferences) {
+    if (preferences_) {
+        preferences_->registerDefault(inputMethodInsertionEnabledKey, true);
+    }
+}
 
 QCoro::Task<bool> TextInsertionService::insert(std::string text, bool restore) {
     if (text.empty()) {
         traceOutput_.write("[TextInsertion] Empty text, skipping");
+        co_return true;
+    }
+    // Needs no accessibility trust: the framework commits as the user's own input method does.
+    if (co_await insertWithInputMethod(text)) {
         co_return true;
     }
     // Without trust neither the accessibility calls nor the synthetic chord would reach other
@@ -54,6 +64,33 @@ void TextInsertionService::openAccessibilitySettings() {
     if (!workspace_.openPermissionHelp(platform::Workspace::PermissionPane::accessibility)) {
         traceOutput_.write("[TextInsertion] Failed to build Accessibility settings URL");
     }
+}
+
+QCoro::Task<bool> TextInsertionService::insertWithInputMethod(const std::string& text) {
+    if (inputMethods_.empty() ||
+        (preferences_ && !preferences_->boolValue(inputMethodInsertionEnabledKey))) {
+        co_return false;
+    }
+    using Outcome = platform::InputMethodCommitter::Outcome;
+    for (platform::InputMethodCommitter* inputMethod : inputMethods_) {
+        const std::string name = inputMethod->name();
+        platform::InputMethodCommitter::Result result = co_await inputMethod->commit(text);
+        switch (result.outcome) {
+            case Outcome::delivered:
+                traceOutput_.write("[TextInsertion] Input method insertion succeeded: " + name +
+                                   " (" + result.detail + ")");
+                co_return true;
+            case Outcome::noFocusedInputContext:
+                traceOutput_.write("[TextInsertion] Input method " + name +
+                                   ": no focused input context");
+                break;
+            case Outcome::unavailable:
+                traceOutput_.write("[TextInsertion] Input method " + name +
+                                   " unavailable: " + result.detail);
+                break;
+        }
+    }
+    co_return false;
 }
 
 QCoro::Task<TextInsertionService::ElementState> TextInsertionService::readElementState(

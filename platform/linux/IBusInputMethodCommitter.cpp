@@ -17,6 +17,12 @@ constexpr int timeoutMilliseconds = static_cast<int>(IBusInputMethodCommitter::c
 // The daemon's error text when nothing has the focus (ibusimpl.c, CurrentInputContext).
 constexpr char noFocusedInputContextError[] = "No focused input context";
 
+// ibus-daemon makes one input context of its own before any client's, "fake", and calls it the
+// focused one whenever no client context has the focus (it keeps the global engine's state
+// there). It belongs to no client, so a commit into it is lost: for us it means no focus. Context
+// paths are numbered from 1 in order of creation (ibusimpl.c, bus_ibus_impl_init).
+constexpr char daemonOwnInputContextPath[] = "/org/freedesktop/IBus/InputContext_1";
+
 using AsyncResult = std::shared_ptr<GAsyncResult>;
 
 void finishAsync(GObject*, GAsyncResult* result, gpointer data) {
@@ -108,9 +114,10 @@ QCoro::Task<bool> IBusInputMethodCommitter::hasFocusedInputContext(std::string* 
         *reason = takeErrorMessage(error);
         co_return false;
     }
-    *reason = path;
+    const bool isClients = std::strcmp(path, daemonOwnInputContextPath) != 0;
+    *reason = isClients ? path : noFocusedInputContextError;
     g_free(path);
-    co_return true;
+    co_return isClients;
 }
 
 QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::commit(std::string text) {

@@ -8,9 +8,10 @@
 // relies on daemon behaviour that is stable since IBus 1.5.19 but not documented as an API.
 //
 // The daemon gives no feedback for a commit and drops it silently when no input context has the
-// focus, so the focus is asked for first (the daemon's current input context, which it clears
-// when the focused client sends FocusOut): a window without an input context yields
-// noFocusedInputContext and the text goes on to the next path instead of being swallowed.
+// focus, so the focus is asked for first: the daemon's current input context, which falls back to
+// the daemon's own context (no client's) when the focused client sends FocusOut: a window without
+// an input context yields noFocusedInputContext and the text goes on to the next path instead of
+// being swallowed.
 //
 // libibus runs on the GLib main context, which the Qt main loop drives (Qt's GLib event
 // dispatcher, the default on Linux); without that dispatcher the committer says unavailable
@@ -28,8 +29,8 @@ class IBusInputMethodCommitter final : public InputMethodCommitter {
     // Each daemon call; a daemon that does not answer in this time counts as unavailable.
     static constexpr std::chrono::milliseconds callTimeout{500};
 
-    // Connects to the daemon of this session (IBUS_ADDRESS, else the address file); reconnects by
-    // itself when the daemon starts later.
+    // Connects to the daemon of this session (IBUS_ADDRESS, else the daemon's address file, which
+    // is also what GTK and Qt clients read); reconnects by itself when the daemon starts later.
     IBusInputMethodCommitter();
     ~IBusInputMethodCommitter() override;
 
@@ -45,7 +46,7 @@ class IBusInputMethodCommitter final : public InputMethodCommitter {
 
     // The reason no commit can go out now, or empty when the daemon can be used.
     std::string unavailableReason() const;
-    // The focused input context's object path, or nothing (with the reason in *reason).
+    // Whether a client's input context has the focus; *reason gets its object path, else why not.
     QCoro::Task<bool> hasFocusedInputContext(std::string* reason);
 
     std::shared_ptr<Connection> connection_;

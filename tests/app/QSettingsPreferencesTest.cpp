@@ -29,5 +29,37 @@ TEST(QSettingsPreferencesTest, RegisteredDefaultAnswersUntilAValueIsStoredAndPer
     EXPECT_TRUE(reopened.boolValue(key));
 }
 
+TEST(QSettingsPreferencesTest, StringsListsAndIntegersRoundTripAndFallBackWhenAbsentOrMistyped) {
+    ensureCoreApplication();
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    auto path = folder.filePath("settings.ini");
+    {
+        platform::QSettingsPreferences preferences(path);
+        EXPECT_EQ(preferences.stringValue("kvmac_triggerKey", "Control_R"), "Control_R");
+        EXPECT_TRUE(preferences.stringListValue("kvmac_terminalWindowClasses").empty());
+        EXPECT_EQ(preferences.intValue("kvmac_modelIdleReleaseMinutes", 10), 10);
+        preferences.setString("kvmac_triggerKey", "Alt_R");
+        preferences.setString("kvmac_microphoneSource", "");
+        preferences.setString("kvmac_modelDownloadBaseURL", "https://mirror.example/a, b");
+        preferences.setStringList("one", {"kitty"});
+        preferences.setStringList("two", {"kitty", "Alacritty, beta"});
+        preferences.setStringList("none", {});
+        preferences.setInt("kvmac_modelIdleReleaseMinutes", 25);
+    }
+    platform::QSettingsPreferences reopened(path);
+    EXPECT_EQ(reopened.stringValue("kvmac_triggerKey", "Control_R"), "Alt_R");
+    EXPECT_EQ(reopened.stringValue("kvmac_microphoneSource", "x"), "") << "empty is a value";
+    EXPECT_EQ(reopened.stringValue("kvmac_modelDownloadBaseURL", ""),
+              "https://mirror.example/a, b");
+    EXPECT_EQ(reopened.stringListValue("one"), std::vector<std::string>{"kitty"});
+    EXPECT_EQ(reopened.stringListValue("two"),
+              (std::vector<std::string>{"kitty", "Alacritty, beta"}));
+    EXPECT_TRUE(reopened.stringListValue("none").empty());
+    EXPECT_EQ(reopened.stringValue("two", "fallback"), "fallback") << "a list is not a string";
+    EXPECT_EQ(reopened.intValue("kvmac_modelIdleReleaseMinutes", 10), 25);
+    EXPECT_EQ(reopened.intValue("kvmac_triggerKey", 10), 10) << "not a number";
+}
+
 }  // namespace
 }  // namespace kelvo::test

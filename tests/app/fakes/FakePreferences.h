@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "platform/Preferences.h"
 
@@ -21,8 +22,33 @@ class FakePreferences final : public platform::Preferences {
     }
     void setBool(const std::string& key, bool value) override { values[key] = value; }
 
+    std::string stringValue(const std::string& key, const std::string& fallback) const override {
+        auto it = strings.find(key);
+        return it != strings.end() ? it->second : fallback;
+    }
+    void setString(const std::string& key, const std::string& value) override {
+        strings[key] = value;
+    }
+
+    std::vector<std::string> stringListValue(const std::string& key) const override {
+        auto it = stringLists.find(key);
+        return it != stringLists.end() ? it->second : std::vector<std::string>{};
+    }
+    void setStringList(const std::string& key, const std::vector<std::string>& value) override {
+        stringLists[key] = value;
+    }
+
+    int intValue(const std::string& key, int fallback) const override {
+        auto it = ints.find(key);
+        return it != ints.end() ? it->second : fallback;
+    }
+    void setInt(const std::string& key, int value) override { ints[key] = value; }
+
     std::map<std::string, bool> defaults;
     std::map<std::string, bool> values;
+    std::map<std::string, std::string> strings;
+    std::map<std::string, std::vector<std::string>> stringLists;
+    std::map<std::string, int> ints;
 };
 
 }  // namespace kelvo::test

@@ -1,0 +1,347 @@
+// The application's windows, driven through their widgets on Qt's offscreen platform (no X
+// server): the dictionary editor against a real JSON store and correction engine, the dictation
+// test window against the scripted capture and recogniser, and the settings window against fake
+// preferences and a temporary autostart folder. With KELVO_SCREENSHOT_DIR set, each test also
+// saves what its window shows, for looking at by eye; nothing here compares pixels.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QInputMethodEvent>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QTemporaryDir>
+#include <QToolButton>
+#include <filesystem>
+#include <fstream>
+
+#include "KelvoVoiceMac/AutostartEntry.h"
+#include "KelvoVoiceMac/DictationTestView.h"
+#include "KelvoVoiceMac/DictionaryEditViewMac.h"
+#include "KelvoVoiceMac/DictionaryEntryFormMac.h"
+#include "KelvoVoiceMac/DictionaryWindowController.h"
+#include "KelvoVoiceMac/PreferenceKeys.h"
+#include "KelvoVoiceMac/SettingsWindow.h"
+#include "KelvoVoiceMac/TriggerKeyField.h"
+#include "core/services/JSONDictionaryStore.h"
+#include "fakes/FakeAudioSource.h"
+#include "fakes/FakeClock.h"
+#include "fakes/FakePreferences.h"
+#include "fakes/FakeRecognizer.h"
+#include "fakes/TestEventLoop.h"
+#include "fakes/WaitUntil.h"
+
+namespace kelvo::test {
+namespace {
+
+using app::DictionaryEditViewMac;
+using app::DictionaryEntryFormMac;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+void ensureApplication() {
+    if (QCoreApplication::instance() == nullptr) {
+        static int argc = 1;
+        static char name[] = "window_tests";
+        static char* argv[] = {name, nullptr};
+        new QApplication(argc, argv);
+    }
+}
+
+void saveScreenshot(QWidget& window, const char* name) {
+    const QString folder = qEnvironmentVariable("KELVO_SCREENSHOT_DIR");
+    if (folder.isEmpty()) {
+        return;
+    }
+    for (int round = 0; round < 8; ++round) {
+        QCoreApplication::processEvents();
+    }
+    window.grab().save(folder + QStringLiteral("/") + QString::fromLatin1(name));
+}
+
+// Text as an input method commits it: how Japanese reaches a field, one edit.
+void typeInto(QLineEdit& field, const QString& text) {
+    field.setFocus();
+    field.selectAll();
+    QInputMethodEvent commit;
+    commit.setCommitString(text);
+    QCoreApplication::sendEvent(&field, &commit);
+}
+
+DictionaryEntry entry(const char* canonical, std::vector<std::string> readings,
+                      std::vector<std::string> misrecognitions, bool enabled = true) {
+    DictionaryEntry result = DictionaryEditViewMac::makeNewEntry();
+    result.canonicalText = canonical;
+    result.replacementText = canonical;
+    result.readings = std::move(readings);
+    result.commonMisrecognitions = std::move(misrecognitions);
+    result.enabled = enabled;
+    return result;
+}
+
+template <typename T>
+T& child(QWidget& parent, const char* name) {
+    auto* found = parent.findChild<T*>(QString::fromLatin1(name));
+    if (found == nullptr) {
+        throw std::runtime_error(std::string("no child ") + name);
+    }
+    return *found;
+}
+
+bool shows(QWidget& parent, const char* stackChild) {
+    auto& panel = child<QWidget>(parent, stackChild);
+    auto* stack = qobject_cast<QStackedWidget*>(panel.parentWidget());
+    return stack != nullptr && stack->currentWidget() == &panel;
+}
+
+class DictionaryWindowTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ensureApplication();
+        ASSERT_TRUE(folder.isValid());
+    }
+
+    std::filesystem::path file() const {
+        return std::filesystem::path(folder.path().toStdString()) / "dictionary.json";
+    }
+
+    QTemporaryDir folder;
+};
+
+TEST_F(DictionaryWindowTest, AddedEntrySavedToTheFileAndTheEngineReloads) {
+    auto store = std::make_shared<JSONDictionaryStore>(file());
+    store->saveEntries({entry("音声入力", {"おんせいにゅうりょく"}, {"音声乳力"}),
+                        entry("KelvoVoice", {"けるぼぼいす", "ケルボ"}, {"ケルボボイス"}),
+                        entry("議事録", {"ぎじろく"}, {}, false)});
+    auto engine = std::make_shared<DictionaryCorrectionEngine>(store);
+    app::DictionaryWindowController controller(store, engine);
+    auto& view = controller.editView();
+    auto& window = controller.window();
+    controller.show();
+    ASSERT_TRUE(waitUntil([&] { return view.isLoaded(); }));
+    EXPECT_EQ(window.windowTitle(), QStringLiteral("Dictionary"));
+    ASSERT_EQ(view.entries().size(), 3u);
+    EXPECT_EQ(view.selectedEntryID(), view.entries()[0].id) << "the first entry is selected";
+    EXPECT_EQ(child<QLabel>(window, "detailTitle").text(), QStringLiteral("音声入力"));
+    EXPECT_EQ(child<QLineEdit>(window, "readingsField").text(),
+              QStringLiteral("おんせいにゅうりょく"));
+    saveScreenshot(window, "dictionary.png");
+
+    child<QToolButton>(window, "addButton").click();
+    ASSERT_EQ(view.entries().size(), 4u);
+    const DictionaryEntry added = view.entries().back();
+    EXPECT_EQ(view.selectedEntryID(), added.id);
+    EXPECT_EQ(added.priority, 50);
+    EXPECT_TRUE(added.enabled);
+    EXPECT_EQ(child<QLabel>(window, "detailTitle").text(), QStringLiteral("新規登録"));
+    auto& saveButton = child<QPushButton>(window, "saveButton");
+    EXPECT_FALSE(saveButton.isEnabled()) << "a blank canonical text blocks saving";
+
+    auto& canonical = child<QLineEdit>(window, "canonicalTextField");
+    typeInto(canonical, QStringLiteral("　 "));
+    EXPECT_FALSE(saveButton.isEnabled()) << "white space alone is still blank";
+    typeInto(canonical, QStringLiteral("人工知能"));
+    EXPECT_TRUE(saveButton.isEnabled());
+    typeInto(child<QLineEdit>(window, "readingsField"),
+             QStringLiteral(" じんこうちのう ,, \tえーあい,じんこうちのう"));
+    typeInto(child<QLineEdit>(window, "misrecognitionsField"),
+             QStringLiteral("人口知能、人工知脳"));
+    EXPECT_EQ(child<QLabel>(window, "detailTitle").text(), QStringLiteral("人工知能"));
+    EXPECT_EQ(child<QLabel>(window, "previewReadings").text(),
+              QStringLiteral("じんこうちのう, えーあい, じんこうちのう"));
+    EXPECT_EQ(engine->apply("えーあい", DictionaryScope::all).text, "えーあい")
+        << "nothing reaches the engine before saving";
+
+    std::vector<bool> saves;
+    QObject::connect(&view, &DictionaryEditViewMac::saveFinished, &view,
+                     [&](bool succeeded) { saves.push_back(succeeded); });
+    saveButton.click();
+    EXPECT_FALSE(saveButton.isEnabled()) << "one save at a time";
+    ASSERT_TRUE(waitUntil([&] { return !saves.empty(); }));
+    EXPECT_THAT(saves, ElementsAre(true));
+    EXPECT_FALSE(view.errorMessage());
+
+    auto stored = JSONDictionaryStore(file()).loadEntries();
+    ASSERT_EQ(stored.size(), 4u);
+    EXPECT_EQ(stored[3].id, added.id);
+    EXPECT_EQ(stored[3].canonicalText, "人工知能");
+    EXPECT_EQ(stored[3].replacementText, "人工知能");
+    EXPECT_THAT(stored[3].readings, ElementsAre("じんこうちのう", "えーあい", "じんこうちのう"));
+    EXPECT_THAT(stored[3].commonMisrecognitions, ElementsAre("人口知能、人工知脳"))
+        << "only the ASCII comma separates";
+    EXPECT_EQ(engine->apply("えーあいの話", DictionaryScope::all).text, "人工知能の話");
+}
+
+TEST_F(DictionaryWindowTest, UnreadableDictionaryShowsTheErrorThenTheEmptyPanels) {
+    std::ofstream(file()) << "[{\"id\": \"not a dictionary\"";
+    auto store = std::make_shared<JSONDictionaryStore>(file());
+    app::DictionaryWindowController controller(store, nullptr);
+    auto& view = controller.editView();
+    auto& window = controller.window();
+    controller.show();
+    ASSERT_TRUE(waitUntil([&] { return view.isLoaded(); }));
+
+    auto& alert = child<QMessageBox>(window, "dictionaryErrorAlert");
+    EXPECT_TRUE(alert.isVisible());
+    EXPECT_EQ(alert.windowTitle(), QStringLiteral("辞書エラー"));
+    EXPECT_EQ(alert.text(), QStringLiteral("辞書エラー"));
+    EXPECT_FALSE(alert.informativeText().isEmpty());
+    EXPECT_EQ(alert.informativeText().toStdString(), view.errorMessage().value_or(""));
+    EXPECT_THAT(view.entries(), IsEmpty());
+    alert.button(QMessageBox::Ok)->click();
+    EXPECT_FALSE(view.errorMessage()) << "OK clears the message";
+    EXPECT_TRUE(shows(window, "emptyListPanel"));
+    EXPECT_TRUE(shows(window, "noSelectionPanel"));
+    EXPECT_FALSE(child<QToolButton>(window, "deleteButton").isEnabled());
+    saveScreenshot(window, "dictionary-empty.png");
+
+    child<QToolButton>(window, "addButton").click();
+    EXPECT_FALSE(shows(window, "emptyListPanel"));
+    EXPECT_FALSE(shows(window, "noSelectionPanel"));
+    child<QToolButton>(window, "deleteButton").click();
+    EXPECT_THAT(view.entries(), IsEmpty());
+    EXPECT_FALSE(view.selectedEntryID());
+    EXPECT_TRUE(shows(window, "emptyListPanel"));
+    EXPECT_TRUE(shows(window, "noSelectionPanel"));
+
+    // The damaged file is left for the user to repair: nothing was written over it.
+    std::ifstream in(file());
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}),
+              "[{\"id\": \"not a dictionary\"");
+}
+
+TEST(DictionaryEntryFormTest, CommaSeparatedFieldsSplitOnlyAtAsciiCommas) {
+    using Form = DictionaryEntryFormMac;
+    EXPECT_THAT(Form::parseCommaSeparated(u" りんご ,\tみかん,, ぶどう\t"),
+                ElementsAre("りんご", "みかん", "ぶどう"));
+    EXPECT_THAT(Form::parseCommaSeparated(u"りんご、みかん"), ElementsAre("りんご、みかん"));
+    EXPECT_THAT(Form::parseCommaSeparated(u"りんご，みかん"), ElementsAre("りんご，みかん"));
+    EXPECT_THAT(Form::parseCommaSeparated(u" , ,\t,"), IsEmpty());
+    EXPECT_THAT(Form::parseCommaSeparated(u"a\n, a, a"), ElementsAre("a\n", "a", "a"))
+        << "line breaks are kept, duplicates too";
+
+    ensureApplication();
+    Form form;
+    QObject::connect(&form, &Form::entryEdited, &form,
+                     [&](const DictionaryEntry& edited) { form.setEntry(edited); });
+    form.setEntry(entry("東京", {"とうきょう"}, {}));
+    auto& readings = child<QLineEdit>(form, "readingsField");
+    EXPECT_FALSE(child<QLabel>(form, "previewReadings").isHidden());
+    typeInto(readings, QStringLiteral(" , ,"));
+    EXPECT_THAT(form.entry()->readings, IsEmpty());
+    EXPECT_TRUE(child<QLabel>(form, "previewReadings").isHidden())
+        << "the preview row goes with the last reading";
+}
+
+TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop) {
+    ensureApplication();
+    FakeClock clock;
+    auto audio = std::make_unique<FakeAudioSource>(clock);
+    auto speech = std::make_unique<FakeRecognizer>(clock);
+    auto& capture = *audio;
+    auto& recognizer = *speech;
+    app::DictationTestView view(std::move(audio), std::move(speech));
+    auto& text = child<QPlainTextEdit>(view, "transcript");
+    auto& button = child<QPushButton>(view, "dictationButton");
+    EXPECT_EQ(text.placeholderText(), QStringLiteral("Start Dictation to begin..."));
+
+    capture.failure = "Microphone permission denied";
+    button.click();
+    runFor(clock, capture.startDelay);
+    EXPECT_FALSE(view.isRecording());
+    EXPECT_EQ(child<QLabel>(view, "errorMessage").text(),
+              QStringLiteral("Microphone permission denied"));
+    EXPECT_FALSE(child<QLabel>(view, "errorMessage").isHidden());
+
+    capture.failure.reset();
+    button.click();
+    runFor(clock, capture.startDelay);
+    ASSERT_TRUE(view.isRecording());
+    EXPECT_TRUE(view.errorMessage().empty());
+    EXPECT_EQ(button.text(), QStringLiteral("Stop"));
+    recognizer.send(app::TranscriptionEvent::partial("こんにち"));
+    recognizer.send(app::TranscriptionEvent::final_("こんにちは。"));
+    recognizer.send(app::TranscriptionEvent::final_("音声入力のテストです。"));
+    recognizer.send(app::TranscriptionEvent::partial("今日はいい"));
+    settle(clock);
+    EXPECT_EQ(text.toPlainText(),
+              QStringLiteral("こんにちは。\n音声入力のテストです。\n今日はいい"));
+    saveScreenshot(view, "dictation-test.png");
+
+    button.click();
+    EXPECT_FALSE(view.isRecording());
+    EXPECT_EQ(view.confirmedText(), "こんにちは。\n音声入力のテストです。\n今日はいい");
+    EXPECT_TRUE(view.currentPartial().empty());
+    EXPECT_EQ(button.text(), QStringLiteral("Start Dictation"));
+    runFor(clock, recognizer.stopDelay);
+    EXPECT_EQ(recognizer.stopCount, 1);
+    EXPECT_EQ(capture.stopCount, 1);
+
+    child<QPushButton>(view, "clearButton").click();
+    EXPECT_TRUE(text.toPlainText().isEmpty());
+}
+
+TEST(SettingsWindowTest, ChangesAreStoredAndStartAtLoginIsTheAutostartEntry) {
+    ensureApplication();
+    QTemporaryDir config;
+    ASSERT_TRUE(config.isValid());
+    const auto entryFile =
+        std::filesystem::path(config.path().toStdString()) / "autostart" / "kelvovoice.desktop";
+    FakePreferences preferences;
+    preferences.setString(app::PreferenceKeys::microphoneSource, "usb_headset");
+    preferences.setStringList(app::PreferenceKeys::terminalWindowClasses, {"kitty"});
+    app::SettingsWindow window(
+        preferences,
+        [] {
+            return std::vector<platform::AudioSourceInfo>{
+                {"alsa_input.pci-0000_00_1f.3.analog-stereo", "内蔵マイク Analog Stereo"},
+                {"vmic", "Virtual microphone"}};
+        },
+        app::AutostartEntry(entryFile, "/opt/Kelvo Voice/kelvovoice"));
+    int listings = 0;
+    QObject::connect(&window, &app::SettingsWindow::microphonesListed, &window,
+                     [&] { ++listings; });
+    window.present();
+    ASSERT_TRUE(waitUntil([&] { return listings == 1; }));
+
+    auto& microphones = child<QComboBox>(window, "microphoneChoice");
+    EXPECT_EQ(microphones.currentText(), QStringLiteral("usb_headset (not connected)"))
+        << "an unplugged choice is kept";
+    EXPECT_EQ(microphones.count(), 4);
+    saveScreenshot(window, "settings.png");
+
+    auto& key = child<app::TriggerKeyField>(window, "triggerKeyField");
+    EXPECT_EQ(key.text(), QStringLiteral("Control_R"));
+    key.click();
+    ASSERT_TRUE(key.isCapturing());
+    // Right Alt as the X server reports it: the keysym arrives as the native virtual key.
+    QKeyEvent press(QEvent::KeyPress, Qt::Key_Alt, Qt::NoModifier, 108, 0xffea, 0);
+    QCoreApplication::sendEvent(&key, &press);
+    EXPECT_FALSE(key.isCapturing());
+    EXPECT_EQ(preferences.stringValue(app::PreferenceKeys::triggerKey, ""), "Alt_R");
+
+    auto& startAtLogin = child<QCheckBox>(window, "startAtLoginToggle");
+    EXPECT_FALSE(startAtLogin.isChecked());
+    startAtLogin.click();
+    ASSERT_TRUE(std::filesystem::exists(entryFile));
+    std::ifstream in(entryFile);
+    const std::string desktopEntry(std::istreambuf_iterator<char>(in), {});
+    EXPECT_THAT(desktopEntry, ::testing::HasSubstr("Exec=\"/opt/Kelvo Voice/kelvovoice\"\n"));
+    startAtLogin.click();
+    EXPECT_FALSE(std::filesystem::exists(entryFile));
+
+    auto& filler = child<QCheckBox>(window, "fillerRemovalToggle");
+    filler.click();
+    EXPECT_EQ(preferences.values.at("kvmac_fillerRemovalEnabled"), filler.isChecked());
+}
+
+}  // namespace
+}  // namespace kelvo::test

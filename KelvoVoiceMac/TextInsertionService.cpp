@@ -52,9 +52,14 @@ QCoro::Task<bool> TextInsertionService::insert(std::string text, bool restore) {
         traceOutput_.write("[TextInsertion] Frontmost app unavailable");
     }
 
-    if (co_await insertWithAccessibility(text)) {
+    AccessibilityResult result = co_await insertWithAccessibility(text);
+    if (result == AccessibilityResult::inserted) {
         traceOutput_.write("[TextInsertion] AX direct insertion succeeded");
         co_return true;
+    }
+    if (result == AccessibilityResult::refused) {
+        traceOutput_.write("[TextInsertion] Focused element is a password field, not inserting");
+        co_return false;
     }
     traceOutput_.write("[TextInsertion] AX direct insertion failed, falling back to pasteboard");
     co_return co_await insertWithPasteboard(text, restore);
@@ -102,12 +107,16 @@ QCoro::Task<TextInsertionService::ElementState> TextInsertionService::readElemen
     co_return state;
 }
 
-QCoro::Task<bool> TextInsertionService::insertWithAccessibility(const std::string& text) {
+QCoro::Task<TextInsertionService::AccessibilityResult>
+TextInsertionService::insertWithAccessibility(const std::string& text) {
     auto focused = co_await accessibility_.focusedElement();
+    if (focused.isSecureTextField) {
+        co_return AccessibilityResult::refused;
+    }
     if (!focused.element) {
         traceOutput_.write("[TextInsertion] Failed to get focused UI element: " +
                            std::to_string(focused.errorCode));
-        co_return false;
+        co_return AccessibilityResult::failed;
     }
     auto element = focused.element;
     auto before = co_await readElementState(element);
@@ -116,7 +125,7 @@ QCoro::Task<bool> TextInsertionService::insertWithAccessibility(const std::strin
     if (errorCode != 0) {
         traceOutput_.write("[TextInsertion] Failed to set selected text with AX: " +
                            std::to_string(errorCode));
-        co_return false;
+        co_return AccessibilityResult::failed;
     }
 
     co_await sleepFor(clock_, verificationWait);
@@ -129,13 +138,13 @@ QCoro::Task<bool> TextInsertionService::insertWithAccessibility(const std::strin
         traceOutput_.write(
             "[TextInsertion] AX set selected text returned success but no focused element change "
             "was detected");
-        co_return false;
+        co_return AccessibilityResult::failed;
     }
     traceOutput_.write(std::string("[TextInsertion] AX verification changed: value=") +
                        platform::boolText(valueChanged) +
                        ", selectedText=" + platform::boolText(selectedTextChanged) +
                        ", range=" + platform::boolText(rangeChanged));
-    co_return true;
+    co_return AccessibilityResult::inserted;
 }
 
 QCoro::Task<bool> TextInsertionService::insertWithPasteboard(const std::string& text,

@@ -8,7 +8,8 @@
 // has really fetched the paste (at least 200 ms after the chord, at most 1 s), because on X11 an
 // early restore pastes the old text; it is skipped when another application took the clipboard
 // meanwhile, and when the paste was never fetched the dictated text is left on the clipboard so
-// it is not lost. Progress lines go to the trace output with the prefix "[TextInsertion]".
+// it is not lost. A password field gets nothing at all, not even through the clipboard. Progress
+// lines go to the trace output with the prefix "[TextInsertion]".
 //
 // Before all that, when input-method committers are given and the preference
 // "kvmac_inputMethodInsertionEnabled" (default true) allows it, the text is handed to the user's
@@ -74,10 +75,11 @@ class TextInsertionService final : public DictationTextInserter {
 
   private:
     struct ElementState;
+    // refused: the focused element is a field for secrets; no fallback may type there either.
+    enum class AccessibilityResult { inserted, failed, refused };
 
     QCoro::Task<bool> insertWithInputMethod(const std::string& text);
-
-    QCoro::Task<bool> insertWithAccessibility(const std::string& text);
+    QCoro::Task<AccessibilityResult> insertWithAccessibility(const std::string& text);
     QCoro::Task<ElementState> readElementState(
         std::shared_ptr<platform::AccessibleElement> element);
     QCoro::Task<bool> insertWithPasteboard(const std::string& text, bool restore);

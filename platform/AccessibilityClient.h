@@ -32,6 +32,9 @@ class AccessibilityClient {
         // Empty when nothing focusable has the focus; then errorCode says why.
         std::shared_ptr<AccessibleElement> element;
         int errorCode = 0;
+        // A field for secrets (a password field): nothing may be put there, not even through a
+        // fallback that types or pastes. Backends refuse to read or write it.
+        bool isSecureTextField = false;
     };
 
     virtual ~AccessibilityClient() = default;

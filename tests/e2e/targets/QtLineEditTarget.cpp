@@ -20,6 +20,8 @@
 #include <QLineEdit>
 #include <QSaveFile>
 #include <QTimer>
+#include <QVBoxLayout>
+#include <QWidget>
 
 #include <unistd.h>
 #include <cstdio>
@@ -102,12 +104,18 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    QLineEdit edit(options.text);
-    edit.setWindowTitle(options.title);
+    // A line edit inside a window, as in real applications: the accessible window and the
+    // focused text are two objects.
+    QWidget window;
+    window.setWindowTitle(options.title);
+    auto* layout = new QVBoxLayout(&window);
+    auto* editOwned = new QLineEdit(options.text);
+    layout->addWidget(editOwned);
+    QLineEdit& edit = *editOwned;
     edit.setAccessibleName(options.kind);
     edit.setEchoMode(options.kind == "password" ? QLineEdit::Password : QLineEdit::Normal);
     edit.setReadOnly(options.kind == "readonly");
-    edit.resize(480, 60);
+    window.resize(480, 60);
 
     auto write = [&] { writeState(options, edit); };
     QObject::connect(&edit, &QLineEdit::textChanged, write);
@@ -116,7 +124,7 @@ int main(int argc, char** argv) {
     QObject::connect(&application, &QApplication::focusChanged, write);
     QObject::connect(&application, &QGuiApplication::applicationStateChanged, write);
 
-    edit.show();
+    window.show();
     edit.setFocus();
     if (options.selectionStart >= 0) {
         edit.setSelection(options.selectionStart, options.selectionEnd - options.selectionStart);

@@ -1,0 +1,28 @@
+#include "platform/linux/AtspiAccessibleElement.h"
+
+#include <utility>
+
+namespace kelvo::platform {
+
+AtspiAccessibleElement::AtspiAccessibleElement(AtspiAccessible* accessible,
+                                               std::shared_ptr<AtspiMainLoopThread> thread,
+                                               bool isPasswordText, InsertionLengthUnit lengthUnit)
+    : accessible_(accessible),
+      thread_(std::move(thread)),
+      isPasswordText_(isPasswordText),
+      lengthUnit_(lengthUnit) {}
+
+AtspiAccessibleElement::~AtspiAccessibleElement() {
+    if (accessible_ == nullptr) {
+        return;
+    }
+    // The last reference disposes of the object inside libatspi's tables, which only the
+    // libatspi thread may touch.
+    if (thread_->isLoopThread()) {
+        g_object_unref(accessible_);
+    } else {
+        thread_->post([accessible = accessible_] { g_object_unref(accessible); });
+    }
+}
+
+}  // namespace kelvo::platform

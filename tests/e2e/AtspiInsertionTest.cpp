@@ -1,0 +1,191 @@
+// End-to-end tests of AT-SPI insertion: the real AtspiAccessibilityClient and the real
+// TextInsertionService (real clock, so the 120 ms verification wait is real) against GTK 3 and
+// Qt 6 target applications on the session's accessibility bus. What landed is read from each
+// target's own state file, not from the accessibility interface. Clipboard and paste chord are
+// fakes here: only whether the fallback ran is asked.
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QCoroTask>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "InsertionTarget.h"
+#include "KelvoVoiceMac/TextInsertionService.h"
+#include "fakes/FakeKeySynthesizer.h"
+#include "fakes/FakePasteboard.h"
+#include "fakes/FakeWorkspace.h"
+#include "fakes/RecordingTraceOutput.h"
+#include "platform/QtClock.h"
+#include "platform/linux/AtspiAccessibilityClient.h"
+
+namespace kelvo {
+namespace {
+
+using platform::AtspiAccessibilityClient;
+using test::InsertionTarget;
+using ErrorCode = AtspiAccessibilityClient::ErrorCode;
+
+class AtspiInsertionTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        if (QCoreApplication::instance() == nullptr) {
+            static int argc = 1;
+            static char name[] = "atspi_e2e_tests";
+            static char* argv[] = {name, nullptr};
+            new QCoreApplication(argc, argv);
+        }
+    }
+
+    void SetUp() override {
+        if (qEnvironmentVariableIsEmpty("DISPLAY") ||
+            qEnvironmentVariableIsEmpty("KELVO_SESSION_DIR")) {
+            GTEST_SKIP() << "needs scripts/headless-session";
+        }
+    }
+
+    // The focused element once the accessibility bus shows the new target focused with its
+    // initial text (a password field: once it shows a password field): a target reports its own
+    // focus before every toolkit has told the bus, and the previous target may still be ending.
+    platform::AccessibilityClient::FocusedElement focusedElement(
+        const std::optional<std::string>& initialText) {
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        for (;;) {
+            auto focused = QCoro::waitFor(client.focusedElement());
+            const bool expected =
+                focused.element &&
+                (initialText ? !focused.isSecureTextField &&
+                                   QCoro::waitFor(client.value(focused.element)) == initialText
+                             : focused.isSecureTextField);
+            if (expected || std::chrono::steady_clock::now() > giveUp) {
+                return focused;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    }
+
+    bool insert(const std::string& text) {
+        trace.lines.clear();
+        return QCoro::waitFor(service.insert(text, true));
+    }
+
+    bool traced(const std::string& line) const {
+        return std::find(trace.lines.begin(), trace.lines.end(), line) != trace.lines.end();
+    }
+
+    std::string traceText() const {
+        std::string all;
+        for (const auto& line : trace.lines) {
+            all += line + "\n";
+        }
+        return all;
+    }
+
+    AtspiAccessibilityClient client;
+    platform::QtClock clock;
+    test::FakePasteboard pasteboard;
+    test::FakeKeySynthesizer keySynthesizer;
+    test::FakeWorkspace workspace;
+    test::RecordingTraceOutput trace;
+    app::TextInsertionService service{
+        {client, pasteboard, keySynthesizer, workspace, clock, trace}};
+};
+
+// Replacing a selection, and inserting at a caret that sits after an emoji, with characters
+// of one to four bytes and one or two UTF-16 units: an offset or a length in the wrong unit
+// lands the text in the wrong place, truncates it or appends garbage.
+TEST_F(AtspiInsertionTest, InsertsJapaneseAndEmojiIntoGtkAndQtTextFields) {
+    ASSERT_TRUE(client.isTrusted());
+    struct Case {
+        const char* kind;
+        const char* caretAfterEmoji;  // in the toolkit's units
+    };
+    for (const Case& c :
+         {Case{"gtk-entry", "2:2"}, Case{"gtk-view", "2:2"}, Case{"qt-lineedit", "3:3"}}) {
+        SCOPED_TRACE(c.kind);
+        {
+            InsertionTarget target(c.kind, {"--text", "前後ab", "--select", "1:2"});
+            ASSERT_TRUE(focusedElement("前後ab").element);
+            EXPECT_TRUE(insert("日本語😀")) << traceText();
+            EXPECT_TRUE(traced("[TextInsertion] AX direct insertion succeeded")) << traceText();
+            auto state = target.waitForState(
+                [](const InsertionTarget::State& s) { return s.text == "前日本語😀ab"; });
+            ASSERT_TRUE(state);
+            EXPECT_EQ(state->text, "前日本語😀ab");
+        }
+        {
+            InsertionTarget target(c.kind, {"--text", "a😀b", "--select", c.caretAfterEmoji});
+            ASSERT_TRUE(focusedElement("a😀b").element);
+            EXPECT_TRUE(insert("日本🎌")) << traceText();
+            auto state = target.waitForState(
+                [](const InsertionTarget::State& s) { return s.text == "a😀日本🎌b"; });
+            ASSERT_TRUE(state);
+            EXPECT_EQ(state->text, "a😀日本🎌b");
+        }
+        EXPECT_EQ(keySynthesizer.pasteCount, 0);
+    }
+}
+
+// An application that reports success and changes nothing is caught by the verification, and
+// one that is not editable is refused before anything is sent (a read-only Qt line edit would
+// otherwise take the text): both go to the clipboard fallback, and the targets keep their text.
+TEST_F(AtspiInsertionTest, FallsBackWhenTheTargetIgnoresOrCannotTakeTheText) {
+    keySynthesizer.onPaste = [this] { pasteboard.fetchByTarget(); };
+    {
+        InsertionTarget ignoring("gtk-ignoring", {"--text", "無視"});
+        ASSERT_TRUE(focusedElement("無視").element);
+        EXPECT_TRUE(insert("こんにちは")) << traceText();
+        EXPECT_TRUE(
+            traced("[TextInsertion] AX set selected text returned success but no focused "
+                   "element change was detected"))
+            << traceText();
+        EXPECT_TRUE(
+            traced("[TextInsertion] AX direct insertion failed, falling back to pasteboard"));
+        EXPECT_EQ(keySynthesizer.pasteCount, 1);
+        EXPECT_EQ(ignoring.state()->text, "無視");
+    }
+    for (const char* kind : {"gtk-readonly", "qt-readonly"}) {
+        SCOPED_TRACE(kind);
+        InsertionTarget readOnly(kind, {"--text", "読み取り専用"});
+        ASSERT_TRUE(focusedElement("読み取り専用").element);
+        const int pastesBefore = keySynthesizer.pasteCount;
+        insert("こんにちは");
+        EXPECT_TRUE(traced("[TextInsertion] Failed to set selected text with AX: " +
+                           std::to_string(static_cast<int>(ErrorCode::notEditable))))
+            << traceText();
+        EXPECT_EQ(keySynthesizer.pasteCount, pastesBefore + 1);
+        EXPECT_EQ(readOnly.state()->text, "読み取り専用");
+    }
+}
+
+// A password field is marked, never read and never written; the insertion service then puts
+// nothing there, not even through the clipboard.
+TEST_F(AtspiInsertionTest, PasswordFieldIsNeitherReadNorWritten) {
+    for (const char* kind : {"gtk-password", "qt-password"}) {
+        SCOPED_TRACE(kind);
+        InsertionTarget password(kind, {"--text", "hunter2", "--select", "0:3"});
+        auto focused = focusedElement(std::nullopt);
+        ASSERT_TRUE(focused.element);
+        EXPECT_TRUE(focused.isSecureTextField);
+        EXPECT_EQ(QCoro::waitFor(client.value(focused.element)), std::nullopt);
+        EXPECT_EQ(QCoro::waitFor(client.selectedText(focused.element)), std::nullopt);
+        EXPECT_EQ(QCoro::waitFor(client.selectedTextRange(focused.element)), std::nullopt);
+        EXPECT_EQ(QCoro::waitFor(client.setSelectedText(focused.element, "漏洩")),
+                  static_cast<int>(ErrorCode::passwordField));
+
+        EXPECT_FALSE(insert("秘密"));
+        EXPECT_TRUE(traced("[TextInsertion] Focused element is a password field, not inserting"))
+            << traceText();
+        EXPECT_EQ(keySynthesizer.pasteCount, 0);
+        EXPECT_TRUE(pasteboard.operations.empty());
+        EXPECT_EQ(password.state()->text, "hunter2");
+    }
+}
+
+}  // namespace
+}  // namespace kelvo

@@ -13,6 +13,7 @@ constexpr char fcitxService[] = "org.fcitx.Fcitx5";
 constexpr char commitPath[] = "/org/kelvovoice/InputMethod";
 constexpr char commitInterface[] = "org.kelvovoice.InputMethod1";
 constexpr char noFocusedInputContext[] = "no-focused-input-context";
+constexpr char passwordField[] = "password-field";
 
 QDBusMessage addonCall(const char* method) {
     QDBusMessage message =
@@ -70,6 +71,10 @@ QCoro::Task<InputMethodCommitter::Result> Fcitx5InputMethodCommitter::commit(std
     }
     if (detail == noFocusedInputContext) {
         co_return Result{Outcome::noFocusedInputContext, "no focused input context"};
+    }
+    if (detail == passwordField) {
+        // The accessibility path sees the same field and refuses it too.
+        co_return Result{Outcome::unavailable, "the focused field is a password field"};
     }
     co_return Result{Outcome::unavailable, std::move(detail)};
 }

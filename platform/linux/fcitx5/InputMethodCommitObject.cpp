@@ -1,5 +1,6 @@
 #include "InputMethodCommitObject.h"
 
+#include <fcitx-utils/capabilityflags.h>
 #include <fcitx-utils/utf8.h>
 #include <fcitx/inputcontext.h>
 #include <fcitx/inputpanel.h>
@@ -9,6 +10,7 @@ namespace kelvo::platform::fcitx5 {
 namespace {
 constexpr char noFocusedInputContext[] = "no-focused-input-context";
 constexpr char invalidUtf8[] = "invalid-utf8";
+constexpr char passwordField[] = "password-field";
 }  // namespace
 
 fcitx::InputContext* InputMethodCommitObject::focusedInputContext() const {
@@ -27,6 +29,11 @@ std::tuple<bool, std::string> InputMethodCommitObject::commitText(const std::str
     fcitx::InputContext* context = focusedInputContext();
     if (!context) {
         return {false, noFocusedInputContext};
+    }
+    // GTK and Qt password fields keep their input context and would take the text; dictation is
+    // never put into a field for secrets.
+    if (context->capabilityFlags().testAny(fcitx::CapabilityFlag::PasswordOrSensitive)) {
+        return {false, passwordField};
     }
     if (resetComposition) {
         context->reset();  // the engine drops its pending composition

@@ -9,7 +9,8 @@
 // Interface org.kelvovoice.InputMethod1 at /org/kelvovoice/InputMethod:
 //   CommitText(s text, b resetComposition) -> (b ok, s detail)
 //       ok: detail is "FRONTEND:PROGRAM" of the context that took it ("xim:xterm").
-//       not ok: detail is "no-focused-input-context" or "invalid-utf8".
+//       not ok: detail is "no-focused-input-context", "password-field" (the focused context is
+//       a field for secrets: nothing goes there) or "invalid-utf8".
 //   FocusInfo() -> (b focused, s frontend, s program, s inputMethod, b hasPreedit)
 //
 // Owned by the addon instance; every call runs on fcitx5's main loop, so no locking.

@@ -3,7 +3,7 @@
 // them; the application's TextInsertionService sends the text with the real committers and the
 // real clipboard and paste chord behind them. Japanese with an emoji (a skin-tone sequence) must
 // arrive byte for byte; a window without an input context must get the text through the next
-// path (the paste: this test's accessibility client finds no focused element); a pending Mozc
+// path (AT-SPI), a password field nothing at all; a pending Mozc
 // composition must survive (only as a user other than root: mozc_server refuses root).
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -27,6 +27,7 @@
 #include "platform/AccessibilityClient.h"
 #include "platform/QtClock.h"
 #include "platform/TraceOutput.h"
+#include "platform/linux/AtspiAccessibilityClient.h"
 #include "platform/linux/Fcitx5InputMethodCommitter.h"
 #include "platform/linux/IBusInputMethodCommitter.h"
 #include "platform/linux/QClipboardPasteboard.h"
@@ -49,30 +50,6 @@ class RecordingTrace final : public platform::TraceOutput {
         return std::find(lines.begin(), lines.end(), line) != lines.end();
     }
     std::vector<std::string> lines;
-};
-
-// Trusted, but never finds a focused element: the accessibility path always fails, so what the
-// input method does not deliver visibly goes on to the paste.
-class NoFocusAccessibilityClient final : public platform::AccessibilityClient {
-  public:
-    bool isTrusted() const override { return true; }
-    QCoro::Task<FocusedElement> focusedElement() override { co_return FocusedElement{{}, -1}; }
-    QCoro::Task<std::optional<std::string>> value(
-        std::shared_ptr<platform::AccessibleElement>) override {
-        co_return std::nullopt;
-    }
-    QCoro::Task<std::optional<std::string>> selectedText(
-        std::shared_ptr<platform::AccessibleElement>) override {
-        co_return std::nullopt;
-    }
-    QCoro::Task<std::optional<TextRange>> selectedTextRange(
-        std::shared_ptr<platform::AccessibleElement>) override {
-        co_return std::nullopt;
-    }
-    QCoro::Task<int> setSelectedText(std::shared_ptr<platform::AccessibleElement>,
-                                     std::string) override {
-        co_return -1;
-    }
 };
 
 std::string sessionDir() {
@@ -115,12 +92,14 @@ Client startTerminal(const std::string& inputMethodName) {
     static int count = 0;
     std::string title = "kelvo-xterm-" + std::to_string(++count);
     QString output = QString::fromStdString(sessionDir() + "/" + title + ".out");
-    QFile(output).open(QIODevice::WriteOnly);
+    // Input typed before the line discipline is switched would wait for a newline.
+    QString ready = output + ".ready";
     // Detached: the session ends it with the test program's other descendants.
     QProcess::startDetached(
         "xterm", {"-T", QString::fromStdString(title), "-fa", "Noto Sans Mono CJK JP", "-xrm",
                   QString::fromStdString("*inputMethod: " + inputMethodName), "-e", "sh", "-c",
-                  "stty -icanon -echo; exec cat > '" + output + "'"});
+                  "stty -icanon -echo; : > '" + ready + "'; exec cat > '" + output + "'"});
+    EXPECT_TRUE(waitUntil([&] { return QFile::exists(ready); }, 60s)) << "xterm did not start";
     return Client{title, [output] { return fileBytes(output).toStdString(); }};
 }
 
@@ -173,7 +152,7 @@ class Insertion {
     RecordingTrace trace;
 
   private:
-    NoFocusAccessibilityClient accessibility_;
+    platform::AtspiAccessibilityClient accessibility_;
     platform::QClipboardPasteboard pasteboard_;
     platform::XTestKeySynthesizer keys_;
     platform::X11Workspace workspace_;
@@ -220,6 +199,43 @@ void useInputMethod(const char* gtkModule, const char* xim) {
     qputenv("GTK_IM_MODULE", gtkModule);
     qputenv("QT_IM_MODULE", gtkModule);
     qputenv("XMODIFIERS", QByteArray("@im=") + xim);
+}
+
+// A GTK entry without input-method support gets the text through AT-SPI; password fields (which
+// keep their input context under Fcitx5) get nothing from any path. Another window with an input
+// context stays untouched throughout.
+void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
+    Client withInputMethod = startTarget("gtk-entry");
+    ASSERT_TRUE(focusUntilReady(withInputMethod, committer));
+    Insertion insertion({&committer});
+
+    const QByteArray gtkModule = qgetenv("GTK_IM_MODULE");
+    const QByteArray modifiers = qgetenv("XMODIFIERS");
+    // GTK's own simple input context: the framework never hears of this window.
+    useInputMethod("gtk-im-context-simple", "none");
+    Client without = startTarget("gtk-entry");
+    qputenv("GTK_IM_MODULE", gtkModule);
+    qputenv("XMODIFIERS", modifiers);
+    // The framework has seen the other window lose the focus.
+    ASSERT_TRUE(waitUntil([&] {
+        return QCoro::waitFor(committer.probe()).outcome == Outcome::noFocusedInputContext;
+    }));
+    EXPECT_TRUE(insertion.insert(dictated));
+    EXPECT_EQ(without.text(), dictated);
+    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] Input method " + committer.name() +
+                                         ": no focused input context"));
+    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] AX direct insertion succeeded"));
+
+    for (const char* kind : {"gtk-password", "qt-password"}) {
+        SCOPED_TRACE(kind);
+        Client password = startTarget(kind);
+        insertion.trace.lines.clear();
+        EXPECT_FALSE(insertion.insert(dictated));
+        EXPECT_TRUE(insertion.trace.contains(
+            "[TextInsertion] Focused element is a password field, not inserting"));
+        EXPECT_EQ(password.text(), "");
+    }
+    EXPECT_EQ(withInputMethod.text(), "");
 }
 
 // --- Fcitx5 ---------------------------------------------------------------------------------
@@ -278,23 +294,8 @@ TEST_F(Fcitx5InsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
     }
 }
 
-TEST_F(Fcitx5InsertionTest, AWindowWithoutInputContextGetsTheTextThroughTheNextPath) {
-    Client withInputMethod = startTarget("gtk-entry");
-    ASSERT_TRUE(focusUntilReady(withInputMethod, committer));
-    // GTK's own simple input context: fcitx5 never hears of this window.
-    useInputMethod("gtk-im-context-simple", "none");
-    Client without = startTarget("gtk-entry");
-    // The framework has seen the other window lose the focus.
-    ASSERT_TRUE(waitUntil([&] {
-        return QCoro::waitFor(committer.probe()).outcome == Outcome::noFocusedInputContext;
-    }));
-    Insertion insertion({&committer});
-    EXPECT_TRUE(insertion.insert(dictated));
-    EXPECT_TRUE(waitUntil([&] { return without.text() == dictated; })) << without.text();
-    EXPECT_EQ(withInputMethod.text(), "");
-    EXPECT_TRUE(
-        insertion.trace.contains("[TextInsertion] Input method fcitx5: no focused input context"));
-    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] Pasteboard fallback completed"));
+TEST_F(Fcitx5InsertionTest, WithoutAnInputContextAccessibilityTakesOverAndPasswordsGetNothing) {
+    expectTheNextPathsTakeOver(committer);
 }
 
 // --- IBus -----------------------------------------------------------------------------------
@@ -346,22 +347,8 @@ TEST_F(IBusInsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
     }
 }
 
-TEST_F(IBusInsertionTest, AWindowWithoutInputContextGetsTheTextThroughTheNextPath) {
-    Client withInputMethod = startTarget("gtk-entry");
-    ASSERT_TRUE(focusUntilReady(withInputMethod, *committer_));
-    useInputMethod("gtk-im-context-simple", "none");
-    Client without = startTarget("gtk-entry");
-    // The framework has seen the other window lose the focus.
-    ASSERT_TRUE(waitUntil([&] {
-        return QCoro::waitFor(committer_->probe()).outcome == Outcome::noFocusedInputContext;
-    }));
-    Insertion insertion({committer_});
-    EXPECT_TRUE(insertion.insert(dictated));
-    EXPECT_TRUE(waitUntil([&] { return without.text() == dictated; })) << without.text();
-    EXPECT_EQ(withInputMethod.text(), "");
-    EXPECT_TRUE(
-        insertion.trace.contains("[TextInsertion] Input method ibus: no focused input context"));
-    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] Pasteboard fallback completed"));
+TEST_F(IBusInsertionTest, WithoutAnInputContextAccessibilityTakesOverAndPasswordsGetNothing) {
+    expectTheNextPathsTakeOver(*committer_);
 }
 
 }  // namespace

@@ -76,6 +76,13 @@ QCoro::Task<bool> TextInsertionService::insertWithInputMethod(const std::string&
         (preferences_ && !preferences_->boolValue(inputMethodInsertionEnabledKey))) {
         co_return false;
     }
+    // Not every framework can tell a field for secrets (IBus clients do not say; a GTK password
+    // entry may hold an input context), so where the accessibility interface can see the focused
+    // field, a password field is left to the accessibility path, which refuses it.
+    if (accessibility_.isTrusted() &&
+        (co_await accessibility_.focusedElement()).isSecureTextField) {
+        co_return false;
+    }
     using Outcome = platform::InputMethodCommitter::Outcome;
     for (platform::InputMethodCommitter* inputMethod : inputMethods_) {
         const std::string name = inputMethod->name();

@@ -6,22 +6,15 @@
 // path (AT-SPI), a password field nothing at all; a pending Mozc
 // composition must survive (only as a user other than root: mozc_server refuses root).
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <QCoroTask>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
-#include <QTemporaryDir>
 #include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "ImeTestSession.h"
 #include "KelvoVoiceMac/TextInsertionService.h"
 #include "X11TestWindow.h"
 #include "platform/AccessibilityClient.h"
@@ -52,87 +45,10 @@ class RecordingTrace final : public platform::TraceOutput {
     std::vector<std::string> lines;
 };
 
-std::string sessionDir() {
-    return qEnvironmentVariable("KELVO_SESSION_DIR").toStdString();
-}
-
-QByteArray fileBytes(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-// The text a target reports in its state file.
-std::string targetText(const std::string& statePath) {
-    QJsonObject state =
-        QJsonDocument::fromJson(fileBytes(QString::fromStdString(statePath))).object();
-    return state.value("text").toString().toStdString();
-}
-
-// A client window that the test can focus and whose received text it can read.
-struct Client {
-    std::string title;
-    std::function<std::string()> text;
-};
-
-// Starts an insertion target through the session script; the input-method variables of this
-// process's environment reach it.
-Client startTarget(const std::string& kind) {
-    int status = 0;
-    std::string state =
-        runProgram({KELVO_HEADLESS_SESSION, "target", QString::fromStdString(kind)}, &status);
-    EXPECT_EQ(status, 0) << "target " << kind << " did not start";
-    state = state.substr(0, state.find('\n'));
-    std::string title = QFileInfo(QString::fromStdString(state)).completeBaseName().toStdString();
-    return Client{title, [state] { return targetText(state); }};
-}
-
-// xterm with input-method support, its keyboard input copied byte for byte into a file (no line
-// editing, no echo, so nothing waits for a newline).
-Client startTerminal(const std::string& inputMethodName) {
-    static int count = 0;
-    std::string title = "kelvo-xterm-" + std::to_string(++count);
-    QString output = QString::fromStdString(sessionDir() + "/" + title + ".out");
-    // Input typed before the line discipline is switched would wait for a newline.
-    QString ready = output + ".ready";
-    // Detached: the session ends it with the test program's other descendants.
-    QProcess::startDetached(
-        "xterm", {"-T", QString::fromStdString(title), "-fa", "Noto Sans Mono CJK JP", "-xrm",
-                  QString::fromStdString("*inputMethod: " + inputMethodName), "-e", "sh", "-c",
-                  "stty -icanon -echo; : > '" + ready + "'; exec cat > '" + output + "'"});
-    EXPECT_TRUE(waitUntil([&] { return QFile::exists(ready); }, 60s)) << "xterm did not start";
-    return Client{title, [output] { return fileBytes(output).toStdString(); }};
-}
-
 // The GTK entry, the Qt line edit and xterm, each started when called.
 std::vector<std::function<Client()>> clientStarters(const std::string& inputMethodName) {
     return {[] { return startTarget("gtk-entry"); }, [] { return startTarget("qt-lineedit"); },
             [inputMethodName] { return startTerminal(inputMethodName); }};
-}
-
-// Focuses the client's window until the input method reports an input context with the focus. A
-// client's input context is made asynchronously, so a focus that arrives before it is ready is
-// not seen by the framework: focus again until it is.
-bool focusUntilReady(const Client& client, InputMethodCommitter& committer) {
-    return waitUntil(
-        [&] {
-            int status = 0;
-            std::string window = runProgram(
-                {"xdotool", "search", "--name", QString::fromStdString("^" + client.title + "$")},
-                &status);
-            if (status != 0 || window.empty()) {
-                return false;
-            }
-            window = window.substr(0, window.find('\n'));
-            runProgram({"xdotool", "windowfocus", "--sync", QString::fromStdString(window)});
-            for (int i = 0; i < 10; ++i) {
-                if (QCoro::waitFor(committer.probe()).outcome == Outcome::delivered) {
-                    return true;
-                }
-                waitUntil([] { return false; }, 100ms);
-            }
-            return false;
-        },
-        60s);
 }
 
 // The application's insertion service with the given committers and the real X11 backends.
@@ -159,47 +75,6 @@ class Insertion {
     platform::QtClock clock_;
     app::TextInsertionService service_;
 };
-
-// One input-method daemon for a test suite, with its own configuration and data folders in the
-// session folder; the clients started meanwhile are told to use it.
-class InputMethodDaemon {
-  public:
-    InputMethodDaemon(const QString& program, const QStringList& arguments,
-                      const QProcessEnvironment& environment) {
-        process_.setProcessEnvironment(environment);
-        process_.setProcessChannelMode(QProcess::MergedChannels);
-        process_.setStandardOutputFile(QString::fromStdString(sessionDir()) + "/" + program +
-                                       ".log");
-        process_.start(program, arguments);
-        process_.waitForStarted();
-    }
-    ~InputMethodDaemon() {
-        process_.terminate();
-        if (!process_.waitForFinished(5000)) {
-            process_.kill();
-            process_.waitForFinished();
-        }
-    }
-    bool isRunning() const { return process_.state() == QProcess::Running; }
-
-  private:
-    QProcess process_;
-};
-
-QProcessEnvironment daemonEnvironment(const QString& home) {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("HOME", home);
-    environment.insert("XDG_CONFIG_HOME", home + "/.config");
-    environment.insert("XDG_DATA_HOME", home + "/.local/share");
-    environment.insert("GSETTINGS_BACKEND", "memory");
-    return environment;
-}
-
-void useInputMethod(const char* gtkModule, const char* xim) {
-    qputenv("GTK_IM_MODULE", gtkModule);
-    qputenv("QT_IM_MODULE", gtkModule);
-    qputenv("XMODIFIERS", QByteArray("@im=") + xim);
-}
 
 // A GTK entry without input-method support gets the text through AT-SPI; password fields (which
 // keep their input context under Fcitx5) get nothing from any path. Another window with an input
@@ -243,22 +118,12 @@ void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
 class Fcitx5InsertionTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-#ifndef KELVO_FCITX5_ADDON_CONF
-        return;
-#else
-        QString home = QString::fromStdString(sessionDir()) + "/fcitx5-home";
-        QDir().mkpath(home + "/.local/share/fcitx5/addon");
-        QFile::copy(KELVO_FCITX5_ADDON_CONF,
-                    home + "/.local/share/fcitx5/addon/kelvovoicecommit.conf");
-        // No panel, tray or Wayland in the headless session; the keyboard layout engine only.
-        daemon_ = new InputMethodDaemon("fcitx5",
-                                        {"--disable=wayland,notificationitem,kimpanel,classicui"},
-                                        daemonEnvironment(home));
+#ifdef KELVO_FCITX5_ADDON_CONF
+        daemon_ = InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_CONF);
 #endif
     }
     static void TearDownTestSuite() {
-        delete daemon_;
-        daemon_ = nullptr;
+        daemon_.reset();
     }
     void SetUp() override {
         if (!daemon_) {
@@ -271,10 +136,10 @@ class Fcitx5InsertionTest : public ::testing::Test {
             << "fcitx5 did not load the addon";
     }
 
-    static InputMethodDaemon* daemon_;
+    static std::unique_ptr<InputMethodDaemon> daemon_;
     platform::Fcitx5InputMethodCommitter committer;
 };
-InputMethodDaemon* Fcitx5InsertionTest::daemon_ = nullptr;
+std::unique_ptr<InputMethodDaemon> Fcitx5InsertionTest::daemon_;
 
 TEST_F(Fcitx5InsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
     Insertion insertion({&committer});
@@ -303,19 +168,13 @@ TEST_F(Fcitx5InsertionTest, WithoutAnInputContextAccessibilityTakesOverAndPasswo
 class IBusInsertionTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        QString home = QString::fromStdString(sessionDir()) + "/ibus-home";
-        QDir().mkpath(home);
-        // The daemon writes its address under its configuration folder, where the clients (Qt's
-        // plugin reads nothing else) and this process's libibus look for it.
-        qputenv("XDG_CONFIG_HOME", (home + "/.config").toUtf8());
-        daemon_ =
-            new InputMethodDaemon("ibus-daemon", {"--xim", "--panel=disable", "--config=disable"},
-                                  daemonEnvironment(home));
-        committer_ = new platform::IBusInputMethodCommitter();
+        daemon_ = InputMethodDaemon::startIBus();
+        // libibus keeps one connection per process, made here.
+        committer_ = std::make_unique<platform::IBusInputMethodCommitter>();
     }
     static void TearDownTestSuite() {
-        delete committer_;
-        delete daemon_;
+        committer_.reset();
+        daemon_.reset();
     }
     void SetUp() override {
         useInputMethod("ibus", "ibus");
@@ -325,14 +184,14 @@ class IBusInsertionTest : public ::testing::Test {
             << "ibus-daemon did not start";
     }
 
-    static InputMethodDaemon* daemon_;
-    static platform::IBusInputMethodCommitter* committer_;
+    static std::unique_ptr<InputMethodDaemon> daemon_;
+    static std::unique_ptr<platform::IBusInputMethodCommitter> committer_;
 };
-InputMethodDaemon* IBusInsertionTest::daemon_ = nullptr;
-platform::IBusInputMethodCommitter* IBusInsertionTest::committer_ = nullptr;
+std::unique_ptr<InputMethodDaemon> IBusInsertionTest::daemon_;
+std::unique_ptr<platform::IBusInputMethodCommitter> IBusInsertionTest::committer_;
 
 TEST_F(IBusInsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
-    Insertion insertion({committer_});
+    Insertion insertion({committer_.get()});
     for (const auto& start : clientStarters("ibus")) {
         Client client = start();
         SCOPED_TRACE(client.title);

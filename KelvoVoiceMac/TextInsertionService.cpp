@@ -76,16 +76,20 @@ QCoro::Task<bool> TextInsertionService::insertWithInputMethod(const std::string&
         (preferences_ && !preferences_->boolValue(inputMethodInsertionEnabledKey))) {
         co_return false;
     }
-    // Not every framework can tell a field for secrets (IBus clients do not say; a GTK password
-    // entry may hold an input context), so where the accessibility interface can see the focused
-    // field, a password field is left to the accessibility path, which refuses it.
-    if (accessibility_.isTrusted() &&
-        (co_await accessibility_.focusedElement()).isSecureTextField) {
-        co_return false;
-    }
     using Outcome = platform::InputMethodCommitter::Outcome;
+    bool passwordFieldRuledOut = false;
     for (platform::InputMethodCommitter* inputMethod : inputMethods_) {
         const std::string name = inputMethod->name();
+        // A framework that cannot tell a field for secrets gets the text only when the
+        // accessibility interface, where it sees the focused field, says it is none; a password
+        // field is left to the accessibility path, which refuses it.
+        if (!inputMethod->refusesPasswordFields() && !passwordFieldRuledOut) {
+            if (accessibility_.isTrusted() &&
+                (co_await accessibility_.focusedElement()).isSecureTextField) {
+                co_return false;
+            }
+            passwordFieldRuledOut = true;
+        }
         platform::InputMethodCommitter::Result result = co_await inputMethod->commit(text);
         switch (result.outcome) {
             case Outcome::delivered:

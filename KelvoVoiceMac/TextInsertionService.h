@@ -16,7 +16,8 @@
 // input-method framework, which commits it into the focused input context like converted text;
 // only a committer that says it delivered ends the insertion there. Any other answer (no input
 // context has the focus, framework not running) goes on to the next committer and then to the
-// accessibility and clipboard paths exactly as without committers.
+// accessibility and clipboard paths exactly as without committers. A committer that cannot tell a
+// password field itself is used only when the accessibility interface does not report one.
 //
 // Main thread only; no state survives a call except isInjectingKeys(). The waits suspend the
 // caller's task without blocking the main thread. Collaborators are borrowed and must outlive it.

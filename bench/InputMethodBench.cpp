@@ -100,6 +100,25 @@ bool waitForText(const test::Client& client, const std::string& expected) {
     return true;
 }
 
+// Whether the route can start: the framework reports the client's input context focused, or,
+// without one, AT-SPI sees the client's focused field (it follows the focus asynchronously).
+bool ready(const test::Client& client, platform::InputMethodCommitter* focusThrough) {
+    if (client.title.empty()) {
+        return false;
+    }
+    if (focusThrough) {
+        return test::focusUntilReady(client, *focusThrough);
+    }
+    const auto giveUp = Clock::now() + std::chrono::seconds(20);
+    while (!QCoro::waitFor(backends->atspi.focusedElement()).element) {
+        if (Clock::now() > giveUp) {
+            return false;
+        }
+        QCoreApplication::processEvents();
+    }
+    return true;
+}
+
 // Times insert(chunk) from the call until the client shows the text.
 void timeUntilVisible(benchmark::State& state, const test::Client& client,
                       const std::function<void()>& insert) {
@@ -115,15 +134,17 @@ void timeUntilVisible(benchmark::State& state, const test::Client& client,
     }
 }
 
+platform::InputMethodCommitter* use(const std::string& name);
+
+// Times insert() until the client shows the text, in a client started with the framework named.
 void registerVisible(const std::string& name, std::function<test::Client()> start,
-                     platform::InputMethodCommitter* focusThrough,
-                     std::function<void(const test::Client&)> insert) {
+                     std::string frameworkName, std::function<void(const test::Client&)> insert) {
     benchmark::RegisterBenchmark(
         name.c_str(),
         [=](benchmark::State& state) {
+            platform::InputMethodCommitter* focusThrough = use(frameworkName);
             test::Client client = start();
-            if (client.title.empty() ||
-                (focusThrough && !test::focusUntilReady(client, *focusThrough))) {
+            if (!ready(client, focusThrough)) {
                 state.SkipWithError("target not ready");
                 return;
             }
@@ -136,14 +157,14 @@ void registerVisible(const std::string& name, std::function<test::Client()> star
 
 // The insertion service's own time: from insert() until it returns.
 void registerService(const std::string& name, std::function<test::Client()> start,
-                     platform::InputMethodCommitter* focusThrough,
+                     std::string frameworkName,
                      std::function<std::unique_ptr<app::TextInsertionService>()> make) {
     benchmark::RegisterBenchmark(
         name.c_str(),
         [=](benchmark::State& state) {
+            platform::InputMethodCommitter* focusThrough = use(frameworkName);
             test::Client client = start();
-            if (client.title.empty() ||
-                (focusThrough && !test::focusUntilReady(client, *focusThrough))) {
+            if (!ready(client, focusThrough)) {
                 state.SkipWithError("target not ready");
                 return;
             }
@@ -165,40 +186,66 @@ void registerService(const std::string& name, std::function<test::Client()> star
         ->Unit(benchmark::kMillisecond);
 }
 
-void registerInputMethod(const std::string& framework, platform::InputMethodCommitter& committer,
-                         const char* xim) {
-    auto commit = [&committer](const test::Client&) { QCoro::waitFor(committer.commit(chunk)); };
+// The framework a benchmark needs, started on first use; starting one ends the other. The
+// clients a benchmark starts are switched to it (or to no input method at all).
+struct Framework {
+    std::unique_ptr<test::InputMethodDaemon> daemon;
+    std::unique_ptr<platform::InputMethodCommitter> committer;
+    std::string name;
+};
+Framework* framework = nullptr;
+
+platform::InputMethodCommitter* use(const std::string& name) {
+    if (framework->name == name) {
+        return framework->committer.get();
+    }
+    framework->committer.reset();
+    framework->daemon.reset();
+    framework->name = name;
+    if (name == "fcitx5") {
+#ifdef KELVO_FCITX5_ADDON_CONF
+        framework->daemon = test::InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_CONF);
+        framework->committer = std::make_unique<platform::Fcitx5InputMethodCommitter>();
+#endif
+    } else if (name == "ibus") {
+        framework->daemon = test::InputMethodDaemon::startIBus();
+        framework->committer = std::make_unique<platform::IBusInputMethodCommitter>();
+    } else {
+        test::useInputMethod("gtk-im-context-simple", "none");
+    }
+    return framework->committer.get();
+}
+
+void registerInputMethod(const std::string& name, const std::string& xim) {
+    auto commit = [name](const test::Client&) { QCoro::waitFor(use(name)->commit(chunk)); };
     registerVisible(
-        framework + "/gtk-entry", [] { return test::startTarget("gtk-entry"); }, &committer,
-        commit);
+        name + "/gtk-entry", [] { return test::startTarget("gtk-entry"); }, name, commit);
     registerVisible(
-        framework + "/qt-lineedit", [] { return test::startTarget("qt-lineedit"); }, &committer,
-        commit);
-    std::string server = xim;
+        name + "/qt-lineedit", [] { return test::startTarget("qt-lineedit"); }, name, commit);
     registerVisible(
-        framework + "/xterm", [server] { return test::startTerminal(server); }, &committer, commit);
+        name + "/xterm", [xim] { return test::startTerminal(xim); }, name, commit);
     registerService(
-        framework + "/service/gtk-entry", [] { return test::startTarget("gtk-entry"); }, &committer,
-        [&committer] { return backends->service(backends->atspi, {&committer}); });
+        name + "/service/gtk-entry", [] { return test::startTarget("gtk-entry"); }, name,
+        [name] { return backends->service(backends->atspi, {use(name)}); });
 }
 
 void registerAccessibilityAndPaste() {
     for (const char* kind : {"gtk-entry", "qt-lineedit"}) {
         std::string target = kind;
         auto start = [target] { return test::startTarget(target); };
-        registerVisible("atspi/" + target, start, nullptr, [](const test::Client&) {
+        registerVisible("atspi/" + target, start, "none", [](const test::Client&) {
             auto focused = QCoro::waitFor(backends->atspi.focusedElement());
             if (focused.element) {
                 QCoro::waitFor(backends->atspi.setSelectedText(focused.element, chunk));
             }
         });
-        registerService("atspi/service/" + target, start, nullptr,
+        registerService("atspi/service/" + target, start, "none",
                         [] { return backends->service(backends->atspi); });
-        registerVisible("paste/" + target, start, nullptr, [](const test::Client&) {
+        registerVisible("paste/" + target, start, "none", [](const test::Client&) {
             backends->pasteboard.writeString(chunk);
             backends->keys.sendPaste();
         });
-        registerService("paste/service/" + target, start, nullptr,
+        registerService("paste/service/" + target, start, "none",
                         [] { return backends->service(backends->noFocus); });
     }
 }
@@ -212,28 +259,16 @@ int main(int argc, char** argv) {
     Backends shared;
     backends = &shared;
 
-    // Without an input method: the accessibility and paste routes.
-    test::useInputMethod("gtk-im-context-simple", "none");
+    Framework none;
+    framework = &none;
     registerAccessibilityAndPaste();
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::ClearRegisteredBenchmarks();
-
 #ifdef KELVO_FCITX5_ADDON_CONF
-    {
-        auto daemon = test::InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_CONF);
-        platform::Fcitx5InputMethodCommitter committer;
-        registerInputMethod("fcitx5", committer, "fcitx");
-        benchmark::RunSpecifiedBenchmarks();
-        benchmark::ClearRegisteredBenchmarks();
-    }
+    registerInputMethod("fcitx5", "fcitx");
 #endif
-    {
-        auto daemon = test::InputMethodDaemon::startIBus();
-        platform::IBusInputMethodCommitter committer;
-        registerInputMethod("ibus", committer, "ibus");
-        benchmark::RunSpecifiedBenchmarks();
-        benchmark::ClearRegisteredBenchmarks();
-    }
+    registerInputMethod("ibus", "ibus");
+    benchmark::RunSpecifiedBenchmarks();
+    none.committer.reset();
+    none.daemon.reset();
     benchmark::Shutdown();
     return 0;
 }

@@ -32,6 +32,10 @@ class InputMethodCommitter {
     // The framework's short name for traces and the settings window ("fcitx5", "ibus").
     virtual std::string name() const = 0;
 
+    // Whether commit() itself refuses a focused field for secrets (a password field). When it
+    // cannot tell, the caller must rule such a field out by other means first.
+    virtual bool refusesPasswordFields() const = 0;
+
     // Commits text (UTF-8) into the focused input context. Never throws.
     virtual QCoro::Task<Result> commit(std::string text) = 0;
 

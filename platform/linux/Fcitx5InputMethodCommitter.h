@@ -25,6 +25,8 @@ class Fcitx5InputMethodCommitter final : public InputMethodCommitter {
     explicit Fcitx5InputMethodCommitter(QDBusConnection connection = QDBusConnection::sessionBus());
 
     std::string name() const override { return "fcitx5"; }
+    // The addon checks the context's password and sensitive capability flags.
+    bool refusesPasswordFields() const override { return true; }
     QCoro::Task<Result> commit(std::string text) override;
     QCoro::Task<Result> probe() override;
 

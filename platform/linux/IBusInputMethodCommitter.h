@@ -38,6 +38,9 @@ class IBusInputMethodCommitter final : public InputMethodCommitter {
     IBusInputMethodCommitter& operator=(const IBusInputMethodCommitter&) = delete;
 
     std::string name() const override { return "ibus"; }
+    // The daemon does not tell a client's input purpose, and a GTK password entry may hold a
+    // focused input context.
+    bool refusesPasswordFields() const override { return false; }
     QCoro::Task<Result> commit(std::string text) override;
     QCoro::Task<Result> probe() override;
 

@@ -139,17 +139,17 @@ platform::InputMethodCommitter* use(const std::string& name);
 // Times insert() until the client shows the text, in a client started with the framework named.
 void registerVisible(const std::string& name, std::function<test::Client()> start,
                      std::string frameworkName, std::function<void(const test::Client&)> insert) {
-    benchmark::RegisterBenchmark(
-        name.c_str(),
-        [=](benchmark::State& state) {
-            platform::InputMethodCommitter* focusThrough = use(frameworkName);
-            test::Client client = start();
-            if (!ready(client, focusThrough)) {
-                state.SkipWithError("target not ready");
-                return;
-            }
-            timeUntilVisible(state, client, [&] { insert(client); });
-        })
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [=](benchmark::State& state) {
+                                     platform::InputMethodCommitter* focusThrough =
+                                         use(frameworkName);
+                                     test::Client client = start();
+                                     if (!ready(client, focusThrough)) {
+                                         state.SkipWithError("target not ready");
+                                         return;
+                                     }
+                                     timeUntilVisible(state, client, [&] { insert(client); });
+                                 })
         ->UseManualTime()
         ->Iterations(20)
         ->Unit(benchmark::kMillisecond);
@@ -203,8 +203,8 @@ platform::InputMethodCommitter* use(const std::string& name) {
     framework->daemon.reset();
     framework->name = name;
     if (name == "fcitx5") {
-#ifdef KELVO_FCITX5_ADDON_CONF
-        framework->daemon = test::InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_CONF);
+#ifdef KELVO_FCITX5_ADDON_LIBRARY
+        framework->daemon = test::InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_LIBRARY);
         framework->committer = std::make_unique<platform::Fcitx5InputMethodCommitter>();
 #endif
     } else if (name == "ibus") {
@@ -262,7 +262,7 @@ int main(int argc, char** argv) {
     Framework none;
     framework = &none;
     registerAccessibilityAndPaste();
-#ifdef KELVO_FCITX5_ADDON_CONF
+#ifdef KELVO_FCITX5_ADDON_LIBRARY
     registerInputMethod("fcitx5", "fcitx");
 #endif
     registerInputMethod("ibus", "ibus");

@@ -9,6 +9,7 @@
 #include <QProcessEnvironment>
 
 #include "X11TestWindow.h"
+#include "platform/linux/Fcitx5AddonInstaller.h"
 
 namespace kelvo::test {
 
@@ -112,10 +113,16 @@ InputMethodDaemon::~InputMethodDaemon() {
     }
 }
 
-std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString& addonDescription) {
+std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString& addonLibrary) {
     QString home = sessionDir() + "/fcitx5-home";
-    QDir().mkpath(home + "/.local/share/fcitx5/addon");
-    QFile::copy(addonDescription, home + "/.local/share/fcitx5/addon/kelvovoicecommit.conf");
+    // The addon goes in as a user without root would put it: through the settings window's
+    // installer, into the data folder this daemon reads.
+    qputenv("XDG_DATA_HOME", (home + "/.local/share").toUtf8());
+    platform::Fcitx5AddonInstaller installer({addonLibrary.toStdString()});
+    if (!installer.installForUser().empty() ||
+        installer.installation() != platform::Fcitx5AddonInstaller::Installation::forUser) {
+        return nullptr;
+    }
     useInputMethod("fcitx", "fcitx");
     return std::unique_ptr<InputMethodDaemon>(new InputMethodDaemon(
         "fcitx5", {"--disable=wayland,notificationitem,kimpanel,classicui"}, home));

@@ -42,9 +42,11 @@ void useInputMethod(const char* gtkAndQtModule, const char* ximServer);
 // session folder.
 class InputMethodDaemon {
   public:
-    // fcitx5 with our addon (the build folder's description at addonDescription), keyboard layout
-    // engine only, no panel or Wayland; clients are switched to fcitx.
-    static std::unique_ptr<InputMethodDaemon> startFcitx5(const QString& addonDescription);
+    // fcitx5 with our addon library at addonLibrary, installed for the user by
+    // Fcitx5AddonInstaller (XDG_DATA_HOME of this process and the daemon: the session's), keyboard
+    // layout engine only, no panel or Wayland; clients are switched to fcitx. Null when the
+    // install failed.
+    static std::unique_ptr<InputMethodDaemon> startFcitx5(const QString& addonLibrary);
     // ibus-daemon with XIM, no panel; its address file lands under XDG_CONFIG_HOME, which this
     // process and the clients started from now on share. Returns once the address is written.
     static std::unique_ptr<InputMethodDaemon> startIBus();

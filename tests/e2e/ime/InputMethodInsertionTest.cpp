@@ -72,6 +72,11 @@ class Insertion {
 
     bool insert(const std::string& text) { return QCoro::waitFor(service_.insert(text, true)); }
 
+    // Whether the accessibility interface has caught up with the focus on a password field.
+    bool seesPasswordField() {
+        return QCoro::waitFor(accessibility_.focusedElement()).isSecureTextField;
+    }
+
     RecordingTrace trace;
 
   private:
@@ -83,9 +88,9 @@ class Insertion {
     app::TextInsertionService service_;
 };
 
-// A GTK entry without input-method support gets the text through AT-SPI (or the paste); password fields (which
-// keep their input context under Fcitx5) get nothing from any path. Another window with an input
-// context stays untouched throughout.
+// A GTK entry without input-method support gets the text through AT-SPI (or the paste); password
+// fields (which keep their input context under Fcitx5) get nothing from any path. Another window
+// with an input context stays untouched throughout.
 void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
     Client withInputMethod = startTarget("gtk-entry");
     ASSERT_TRUE(focusUntilReady(withInputMethod, committer));
@@ -114,10 +119,14 @@ void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
     for (const char* kind : {"gtk-password", "qt-password"}) {
         SCOPED_TRACE(kind);
         Client password = startTarget(kind);
+        // The refusal needs AT-SPI to have seen the new focus: until then its focused element is
+        // the previous window's, and the paste fallback would type into the password field.
+        ASSERT_TRUE(waitUntil([&] { return insertion.seesPasswordField(); }));
         insertion.trace.lines.clear();
-        EXPECT_FALSE(insertion.insert(dictated));
+        EXPECT_FALSE(insertion.insert(dictated)) << insertion.trace.joined();
         EXPECT_TRUE(insertion.trace.contains(
-            "[TextInsertion] Focused element is a password field, not inserting"));
+            "[TextInsertion] Focused element is a password field, not inserting"))
+            << insertion.trace.joined();
         EXPECT_EQ(password.text(), "");
     }
     EXPECT_EQ(withInputMethod.text(), "");
@@ -128,17 +137,18 @@ void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
 class Fcitx5InsertionTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-#ifdef KELVO_FCITX5_ADDON_CONF
-        daemon_ = InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_CONF);
+#ifdef KELVO_FCITX5_ADDON_LIBRARY
+        daemon_ = InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_LIBRARY);
 #endif
     }
     static void TearDownTestSuite() {
         daemon_.reset();
     }
     void SetUp() override {
-        if (!daemon_) {
-            GTEST_SKIP() << "the Fcitx5 addon was not built (Fcitx5 development packages missing)";
-        }
+#ifndef KELVO_FCITX5_ADDON_LIBRARY
+        GTEST_SKIP() << "the Fcitx5 addon was not built (Fcitx5 development packages missing)";
+#endif
+        ASSERT_TRUE(daemon_) << "the addon could not be installed for the user";
         useInputMethod("fcitx", "fcitx");
         // Ready once our addon answers on fcitx5's bus.
         ASSERT_TRUE(waitUntil(

@@ -1,5 +1,6 @@
 #include "KelvoVoiceMac/DictationTestView.h"
 
+#include <QCloseEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPlainTextEdit>
@@ -106,6 +107,18 @@ void DictationTestView::toggleDictation() {
     }
 }
 
+void DictationTestView::closeEvent(QCloseEvent* event) {
+    if (isRecording_) {
+        stop();
+    } else if (isStarting_) {
+        // The start still running sees the new generation and closes what it opened.
+        ++generation_;
+        isStarting_ = false;
+        refresh();
+    }
+    QWidget::closeEvent(event);
+}
+
 void DictationTestView::clear() {
     confirmedText_.clear();
     currentPartial_.clear();
@@ -142,7 +155,7 @@ QCoro::Task<> DictationTestView::runTranscription(std::uint64_t generation) {
     try {
         audio = co_await audioCaptureService_->start();
     } catch (const std::exception& error) {
-        if (self) {
+        if (self && generation == generation_) {
             isStarting_ = false;
             errorMessage_ = error.what();
             isRecording_ = false;
@@ -150,7 +163,11 @@ QCoro::Task<> DictationTestView::runTranscription(std::uint64_t generation) {
         }
         co_return;
     }
-    if (!self || generation != generation_) {
+    if (!self) {
+        co_return;
+    }
+    if (generation != generation_) {
+        audioCaptureService_->stop();
         co_return;
     }
     auto events = speechService_->startTranscription(std::move(audio));

@@ -55,6 +55,11 @@ class DictationTestView final : public QWidget {
     // After every change of the state shown.
     void stateChanged();
 
+  protected:
+    // Closing the window stops a running test dictation: the microphone is never left open behind
+    // a window the user no longer sees.
+    void closeEvent(QCloseEvent* event) override;
+
   private:
     void start();
     void stop();

@@ -198,6 +198,8 @@ QWidget* DictionaryEditViewMac::makeDetail() {
     detailTitle_ = new QLabel(detail);
     detailTitle_->setObjectName(QStringLiteral("detailTitle"));
     detailTitle_->setTextFormat(Qt::PlainText);
+    // A long canonical text is cut at the edge rather than widening the window.
+    detailTitle_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     WindowStyle::setTextStyle(*detailTitle_, WindowStyle::TextStyle::title3, true);
     saveButton_ = new QPushButton(QStringLiteral("保存"), detail);
     saveButton_->setObjectName(QStringLiteral("saveButton"));
@@ -231,7 +233,9 @@ QWidget* DictionaryEditViewMac::makeDetail() {
 }
 
 bool DictionaryEditViewMac::canSave() const {
-    if (isSaving_) {
+    // Before the first load ends the working copy is not the dictionary yet: saving it would
+    // replace the file with an empty list.
+    if (!isLoaded_ || isSaving_) {
         return false;
     }
     return std::none_of(entries_.begin(), entries_.end(),
@@ -247,6 +251,9 @@ DictionaryEntry DictionaryEditViewMac::makeNewEntry() {
 }
 
 void DictionaryEditViewMac::addEntry() {
+    if (!isLoaded_) {
+        return;
+    }
     entries_.push_back(makeNewEntry());
     appendRow(entries_.back());
     selectEntry(entries_.back().id);
@@ -424,6 +431,8 @@ void DictionaryEditViewMac::refreshState() {
     sidebarStack_->setCurrentWidget(isLoaded_ && entries_.empty() ? emptyListPanel_ : list_);
     detailStack_->setCurrentWidget(selectedEntryID_ ? formPage_ : noSelectionPanel_);
     detailTitle_->setText(selectedEntryID_ ? form_->navigationTitle() : QString());
+    // An entry added before the first load ends would be replaced by the loaded list.
+    addButton_->setEnabled(isLoaded_);
     deleteButton_->setEnabled(selectedEntryID_.has_value());
     saveButton_->setEnabled(canSave());
 }

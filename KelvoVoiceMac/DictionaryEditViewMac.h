@@ -52,10 +52,11 @@ class DictionaryEditViewMac final : public QWidget {
     bool isLoaded() const noexcept { return isLoaded_; }
     const std::optional<std::string>& errorMessage() const noexcept { return errorMessage_; }
     bool isSaving() const noexcept { return isSaving_; }
-    // False while an entry's canonical text is blank or a save is running.
+    // False while an entry's canonical text is blank, before the first load has ended and while a
+    // save is running.
     bool canSave() const;
 
-    // The toolbar actions.
+    // The toolbar actions. Adding waits for the first load to end.
     void addEntry();
     void deleteSelectedEntry();
     // Writes the working copy; the result arrives through saveFinished().

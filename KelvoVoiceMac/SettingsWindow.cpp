@@ -86,11 +86,26 @@ SettingsWindow::SettingsWindow(platform::Preferences& preferences, MicrophoneLis
     scroll->setWidget(content);
     outer->addWidget(scroll);
 
+    // The groups have a form each; one label width lines their fields up as if they were one.
+    int labelWidth = 0;
+    for (auto* label : rowLabels_) {
+        labelWidth = std::max(labelWidth, label->sizeHint().width());
+    }
+    for (auto* label : rowLabels_) {
+        label->setMinimumWidth(labelWidth);
+    }
+
     setMinimumSize(480, 400);
     resize(540, 660);
 }
 
 SettingsWindow::~SettingsWindow() = default;
+
+QLabel* SettingsWindow::rowLabel(const QString& text, QWidget* parent) {
+    auto* label = new QLabel(text, parent);
+    rowLabels_.push_back(label);
+    return label;
+}
 
 QWidget* SettingsWindow::makeDictationGroup() {
     auto* group = new QGroupBox(QStringLiteral("Dictation"), this);
@@ -111,7 +126,7 @@ QWidget* SettingsWindow::makeDictationGroup() {
         noteLabel(QStringLiteral("Hold it to dictate, double-tap it for hands-free. Click the "
                                  "button, then press the key."),
                   group));
-    form->addRow(QStringLiteral("Push-to-talk key:"), keyColumn);
+    form->addRow(rowLabel(QStringLiteral("Push-to-talk key:"), group), keyColumn);
 
     microphoneChoice_ = new QComboBox(group);
     microphoneChoice_->setObjectName(QStringLiteral("microphoneChoice"));
@@ -124,7 +139,7 @@ QWidget* SettingsWindow::makeDictationGroup() {
             microphoneChoice_->itemData(index, kSourceNameRole).toString().toStdString());
         changed(PreferenceKeys::microphoneSource);
     });
-    form->addRow(QStringLiteral("Microphone:"), microphoneChoice_);
+    form->addRow(rowLabel(QStringLiteral("Microphone:"), group), microphoneChoice_);
 
     fillerRemovalToggle_ =
         new QCheckBox(QStringLiteral("Remove filler words (フィラーカット)"), group);
@@ -157,7 +172,7 @@ QWidget* SettingsWindow::makeRecognitionGroup() {
                                engineChoice_->itemData(index).toString().toStdString());
         changed(PreferenceKeys::recognitionEngine);
     });
-    form->addRow(QStringLiteral("Engine:"), engineChoice_);
+    form->addRow(rowLabel(QStringLiteral("Engine:"), group), engineChoice_);
     column->addLayout(form);
 
     modelSectionSlot_ = new QVBoxLayout;

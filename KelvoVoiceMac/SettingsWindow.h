@@ -77,6 +77,7 @@ class SettingsWindow final : public QWidget {
     void setStartAtLogin(bool enabled);
     void showProblem(const QString& text);
     void changed(const char* key);
+    QLabel* rowLabel(const QString& text, QWidget* parent);
 
     platform::Preferences& preferences_;
     MicrophoneLister listMicrophones_;
@@ -92,6 +93,7 @@ class SettingsWindow final : public QWidget {
     QListWidget* terminalClasses_ = nullptr;
     QCheckBox* startAtLoginToggle_ = nullptr;
     QLabel* problemLabel_ = nullptr;
+    std::vector<QLabel*> rowLabels_;
 };
 
 }  // namespace kelvo::app

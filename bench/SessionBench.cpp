@@ -109,6 +109,15 @@ class MemoryPreferences final : public platform::Preferences {
     void registerDefault(const std::string&, bool value) override { value_ = value; }
     bool boolValue(const std::string&) const override { return value_; }
     void setBool(const std::string&, bool value) override { value_ = value; }
+    // The session reads only the filler switch; the other kinds answer with their defaults.
+    std::string stringValue(const std::string&, const std::string& fallback) const override {
+        return fallback;
+    }
+    void setString(const std::string&, const std::string&) override {}
+    std::vector<std::string> stringListValue(const std::string&) const override { return {}; }
+    void setStringList(const std::string&, const std::vector<std::string>&) override {}
+    int intValue(const std::string&, int fallback) const override { return fallback; }
+    void setInt(const std::string&, int) override {}
 
   private:
     bool value_ = true;

@@ -1,8 +1,9 @@
 // The application's windows, driven through their widgets on Qt's offscreen platform (no X
-// server): the dictionary editor against a real JSON store and correction engine, the dictation
-// test window against the scripted capture and recogniser, and the settings window against fake
-// preferences and a temporary autostart folder. With KELVO_SCREENSHOT_DIR set, each test also
-// saves what its window shows, for looking at by eye; nothing here compares pixels.
+// server; another one when QT_QPA_PLATFORM names it): the dictionary editor against a real JSON
+// store and correction engine, the dictation test window against the scripted capture and
+// recogniser, and the settings window against fake preferences and a temporary autostart folder.
+// With KELVO_SCREENSHOT_DIR set, each test also saves what its window shows, for looking at by eye;
+// nothing here compares pixels.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -49,6 +50,9 @@ using ::testing::IsEmpty;
 
 void ensureApplication() {
     if (QCoreApplication::instance() == nullptr) {
+        if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        }
         static int argc = 1;
         static char name[] = "window_tests";
         static char* argv[] = {name, nullptr};
@@ -249,6 +253,7 @@ TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop
     auto& capture = *audio;
     auto& recognizer = *speech;
     app::DictationTestView view(std::move(audio), std::move(speech));
+    view.show();
     auto& text = child<QPlainTextEdit>(view, "transcript");
     auto& button = child<QPushButton>(view, "dictationButton");
     EXPECT_EQ(text.placeholderText(), QStringLiteral("Start Dictation to begin..."));
@@ -287,6 +292,14 @@ TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop
 
     child<QPushButton>(view, "clearButton").click();
     EXPECT_TRUE(text.toPlainText().isEmpty());
+
+    button.click();
+    runFor(clock, capture.startDelay);
+    ASSERT_TRUE(view.isRecording());
+    view.close();
+    EXPECT_FALSE(view.isRecording()) << "closing the window ends the test dictation";
+    EXPECT_EQ(capture.stopCount, 2);
+    runFor(clock, recognizer.stopDelay);
 }
 
 TEST(SettingsWindowTest, ChangesAreStoredAndStartAtLoginIsTheAutostartEntry) {

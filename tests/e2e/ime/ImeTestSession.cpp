@@ -113,8 +113,18 @@ InputMethodDaemon::~InputMethodDaemon() {
     }
 }
 
-std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString& addonLibrary) {
-    QString home = sessionDir() + "/fcitx5-home";
+std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString& addonLibrary,
+                                                                  const QString& inputMethod) {
+    QString home = sessionDir() + "/fcitx5-home" + inputMethod;
+    if (!inputMethod.isEmpty()) {
+        QDir().mkpath(home + "/.config/fcitx5");
+        QFile profile(home + "/.config/fcitx5/profile");
+        profile.open(QIODevice::WriteOnly);
+        profile.write(
+            "[Groups/0]\nName=Default\nDefault Layout=us\nDefaultIM=" + inputMethod.toUtf8() +
+            "\n\n[Groups/0/Items/0]\nName=" + inputMethod.toUtf8() +
+            "\nLayout=\n\n[GroupOrder]\n0=Default\n");
+    }
     // The addon goes in as a user without root would put it: through the settings window's
     // installer, into the data folder this daemon reads.
     qputenv("XDG_DATA_HOME", (home + "/.local/share").toUtf8());

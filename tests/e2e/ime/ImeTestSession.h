@@ -46,7 +46,9 @@ class InputMethodDaemon {
     // Fcitx5AddonInstaller (XDG_DATA_HOME of this process and the daemon: the session's), keyboard
     // layout engine only, no panel or Wayland; clients are switched to fcitx. Null when the
     // install failed.
-    static std::unique_ptr<InputMethodDaemon> startFcitx5(const QString& addonLibrary);
+    // With inputMethod "mozc" the user's profile makes Mozc the only input method.
+    static std::unique_ptr<InputMethodDaemon> startFcitx5(const QString& addonLibrary,
+                                                          const QString& inputMethod = {});
     // ibus-daemon with XIM, no panel; its address file lands under XDG_CONFIG_HOME, which this
     // process and the clients started from now on share. Returns once the address is written.
     static std::unique_ptr<InputMethodDaemon> startIBus();

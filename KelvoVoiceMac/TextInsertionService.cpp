@@ -34,8 +34,14 @@ QCoro::Task<bool> TextInsertionService::insert(std::string text, bool restore) {
         co_return true;
     }
     // Needs no accessibility trust: the framework commits as the user's own input method does.
-    if (co_await insertWithInputMethod(text)) {
+    InputMethodResult viaInputMethod = co_await insertWithInputMethod(text);
+    if (viaInputMethod == InputMethodResult::inserted) {
         co_return true;
+    }
+    if (viaInputMethod == InputMethodResult::refused) {
+        // Seen already: no later path may look again and miss it (the paste types blindly).
+        traceOutput_.write("[TextInsertion] Focused element is a password field, not inserting");
+        co_return false;
     }
     // Without trust neither the accessibility calls nor the synthetic chord would reach other
     // applications, so the clipboard fallback is not even tried.
@@ -71,10 +77,11 @@ void TextInsertionService::openAccessibilitySettings() {
     }
 }
 
-QCoro::Task<bool> TextInsertionService::insertWithInputMethod(const std::string& text) {
+QCoro::Task<TextInsertionService::InputMethodResult> TextInsertionService::insertWithInputMethod(
+    const std::string& text) {
     if (inputMethods_.empty() ||
         (preferences_ && !preferences_->boolValue(inputMethodInsertionEnabledKey))) {
-        co_return false;
+        co_return InputMethodResult::notInserted;
     }
     using Outcome = platform::InputMethodCommitter::Outcome;
     bool passwordFieldRuledOut = false;
@@ -86,7 +93,7 @@ QCoro::Task<bool> TextInsertionService::insertWithInputMethod(const std::string&
         if (!inputMethod->refusesPasswordFields() && !passwordFieldRuledOut) {
             if (accessibility_.isTrusted() &&
                 (co_await accessibility_.focusedElement()).isSecureTextField) {
-                co_return false;
+                co_return InputMethodResult::refused;
             }
             passwordFieldRuledOut = true;
         }
@@ -95,7 +102,7 @@ QCoro::Task<bool> TextInsertionService::insertWithInputMethod(const std::string&
             case Outcome::delivered:
                 traceOutput_.write("[TextInsertion] Input method insertion succeeded: " + name +
                                    " (" + result.detail + ")");
-                co_return true;
+                co_return InputMethodResult::inserted;
             case Outcome::noFocusedInputContext:
                 traceOutput_.write("[TextInsertion] Input method " + name +
                                    ": no focused input context");
@@ -106,7 +113,7 @@ QCoro::Task<bool> TextInsertionService::insertWithInputMethod(const std::string&
                 break;
         }
     }
-    co_return false;
+    co_return InputMethodResult::notInserted;
 }
 
 QCoro::Task<TextInsertionService::ElementState> TextInsertionService::readElementState(

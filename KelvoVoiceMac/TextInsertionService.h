@@ -79,7 +79,10 @@ class TextInsertionService final : public DictationTextInserter {
     // refused: the focused element is a field for secrets; no fallback may type there either.
     enum class AccessibilityResult { inserted, failed, refused };
 
-    QCoro::Task<bool> insertWithInputMethod(const std::string& text);
+    // refused: the accessibility interface reported a password field before a committer that
+    // cannot tell one was used; nothing may be inserted.
+    enum class InputMethodResult { inserted, notInserted, refused };
+    QCoro::Task<InputMethodResult> insertWithInputMethod(const std::string& text);
     QCoro::Task<AccessibilityResult> insertWithAccessibility(const std::string& text);
     QCoro::Task<ElementState> readElementState(
         std::shared_ptr<platform::AccessibleElement> element);

@@ -6,6 +6,7 @@
 #include <QCoroFuture>
 #include <QFuture>
 #include <QPromise>
+#include <QTimer>
 #include <cstring>
 #include <functional>
 
@@ -78,7 +79,23 @@ class PanelExtensionService {
 
 struct IBusInputMethodCommitter::Connection {
     IBusBus* bus = nullptr;
+    // Exported while we hold the extension name, that is from a commit until releaseTimer fires.
+    std::unique_ptr<PanelExtensionService> service;
+    QTimer releaseTimer;
+
+    void release() {
+        if (service && bus && ibus_bus_is_connected(bus)) {
+            ibus_bus_release_name_async(bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI,
+                                        timeoutMilliseconds, nullptr, nullptr, nullptr);
+        }
+        service.reset();
+    }
     ~Connection() {
+        releaseTimer.stop();
+        if (service && bus && ibus_bus_is_connected(bus)) {
+            ibus_bus_release_name(bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI);
+        }
+        service.reset();
         if (bus) {
             g_object_unref(bus);
         }
@@ -88,6 +105,11 @@ struct IBusInputMethodCommitter::Connection {
 IBusInputMethodCommitter::IBusInputMethodCommitter() : connection_(std::make_shared<Connection>()) {
     ibus_init();
     connection_->bus = ibus_bus_new_async();
+    connection_->releaseTimer.setSingleShot(true);
+    connection_->releaseTimer.setInterval(nameHoldTime);
+    Connection* connection = connection_.get();
+    QObject::connect(&connection->releaseTimer, &QTimer::timeout,
+                     [connection] { connection->release(); });
 }
 
 IBusInputMethodCommitter::~IBusInputMethodCommitter() = default;
@@ -139,7 +161,11 @@ QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::commit(std::
     // Kept alive across the waits even if the committer's connection is replaced meanwhile.
     std::shared_ptr<Connection> connection = connection_;
     IBusBus* bus = connection->bus;
-    PanelExtensionService service(ibus_bus_get_connection(bus));
+    connection->releaseTimer.stop();
+    // A fresh service each time: the daemon destroys the one it knew when the name goes (to the
+    // emoji picker, say) and nothing tells us.
+    connection->service.reset();
+    connection->service = std::make_unique<PanelExtensionService>(ibus_bus_get_connection(bus));
     AsyncResult requested = co_await runAsync([bus](GAsyncReadyCallback done, gpointer data) {
         ibus_bus_request_name_async(
             bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI,
@@ -149,24 +175,25 @@ QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::commit(std::
     GError* error = nullptr;
     guint reply = ibus_bus_request_name_async_finish(bus, requested.get(), &error);
     if (error) {
+        connection->service.reset();
         co_return Result{Outcome::unavailable,
                          "cannot take the panel extension name: " + takeErrorMessage(error)};
     }
     constexpr guint primaryOwner = 1;
     constexpr guint alreadyOwner = 4;
     if (reply != primaryOwner && reply != alreadyOwner) {
+        connection->service.reset();
         co_return Result{Outcome::unavailable,
                          "the panel extension name is held by another client"};
     }
-
-    // Signals leave in order on one connection: the daemon commits before it sees the release.
-    service.commitText(text);
-    AsyncResult released = co_await runAsync([bus](GAsyncReadyCallback done, gpointer data) {
-        ibus_bus_release_name_async(bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI, timeoutMilliseconds,
-                                    nullptr, done, data);
-    });
-    ibus_bus_release_name_async_finish(bus, released.get(), &error);
-    g_clear_error(&error);  // the commit is out either way; a name we still hold is replaceable
+    if (!connection->service) {
+        co_return Result{Outcome::unavailable, "the connection to ibus-daemon went"};
+    }
+    connection->service->commitText(text);
+    // The name is given back a little later, not at once: with the release right behind the
+    // signal, a commit reported sent sometimes never arrived in our runs under load (the daemon
+    // can drop its extension proxy before that proxy has handled the signal).
+    connection->releaseTimer.start();
     co_return Result{Outcome::delivered, focus.substr(focus.rfind('/') + 1)};
 }
 

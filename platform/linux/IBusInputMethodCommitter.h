@@ -4,8 +4,8 @@
 // each commit it takes the daemon's panel-extension name (the one the emoji picker uses, taken
 // with replacement allowed so the picker gets it back afterwards), exports a panel service at the
 // extension's object path, emits the panel's CommitText (the daemon commits it into its focused
-// input context, before any preedit of the user's engine) and releases the name again. This
-// relies on daemon behaviour that is stable since IBus 1.5.19 but not documented as an API.
+// input context, before any preedit of the user's engine) and releases the name nameHoldTime later.
+// This relies on daemon behaviour that is stable since IBus 1.5.19 but not documented as an API.
 //
 // The daemon gives no feedback for a commit and drops it silently when no input context has the
 // focus, so the focus is asked for first: the daemon's current input context, which falls back to
@@ -28,6 +28,8 @@ class IBusInputMethodCommitter final : public InputMethodCommitter {
   public:
     // Each daemon call; a daemon that does not answer in this time counts as unavailable.
     static constexpr std::chrono::milliseconds callTimeout{500};
+    // How long the extension name is kept after a commit (and after each further commit).
+    static constexpr std::chrono::milliseconds nameHoldTime{250};
 
     // Connects to the daemon of this session (IBUS_ADDRESS, else the daemon's address file, which
     // is also what GTK and Qt clients read); reconnects by itself when the daemon starts later.

@@ -246,6 +246,15 @@ void SettingsWindow::setModelSection(QWidget* section) {
     modelSectionSlot_->addWidget(section);
 }
 
+void SettingsWindow::setInputMethodSection(QWidget* section) {
+    if (section == nullptr) {
+        return;
+    }
+    // Into the column of groups, just above the problem line.
+    auto* column = static_cast<QVBoxLayout*>(problemLabel_->parentWidget()->layout());
+    column->insertWidget(column->indexOf(problemLabel_), section);
+}
+
 void SettingsWindow::present() {
     if (isMinimized()) {
         showNormal();

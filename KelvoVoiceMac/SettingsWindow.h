@@ -47,6 +47,9 @@ class SettingsWindow final : public QWidget {
     // is none; the window takes ownership.
     void setModelSection(QWidget* section);
 
+    // Adds the input-method panel below the other groups; the window takes ownership.
+    void setInputMethodSection(QWidget* section);
+
     // Shows the window (restoring it when minimised), raises it and asks for the keyboard focus.
     void present();
 

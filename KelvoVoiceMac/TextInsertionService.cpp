@@ -20,12 +20,28 @@ TextInsertionService::TextInsertionService(Dependencies dependencies)
       keySynthesizer_(dependencies.keySynthesizer),
       workspace_(dependencies.workspace),
       clock_(dependencies.clock),
-      traceOutput_(dependencies.traceOutput) {}
+      traceOutput_(dependencies.traceOutput),
+      inputMethods_(std::move(dependencies.inputMethods)),
+      preferences_(dependencies.preferences) {
+    if (preferences_) {
+        preferences_->registerDefault(inputMethodInsertionEnabledKey, true);
+    }
+}
 
 QCoro::Task<bool> TextInsertionService::insert(std::string text, bool restore) {
     if (text.empty()) {
         traceOutput_.write("[TextInsertion] Empty text, skipping");
         co_return true;
+    }
+    // Needs no accessibility trust: the framework commits as the user's own input method does.
+    InputMethodResult viaInputMethod = co_await insertWithInputMethod(text);
+    if (viaInputMethod == InputMethodResult::inserted) {
+        co_return true;
+    }
+    if (viaInputMethod == InputMethodResult::refused) {
+        // Seen already: no later path may look again and miss it (the paste types blindly).
+        traceOutput_.write("[TextInsertion] Focused element is a password field, not inserting");
+        co_return false;
     }
     // Without trust neither the accessibility calls nor the synthetic chord would reach other
     // applications, so the clipboard fallback is not even tried.
@@ -59,6 +75,45 @@ void TextInsertionService::openAccessibilitySettings() {
     if (!workspace_.openPermissionHelp(platform::Workspace::PermissionPane::accessibility)) {
         traceOutput_.write("[TextInsertion] Failed to build Accessibility settings URL");
     }
+}
+
+QCoro::Task<TextInsertionService::InputMethodResult> TextInsertionService::insertWithInputMethod(
+    const std::string& text) {
+    if (inputMethods_.empty() ||
+        (preferences_ && !preferences_->boolValue(inputMethodInsertionEnabledKey))) {
+        co_return InputMethodResult::notInserted;
+    }
+    using Outcome = platform::InputMethodCommitter::Outcome;
+    bool passwordFieldRuledOut = false;
+    for (platform::InputMethodCommitter* inputMethod : inputMethods_) {
+        const std::string name = inputMethod->name();
+        // A framework that cannot tell a field for secrets gets the text only when the
+        // accessibility interface, where it sees the focused field, says it is none; a password
+        // field is left to the accessibility path, which refuses it.
+        if (!inputMethod->refusesPasswordFields() && !passwordFieldRuledOut) {
+            if (accessibility_.isTrusted() &&
+                (co_await accessibility_.focusedElement()).isSecureTextField) {
+                co_return InputMethodResult::refused;
+            }
+            passwordFieldRuledOut = true;
+        }
+        platform::InputMethodCommitter::Result result = co_await inputMethod->commit(text);
+        switch (result.outcome) {
+            case Outcome::delivered:
+                traceOutput_.write("[TextInsertion] Input method insertion succeeded: " + name +
+                                   " (" + result.detail + ")");
+                co_return InputMethodResult::inserted;
+            case Outcome::noFocusedInputContext:
+                traceOutput_.write("[TextInsertion] Input method " + name +
+                                   ": no focused input context");
+                break;
+            case Outcome::unavailable:
+                traceOutput_.write("[TextInsertion] Input method " + name +
+                                   " unavailable: " + result.detail);
+                break;
+        }
+    }
+    co_return InputMethodResult::notInserted;
 }
 
 QCoro::Task<TextInsertionService::ElementState> TextInsertionService::readElementState(

@@ -11,17 +11,28 @@
 // it is not lost. A password field gets nothing at all, not even through the clipboard. Progress
 // lines go to the trace output with the prefix "[TextInsertion]".
 //
+// Before all that, when input-method committers are given and the preference
+// "kvmac_inputMethodInsertionEnabled" (default true) allows it, the text is handed to the user's
+// input-method framework, which commits it into the focused input context like converted text;
+// only a committer that says it delivered ends the insertion there. Any other answer (no input
+// context has the focus, framework not running) goes on to the next committer and then to the
+// accessibility and clipboard paths exactly as without committers. A committer that cannot tell a
+// password field itself is used only when the accessibility interface does not report one.
+//
 // Main thread only; no state survives a call except isInjectingKeys(). The waits suspend the
 // caller's task without blocking the main thread. Collaborators are borrowed and must outlive it.
 
 #include <QCoroTask>
 #include <string>
+#include <vector>
 
 #include "KelvoVoiceMac/DictationTextInserter.h"
 #include "platform/AccessibilityClient.h"
 #include "platform/Clock.h"
+#include "platform/InputMethodCommitter.h"
 #include "platform/KeySynthesizer.h"
 #include "platform/Pasteboard.h"
+#include "platform/Preferences.h"
 #include "platform/TraceOutput.h"
 #include "platform/Workspace.h"
 
@@ -36,7 +47,13 @@ class TextInsertionService final : public DictationTextInserter {
         platform::Workspace& workspace;
         platform::Clock& clock;
         platform::TraceOutput& traceOutput;
+        // Tried in order before the accessibility path; none by default.
+        std::vector<platform::InputMethodCommitter*> inputMethods = {};
+        // Where the route's switch is read at each insertion; without it the route is on.
+        platform::Preferences* preferences = nullptr;
     };
+
+    static constexpr char inputMethodInsertionEnabledKey[] = "kvmac_inputMethodInsertionEnabled";
 
     static constexpr platform::Clock::Duration verificationWait = std::chrono::milliseconds(120);
     // The earliest restore after the chord, even when the fetch is seen sooner: some targets
@@ -62,6 +79,10 @@ class TextInsertionService final : public DictationTextInserter {
     // refused: the focused element is a field for secrets; no fallback may type there either.
     enum class AccessibilityResult { inserted, failed, refused };
 
+    // refused: the accessibility interface reported a password field before a committer that
+    // cannot tell one was used; nothing may be inserted.
+    enum class InputMethodResult { inserted, notInserted, refused };
+    QCoro::Task<InputMethodResult> insertWithInputMethod(const std::string& text);
     QCoro::Task<AccessibilityResult> insertWithAccessibility(const std::string& text);
     QCoro::Task<ElementState> readElementState(
         std::shared_ptr<platform::AccessibleElement> element);
@@ -75,6 +96,8 @@ class TextInsertionService final : public DictationTextInserter {
     platform::Workspace& workspace_;
     platform::Clock& clock_;
     platform::TraceOutput& traceOutput_;
+    std::vector<platform::InputMethodCommitter*> inputMethods_;
+    platform::Preferences* preferences_;
     bool isInjectingKeys_ = false;
 };
 

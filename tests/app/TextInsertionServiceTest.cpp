@@ -7,8 +7,10 @@
 #include "KelvoVoiceMac/TextInsertionService.h"
 #include "fakes/FakeAccessibilityClient.h"
 #include "fakes/FakeClock.h"
+#include "fakes/FakeInputMethodCommitter.h"
 #include "fakes/FakeKeySynthesizer.h"
 #include "fakes/FakePasteboard.h"
+#include "fakes/FakePreferences.h"
 #include "fakes/FakeWorkspace.h"
 #include "fakes/RecordingTraceOutput.h"
 #include "fakes/TestEventLoop.h"
@@ -278,6 +280,65 @@ TEST_F(TextInsertionServiceTest, AccessibilitySettingsOpenThroughTheWorkspace) {
     service.openAccessibilitySettings();
     EXPECT_THAT(trace.lines,
                 ElementsAre("[TextInsertion] Failed to build Accessibility settings URL"));
+}
+
+}  // namespace
+}  // namespace kelvo::test
+
+namespace kelvo::test {
+namespace {
+
+using Outcome = platform::InputMethodCommitter::Outcome;
+
+// The input-method route: the first committer that delivers ends the insertion, before trust is
+// even asked; any other answer goes on to the next and then to the accessibility path unchanged.
+TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityWhenEnabled) {
+    FakeInputMethodCommitter fcitx5{"fcitx5", {Outcome::noFocusedInputContext, ""}};
+    FakeInputMethodCommitter ibus{"ibus", {Outcome::delivered, "InputContext_3"}};
+    FakePreferences preferences;
+    app::TextInsertionService withInputMethods{{.accessibility = accessibility,
+                                                .pasteboard = pasteboard,
+                                                .keySynthesizer = keys,
+                                                .workspace = workspace,
+                                                .clock = clock,
+                                                .traceOutput = trace,
+                                                .inputMethods = {&fcitx5, &ibus},
+                                                .preferences = &preferences}};
+    EXPECT_TRUE(preferences.defaults.at("kvmac_inputMethodInsertionEnabled"));
+    accessibility.trusted = false;
+    runInsert(withInputMethods, "日本語👍🏽", true, result);
+    settle(clock);
+    EXPECT_EQ(result, true);
+    EXPECT_THAT(fcitx5.commits, ElementsAre("日本語👍🏽"));
+    EXPECT_THAT(ibus.commits, ElementsAre("日本語👍🏽"));
+    EXPECT_THAT(accessibility.calls, IsEmpty());
+    EXPECT_THAT(trace.lines,
+                ElementsAre("[TextInsertion] Input method fcitx5: no focused input context",
+                            "[TextInsertion] Input method insertion succeeded: ibus "
+                            "(InputContext_3)"));
+
+    trace.lines.clear();
+    accessibility.trusted = true;
+    ibus.answer = {Outcome::unavailable, "ibus-daemon is not running"};
+    runInsert(withInputMethods, "x", true, result);
+    runFor(clock, 120ms);
+    EXPECT_EQ(result, true);
+    EXPECT_THAT(trace.lines,
+                ElementsAre("[TextInsertion] Input method fcitx5: no focused input context",
+                            "[TextInsertion] Input method ibus unavailable: ibus-daemon is not "
+                            "running",
+                            "[TextInsertion] Frontmost app: gedit",
+                            "[TextInsertion] AX verification changed: value=true, "
+                            "selectedText=false, range=true",
+                            "[TextInsertion] AX direct insertion succeeded"));
+
+    // Switched off: not asked at all. (The insertion runs to its end before the service goes.)
+    preferences.setBool("kvmac_inputMethodInsertionEnabled", false);
+    targetFetchesAfter(1ms);
+    runInsert(withInputMethods, "y", true, result);
+    runFor(clock, 2s);
+    EXPECT_EQ(fcitx5.commits.size(), 2u);
+    EXPECT_EQ(ibus.commits.size(), 2u);
 }
 
 }  // namespace

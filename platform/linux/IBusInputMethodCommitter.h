@@ -1,0 +1,60 @@
+#pragma once
+
+// IBusInputMethodCommitter commits dictated text through ibus-daemon without an engine switch: for
+// each commit it takes the daemon's panel-extension name (the one the emoji picker uses, taken
+// with replacement allowed so the picker gets it back afterwards), exports a panel service at the
+// extension's object path, emits the panel's CommitText (the daemon commits it into its focused
+// input context, before any preedit of the user's engine) and releases the name nameHoldTime later.
+// This relies on daemon behaviour that is stable since IBus 1.5.19 but not documented as an API.
+//
+// The daemon gives no feedback for a commit and drops it silently when no input context has the
+// focus, so the focus is asked for first: the daemon's current input context, which falls back to
+// the daemon's own context (no client's) when the focused client sends FocusOut: a window without
+// an input context yields noFocusedInputContext and the text goes on to the next path instead of
+// being swallowed.
+//
+// libibus runs on the GLib main context, which the Qt main loop drives (Qt's GLib event
+// dispatcher, the default on Linux); without that dispatcher the committer says unavailable
+// rather than wait forever. Main thread only.
+
+#include <chrono>
+#include <memory>
+
+#include "platform/InputMethodCommitter.h"
+
+namespace kelvo::platform {
+
+class IBusInputMethodCommitter final : public InputMethodCommitter {
+  public:
+    // Each daemon call; a daemon that does not answer in this time counts as unavailable.
+    static constexpr std::chrono::milliseconds callTimeout{500};
+    // How long the extension name is kept after a commit (and after each further commit).
+    static constexpr std::chrono::milliseconds nameHoldTime{250};
+
+    // Connects to the daemon of this session (IBUS_ADDRESS, else the daemon's address file, which
+    // is also what GTK and Qt clients read); reconnects by itself when the daemon starts later.
+    IBusInputMethodCommitter();
+    ~IBusInputMethodCommitter() override;
+
+    IBusInputMethodCommitter(const IBusInputMethodCommitter&) = delete;
+    IBusInputMethodCommitter& operator=(const IBusInputMethodCommitter&) = delete;
+
+    std::string name() const override { return "ibus"; }
+    // The daemon does not tell a client's input purpose, and a GTK password entry may hold a
+    // focused input context.
+    bool refusesPasswordFields() const override { return false; }
+    QCoro::Task<Result> commit(std::string text) override;
+    QCoro::Task<Result> probe() override;
+
+  private:
+    struct Connection;
+
+    // The reason no commit can go out now, or empty when the daemon can be used.
+    std::string unavailableReason() const;
+    // Whether a client's input context has the focus; *reason gets its object path, else why not.
+    QCoro::Task<bool> hasFocusedInputContext(std::string* reason);
+
+    std::shared_ptr<Connection> connection_;
+};
+
+}  // namespace kelvo::platform

@@ -1,0 +1,154 @@
+#include "ImeTestSession.h"
+
+#include <QCoroTask>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcessEnvironment>
+
+#include "X11TestWindow.h"
+#include "platform/linux/Fcitx5AddonInstaller.h"
+
+namespace kelvo::test {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+QString sessionDir() {
+    return qEnvironmentVariable("KELVO_SESSION_DIR");
+}
+
+QByteArray fileBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+}  // namespace
+
+Client startTarget(const std::string& kind) {
+    int status = 0;
+    std::string state =
+        runProgram({KELVO_HEADLESS_SESSION, "target", QString::fromStdString(kind)}, &status);
+    if (status != 0) {
+        return {};
+    }
+    QString path = QString::fromStdString(state.substr(0, state.find('\n')));
+    return Client{QFileInfo(path).completeBaseName().toStdString(), [path] {
+                      QJsonObject object = QJsonDocument::fromJson(fileBytes(path)).object();
+                      return object.value("text").toString().toStdString();
+                  }};
+}
+
+Client startTerminal(const std::string& inputMethodName) {
+    static int count = 0;
+    std::string title = "kelvo-xterm-" + std::to_string(++count);
+    QString output = sessionDir() + "/" + QString::fromStdString(title) + ".out";
+    // Input typed before the line discipline is switched would wait for a newline.
+    QString ready = output + ".ready";
+    // Detached: the session ends it with the program's other descendants.
+    QProcess::startDetached(
+        "xterm", {"-T", QString::fromStdString(title), "-fa", "Noto Sans Mono CJK JP", "-xrm",
+                  QString::fromStdString("*inputMethod: " + inputMethodName), "-e", "sh", "-c",
+                  "stty -icanon -echo; : > '" + ready + "'; exec cat > '" + output + "'"});
+    if (!waitUntil([&] { return QFile::exists(ready); }, 60s)) {
+        return {};
+    }
+    return Client{title, [output] { return fileBytes(output).toStdString(); }};
+}
+
+bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer) {
+    using Outcome = platform::InputMethodCommitter::Outcome;
+    return !client.title.empty() &&
+           waitUntil(
+               [&] {
+                   int status = 0;
+                   std::string window =
+                       runProgram({"xdotool", "search", "--name",
+                                   QString::fromStdString("^" + client.title + "$")},
+                                  &status);
+                   if (status != 0 || window.empty()) {
+                       return false;
+                   }
+                   window = window.substr(0, window.find('\n'));
+                   runProgram({"xdotool", "windowfocus", "--sync", QString::fromStdString(window)});
+                   for (int i = 0; i < 10; ++i) {
+                       if (QCoro::waitFor(committer.probe()).outcome == Outcome::delivered) {
+                           return true;
+                       }
+                       waitUntil([] { return false; }, 100ms);
+                   }
+                   return false;
+               },
+               60s);
+}
+
+void useInputMethod(const char* gtkAndQtModule, const char* ximServer) {
+    qputenv("GTK_IM_MODULE", gtkAndQtModule);
+    qputenv("QT_IM_MODULE", gtkAndQtModule);
+    qputenv("XMODIFIERS", QByteArray("@im=") + ximServer);
+}
+
+InputMethodDaemon::InputMethodDaemon(const QString& program, const QStringList& arguments,
+                                     const QString& home) {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("HOME", home);
+    environment.insert("XDG_CONFIG_HOME", home + "/.config");
+    environment.insert("XDG_DATA_HOME", home + "/.local/share");
+    environment.insert("GSETTINGS_BACKEND", "memory");
+    process_.setProcessEnvironment(environment);
+    process_.setProcessChannelMode(QProcess::MergedChannels);
+    process_.setStandardOutputFile(sessionDir() + "/" + program + ".log");
+    process_.start(program, arguments);
+    process_.waitForStarted();
+}
+
+InputMethodDaemon::~InputMethodDaemon() {
+    process_.terminate();
+    if (!process_.waitForFinished(5000)) {
+        process_.kill();
+        process_.waitForFinished();
+    }
+}
+
+std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString& addonLibrary,
+                                                                  const QString& inputMethod) {
+    QString home = sessionDir() + "/fcitx5-home" + inputMethod;
+    if (!inputMethod.isEmpty()) {
+        QDir().mkpath(home + "/.config/fcitx5");
+        QFile profile(home + "/.config/fcitx5/profile");
+        profile.open(QIODevice::WriteOnly);
+        profile.write(
+            "[Groups/0]\nName=Default\nDefault Layout=us\nDefaultIM=" + inputMethod.toUtf8() +
+            "\n\n[Groups/0/Items/0]\nName=" + inputMethod.toUtf8() +
+            "\nLayout=\n\n[GroupOrder]\n0=Default\n");
+    }
+    // The addon goes in as a user without root would put it: through the settings window's
+    // installer, into the data folder this daemon reads.
+    qputenv("XDG_DATA_HOME", (home + "/.local/share").toUtf8());
+    platform::Fcitx5AddonInstaller installer({addonLibrary.toStdString()});
+    if (!installer.installForUser().empty() ||
+        installer.installation() != platform::Fcitx5AddonInstaller::Installation::forUser) {
+        return nullptr;
+    }
+    useInputMethod("fcitx", "fcitx");
+    return std::unique_ptr<InputMethodDaemon>(new InputMethodDaemon(
+        "fcitx5", {"--disable=wayland,notificationitem,kimpanel,classicui"}, home));
+}
+
+std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startIBus() {
+    QString home = sessionDir() + "/ibus-home";
+    QDir().mkpath(home);
+    // Qt's IBus plugin finds the daemon only through this address file.
+    qputenv("XDG_CONFIG_HOME", (home + "/.config").toUtf8());
+    useInputMethod("ibus", "ibus");
+    std::unique_ptr<InputMethodDaemon> daemon(new InputMethodDaemon(
+        "ibus-daemon", {"--xim", "--panel=disable", "--config=disable"}, home));
+    QDir addresses(home + "/.config/ibus/bus");
+    waitUntil([&] { return !addresses.entryList(QDir::Files).isEmpty(); }, 60s);
+    return daemon;
+}
+
+}  // namespace kelvo::test

@@ -1,0 +1,63 @@
+#pragma once
+
+// Test support for the input-method route, shared by the end-to-end tests and the benchmark: an
+// input-method daemon (fcitx5 with our addon, or ibus-daemon) with its own folders inside the
+// headless session, the insertion targets and an XIM terminal as clients, and focusing a client
+// until its framework reports its input context focused. Main thread; needs a Qt application and
+// a session from scripts/headless-session.
+
+#include <QProcess>
+#include <QString>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/InputMethodCommitter.h"
+
+namespace kelvo::test {
+
+// A client window that can be focused and whose received text can be read.
+struct Client {
+    std::string title;  // empty when it did not start
+    std::function<std::string()> text;
+};
+
+// Starts an insertion target (scripts/headless-session target KIND); the input-method variables of
+// this process's environment reach it.
+Client startTarget(const std::string& kind);
+
+// xterm with input-method support (XIM server inputMethodName), its keyboard input copied byte for
+// byte into a file: no line editing, no echo, so nothing waits for a newline.
+Client startTerminal(const std::string& inputMethodName);
+
+// Focuses the client's window until the framework reports an input context with the focus. A
+// client makes its input context asynchronously, so a focus that comes before it is ready is not
+// seen by the framework: focus again until it is.
+bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer);
+
+// Sets the variables that make GTK, Qt and XIM clients started from now on use a framework.
+void useInputMethod(const char* gtkAndQtModule, const char* ximServer);
+
+// An input-method daemon, ended (TERM, then KILL) when destroyed. Its log is FRAMEWORK.log in the
+// session folder.
+class InputMethodDaemon {
+  public:
+    // fcitx5 with our addon library at addonLibrary, installed for the user by
+    // Fcitx5AddonInstaller (XDG_DATA_HOME of this process and the daemon: the session's), keyboard
+    // layout engine only, no panel or Wayland; clients are switched to fcitx. Null when the
+    // install failed.
+    // With inputMethod "mozc" the user's profile makes Mozc the only input method.
+    static std::unique_ptr<InputMethodDaemon> startFcitx5(const QString& addonLibrary,
+                                                          const QString& inputMethod = {});
+    // ibus-daemon with XIM, no panel; its address file lands under XDG_CONFIG_HOME, which this
+    // process and the clients started from now on share. Returns once the address is written.
+    static std::unique_ptr<InputMethodDaemon> startIBus();
+
+    ~InputMethodDaemon();
+
+  private:
+    InputMethodDaemon(const QString& program, const QStringList& arguments, const QString& home);
+    QProcess process_;
+};
+
+}  // namespace kelvo::test

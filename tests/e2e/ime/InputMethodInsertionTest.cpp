@@ -1,0 +1,282 @@
+// Dictated text through the user's input method, end to end: fcitx5 with our addon and, separately,
+// ibus-daemon run inside the headless session; a GTK entry, a Qt line edit and xterm (XIM) use
+// them; the application's TextInsertionService sends the text with the real committers and the
+// real clipboard and paste chord behind them. Japanese with an emoji (a skin-tone sequence) must
+// arrive byte for byte; a window without an input context must get the text through the next
+// path (AT-SPI), a password field nothing at all; a pending Mozc
+// composition must survive (only as a user other than root: mozc_server refuses root).
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <QCoroTask>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QFile>
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ImeTestSession.h"
+#include "KelvoVoiceMac/TextInsertionService.h"
+#include "X11TestWindow.h"
+#include "platform/AccessibilityClient.h"
+#include "platform/QtClock.h"
+#include "platform/TraceOutput.h"
+#include "platform/linux/AtspiAccessibilityClient.h"
+#include "platform/linux/Fcitx5InputMethodCommitter.h"
+#include "platform/linux/IBusInputMethodCommitter.h"
+#include "platform/linux/QClipboardPasteboard.h"
+#include "platform/linux/X11Workspace.h"
+#include "platform/linux/XTestKeySynthesizer.h"
+
+namespace kelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+using platform::InputMethodCommitter;
+using Outcome = InputMethodCommitter::Outcome;
+
+const std::string dictated = "音声入力のテスト、日本語👍🏽です。";
+
+class RecordingTrace final : public platform::TraceOutput {
+  public:
+    void write(std::string_view line) override { lines.emplace_back(line); }
+    bool contains(const std::string& line) const {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+    std::string joined() const {
+        std::string all;
+        for (const std::string& line : lines) {
+            all += line + "\n";
+        }
+        return all;
+    }
+    std::vector<std::string> lines;
+};
+
+// The GTK entry, the Qt line edit and xterm, each started when called.
+std::vector<std::function<Client()>> clientStarters(const std::string& inputMethodName) {
+    return {[] { return startTarget("gtk-entry"); }, [] { return startTarget("qt-lineedit"); },
+            [inputMethodName] { return startTerminal(inputMethodName); }};
+}
+
+// The application's insertion service with the given committers and the real X11 backends.
+class Insertion {
+  public:
+    explicit Insertion(std::vector<InputMethodCommitter*> committers)
+        : service_({.accessibility = accessibility_,
+                    .pasteboard = pasteboard_,
+                    .keySynthesizer = keys_,
+                    .workspace = workspace_,
+                    .clock = clock_,
+                    .traceOutput = trace,
+                    .inputMethods = std::move(committers)}) {}
+
+    bool insert(const std::string& text) { return QCoro::waitFor(service_.insert(text, true)); }
+
+    // Whether the accessibility interface has caught up with the focus on a password field.
+    bool seesPasswordField() {
+        return QCoro::waitFor(accessibility_.focusedElement()).isSecureTextField;
+    }
+
+    RecordingTrace trace;
+
+  private:
+    platform::AtspiAccessibilityClient accessibility_;
+    platform::QClipboardPasteboard pasteboard_;
+    platform::XTestKeySynthesizer keys_;
+    platform::X11Workspace workspace_;
+    platform::QtClock clock_;
+    app::TextInsertionService service_;
+};
+
+// A GTK entry without input-method support gets the text through AT-SPI (or the paste); password
+// fields (which keep their input context under Fcitx5) get nothing from any path. Another window
+// with an input context stays untouched throughout.
+void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
+    Client withInputMethod = startTarget("gtk-entry");
+    ASSERT_TRUE(focusUntilReady(withInputMethod, committer));
+    Insertion insertion({&committer});
+
+    const QByteArray gtkModule = qgetenv("GTK_IM_MODULE");
+    const QByteArray modifiers = qgetenv("XMODIFIERS");
+    // GTK's own simple input context: the framework never hears of this window.
+    useInputMethod("gtk-im-context-simple", "none");
+    Client without = startTarget("gtk-entry");
+    qputenv("GTK_IM_MODULE", gtkModule);
+    qputenv("XMODIFIERS", modifiers);
+    // The framework has seen the other window lose the focus.
+    ASSERT_TRUE(waitUntil([&] {
+        return QCoro::waitFor(committer.probe()).outcome == Outcome::noFocusedInputContext;
+    }));
+    EXPECT_TRUE(insertion.insert(dictated));
+    EXPECT_EQ(without.text(), dictated);
+    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] Input method " + committer.name() +
+                                         ": no focused input context"));
+    // AT-SPI normally; the paste when a loaded machine shows the change after the verification.
+    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] AX direct insertion succeeded") ||
+                insertion.trace.contains("[TextInsertion] Pasteboard fallback completed"))
+        << insertion.trace.joined();
+
+    for (const char* kind : {"gtk-password", "qt-password"}) {
+        SCOPED_TRACE(kind);
+        Client password = startTarget(kind);
+        // The refusal needs AT-SPI to have seen the new focus: until then its focused element is
+        // the previous window's, and the paste fallback would type into the password field.
+        ASSERT_TRUE(waitUntil([&] { return insertion.seesPasswordField(); }));
+        insertion.trace.lines.clear();
+        EXPECT_FALSE(insertion.insert(dictated)) << insertion.trace.joined();
+        EXPECT_TRUE(insertion.trace.contains(
+            "[TextInsertion] Focused element is a password field, not inserting"))
+            << insertion.trace.joined();
+        EXPECT_EQ(password.text(), "");
+    }
+    EXPECT_EQ(withInputMethod.text(), "");
+}
+
+// --- Fcitx5 ---------------------------------------------------------------------------------
+
+class Fcitx5InsertionTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+#ifdef KELVO_FCITX5_ADDON_LIBRARY
+        daemon_ = InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_LIBRARY);
+#endif
+    }
+    static void TearDownTestSuite() {
+        daemon_.reset();
+    }
+    void SetUp() override {
+#ifndef KELVO_FCITX5_ADDON_LIBRARY
+        GTEST_SKIP() << "the Fcitx5 addon was not built (Fcitx5 development packages missing)";
+#endif
+        ASSERT_TRUE(daemon_) << "the addon could not be installed for the user";
+        useInputMethod("fcitx", "fcitx");
+        // Ready once our addon answers on fcitx5's bus.
+        ASSERT_TRUE(waitUntil(
+            [&] { return QCoro::waitFor(committer.probe()).outcome != Outcome::unavailable; }, 60s))
+            << "fcitx5 did not load the addon";
+    }
+
+    static std::unique_ptr<InputMethodDaemon> daemon_;
+    platform::Fcitx5InputMethodCommitter committer;
+};
+std::unique_ptr<InputMethodDaemon> Fcitx5InsertionTest::daemon_;
+
+TEST_F(Fcitx5InsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
+    Insertion insertion({&committer});
+    // One client at a time: a client that is still making its input context when the next one
+    // starts could take the focus back in the framework's view.
+    for (const auto& start : clientStarters("fcitx")) {
+        Client client = start();
+        SCOPED_TRACE(client.title);
+        ASSERT_TRUE(focusUntilReady(client, committer));
+        insertion.trace.lines.clear();
+        EXPECT_TRUE(insertion.insert(dictated));
+        EXPECT_TRUE(waitUntil([&] { return client.text() == dictated; })) << client.text();
+        ASSERT_EQ(insertion.trace.lines.size(), 1u);
+        EXPECT_TRUE(insertion.trace.lines[0].starts_with(
+            "[TextInsertion] Input method insertion succeeded: fcitx5 ("))
+            << insertion.trace.lines[0];
+    }
+}
+
+TEST_F(Fcitx5InsertionTest, WithoutAnInputContextAccessibilityTakesOverAndPasswordsGetNothing) {
+    expectTheNextPathsTakeOver(committer);
+}
+
+// A Mozc composition the user has pending when the dictation arrives stays pending, and the
+// dictated text goes in before it. mozc_server refuses to run as root (and fcitx5 then stalls), so
+// this runs only as another user.
+TEST(MozcPreeditTest, APendingCompositionSurvivesTheDictation) {
+#ifndef KELVO_FCITX5_ADDON_LIBRARY
+    GTEST_SKIP() << "the Fcitx5 addon was not built";
+#else
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "mozc_server refuses to run as root";
+    }
+    if (!QFile::exists("/usr/share/fcitx5/addon/mozc.conf")) {
+        GTEST_SKIP() << "fcitx5-mozc is not installed";
+    }
+    auto daemon = InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_LIBRARY, "mozc");
+    ASSERT_TRUE(daemon);
+    platform::Fcitx5InputMethodCommitter committer;
+    Client entry = startTarget("gtk-entry");
+    if (entry.title.empty()) {
+        // xdotool's window search fails when a window vanishes under it (the windows of the
+        // fcitx5 that the previous tests ended): once more.
+        entry = startTarget("gtk-entry");
+    }
+    ASSERT_TRUE(focusUntilReady(entry, committer));
+    // "nihongo", not yet converted: a preedit in the entry, not part of its text.
+    runProgram({"xdotool", "type", "--delay", "60", "nihongo"});
+    QDBusMessage focusInfo =
+        QDBusMessage::createMethodCall("org.fcitx.Fcitx5", "/org/kelvovoice/InputMethod",
+                                       "org.kelvovoice.InputMethod1", "FocusInfo");
+    ASSERT_TRUE(waitUntil([&] {
+        QList<QVariant> info = QDBusConnection::sessionBus().call(focusInfo).arguments();
+        return info.size() == 5 && info[4].toBool();
+    })) << "no preedit";
+    EXPECT_EQ(entry.text(), "");
+
+    Insertion insertion({&committer});
+    EXPECT_TRUE(insertion.insert(dictated));
+    EXPECT_TRUE(waitUntil([&] { return entry.text() == dictated; })) << entry.text();
+    // The composition is still there: committing it puts it after the dictated text.
+    runProgram({"xdotool", "key", "Return"});
+    EXPECT_TRUE(waitUntil([&] { return entry.text() == dictated + "にほんご"; })) << entry.text();
+#endif
+}
+
+// --- IBus -----------------------------------------------------------------------------------
+
+class IBusInsertionTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        daemon_ = InputMethodDaemon::startIBus();
+        // libibus keeps one connection per process, made here.
+        committer_ = std::make_unique<platform::IBusInputMethodCommitter>();
+    }
+    static void TearDownTestSuite() {
+        committer_.reset();
+        daemon_.reset();
+    }
+    void SetUp() override {
+        useInputMethod("ibus", "ibus");
+        ASSERT_TRUE(waitUntil(
+            [&] { return QCoro::waitFor(committer_->probe()).outcome != Outcome::unavailable; },
+            60s))
+            << "ibus-daemon did not start";
+    }
+
+    static std::unique_ptr<InputMethodDaemon> daemon_;
+    static std::unique_ptr<platform::IBusInputMethodCommitter> committer_;
+};
+std::unique_ptr<InputMethodDaemon> IBusInsertionTest::daemon_;
+std::unique_ptr<platform::IBusInputMethodCommitter> IBusInsertionTest::committer_;
+
+TEST_F(IBusInsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
+    Insertion insertion({committer_.get()});
+    for (const auto& start : clientStarters("ibus")) {
+        Client client = start();
+        SCOPED_TRACE(client.title);
+        ASSERT_TRUE(focusUntilReady(client, *committer_));
+        insertion.trace.lines.clear();
+        EXPECT_TRUE(insertion.insert(dictated));
+        EXPECT_TRUE(waitUntil([&] { return client.text() == dictated; })) << client.text();
+        ASSERT_EQ(insertion.trace.lines.size(), 1u);
+        EXPECT_TRUE(insertion.trace.lines[0].starts_with(
+            "[TextInsertion] Input method insertion succeeded: ibus ("))
+            << insertion.trace.lines[0];
+    }
+}
+
+TEST_F(IBusInsertionTest, WithoutAnInputContextAccessibilityTakesOverAndPasswordsGetNothing) {
+    expectTheNextPathsTakeOver(*committer_);
+}
+
+}  // namespace
+}  // namespace kelvo::test

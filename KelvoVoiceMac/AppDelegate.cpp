@@ -126,6 +126,8 @@ void AppDelegate::buildSession() {
             .workspace = backends_->workspace(),
             .clock = clock_,
             .traceOutput = traceOutput_,
+            .inputMethods = backends_->inputMethods(),
+            .preferences = &preferences_,
         });
     windows_ = std::make_unique<AppWindows>(AppWindows::Dependencies{
         .backends = *backends_,

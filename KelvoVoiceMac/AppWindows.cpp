@@ -8,6 +8,7 @@
 #include "KelvoVoiceMac/AutostartEntry.h"
 #include "KelvoVoiceMac/DictationTestView.h"
 #include "KelvoVoiceMac/DictionaryWindowController.h"
+#include "KelvoVoiceMac/InputMethodSettingsSection.h"
 #include "KelvoVoiceMac/SettingsWindow.h"
 #include "KelvoVoiceMac/SpeechService.h"
 #include "platform/linux/PulseAudioSourceList.h"
@@ -68,6 +69,9 @@ void AppWindows::openSettings() {
         settingsWindow_ = std::make_unique<SettingsWindow>(
             dependencies_.preferences, [] { return platform::PulseAudioSourceList::list(); },
             AutostartEntry(AutostartEntry::defaultFile(), executable));
+        settingsWindow_->setInputMethodSection(new InputMethodSettingsSection(
+            dependencies_.preferences, dependencies_.backends.inputMethods(),
+            &dependencies_.backends.fcitx5AddonInstaller()));
         QObject::connect(settingsWindow_.get(), &SettingsWindow::preferenceChanged,
                          [this](const QString& key) {
                              if (dependencies_.preferenceChanged) {

@@ -13,6 +13,8 @@
 #include "platform/ModelTranscriber.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
 #include "platform/linux/EvdevKeyMonitor.h"
+#include "platform/linux/Fcitx5InputMethodCommitter.h"
+#include "platform/linux/IBusInputMethodCommitter.h"
 #include "platform/linux/PocketSphinxModelLocator.h"
 #include "platform/linux/PocketSphinxRecognizerProvider.h"
 #include "platform/linux/PulseAudioInput.h"
@@ -124,6 +126,10 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
         std::make_unique<PermissionHelpWorkspace>(std::make_unique<platform::X11Workspace>(), x11);
     choose("workspace", "X11Workspace");
 
+    backends->fcitx5_ = std::make_unique<platform::Fcitx5InputMethodCommitter>();
+    backends->ibus_ = std::make_unique<platform::IBusInputMethodCommitter>();
+    choose("inputMethods", "Fcitx5InputMethodCommitter, IBusInputMethodCommitter");
+
     backends->audioInput_ = backends->makeAudioInput();
     choose("audioInput", "PulseAudioInput");
     backends->modelEngine_ = std::make_unique<platform::UnavailableModelEngine>();
@@ -134,6 +140,10 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
         platform::PocketSphinxModelLocator::systemLocale());
     choose("segmentRecognizer", "PocketSphinxRecognizerProvider");
     return backends;
+}
+
+std::vector<platform::InputMethodCommitter*> PlatformBackends::inputMethods() const {
+    return {fcitx5_.get(), ibus_.get()};
 }
 
 std::unique_ptr<platform::AudioInput> PlatformBackends::makeAudioInput() const {

@@ -14,10 +14,12 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/AccessibilityClient.h"
 #include "platform/AudioInput.h"
 #include "platform/Clock.h"
+#include "platform/InputMethodCommitter.h"
 #include "platform/KeyMonitor.h"
 #include "platform/KeySynthesizer.h"
 #include "platform/ModelEngine.h"
@@ -26,6 +28,7 @@
 #include "platform/SegmentRecognizerProvider.h"
 #include "platform/SystemLog.h"
 #include "platform/Workspace.h"
+#include "platform/linux/Fcitx5AddonInstaller.h"
 
 namespace kelvo::app {
 
@@ -64,6 +67,10 @@ class PlatformBackends {
     platform::ModelEngine& modelEngine() { return *modelEngine_; }
     platform::SegmentRecognizerProvider& segmentRecognizers() { return *segmentRecognizers_; }
     platform::AudioInput& audioInput() { return *audioInput_; }
+    // The input-method routes, tried in this order before accessibility insertion (each reports
+    // when it cannot deliver, and the next path runs).
+    std::vector<platform::InputMethodCommitter*> inputMethods() const;
+    const platform::Fcitx5AddonInstaller& fcitx5AddonInstaller() const { return fcitx5Addon_; }
 
     // A fresh microphone input for a second, independent capture (the test window's). Like the
     // session's, it follows the microphone chosen in the settings from its next capture on.
@@ -83,6 +90,9 @@ class PlatformBackends {
     std::unique_ptr<platform::ModelEngine> modelEngine_;
     std::unique_ptr<platform::SegmentRecognizerProvider> segmentRecognizers_;
     std::unique_ptr<platform::AudioInput> audioInput_;
+    std::unique_ptr<platform::InputMethodCommitter> fcitx5_;
+    std::unique_ptr<platform::InputMethodCommitter> ibus_;
+    platform::Fcitx5AddonInstaller fcitx5Addon_;
 };
 
 }  // namespace kelvo::app

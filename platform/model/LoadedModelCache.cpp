@@ -16,8 +16,8 @@ struct LoadedModelCache::Shared {
     std::mutex mutex;
     std::condition_variable changed;
     std::chrono::minutes idleRelease;
-    std::optional<std::filesystem::path> model;       // loaded or loading
-    std::shared_ptr<SegmentDecoder> decoder;          // when loaded
+    std::optional<std::filesystem::path> model;  // loaded or loading
+    std::shared_ptr<SegmentDecoder> decoder;     // when loaded
     bool loading = false;
     std::optional<std::string> loadFailure;
     std::thread loaderThread;

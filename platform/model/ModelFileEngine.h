@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "core/services/ModelInventory.h"
+#include "platform/AssetInstallationRequest.h"
 #include "platform/ModelEngine.h"
 
 namespace kelvo::platform {

@@ -170,7 +170,8 @@ ProgressiveTranscriber::Action ProgressiveTranscriber::nextAction() {
     const std::size_t silence = trailingSilenceFrames();
     if (silence >= framesIn(options_.pauseForFinal)) {
         const std::size_t speechEnd = frames_.size() - silence;
-        const std::size_t cut = std::min(frames_.size(), speechEnd + framesIn(options_.tailPadding));
+        const std::size_t cut =
+            std::min(frames_.size(), speechEnd + framesIn(options_.tailPadding));
         return {Action::Kind::final_, cut * kFrame};
     }
     if (frames_.size() >= maximumFrames) {
@@ -212,13 +213,13 @@ void ProgressiveTranscriber::runWorker() {
             const std::size_t cut = std::min(window_.size(), action.cutSamples);
             segment.assign(window_.begin(), window_.begin() + static_cast<std::ptrdiff_t>(cut));
             window_.erase(window_.begin(), window_.begin() + static_cast<std::ptrdiff_t>(cut));
-            frames_.erase(frames_.begin(),
-                          frames_.begin() + static_cast<std::ptrdiff_t>(
-                                                std::min(frames_.size(), cut / kFrame)));
+            frames_.erase(frames_.begin(), frames_.begin() + static_cast<std::ptrdiff_t>(std::min(
+                                                                 frames_.size(), cut / kFrame)));
             ++statistics_.finalDecodes;
         } else {
             segment = window_;
-            speechFrames = static_cast<std::size_t>(std::count(frames_.begin(), frames_.end(), true));
+            speechFrames =
+                static_cast<std::size_t>(std::count(frames_.begin(), frames_.end(), true));
             ++statistics_.partialDecodes;
         }
         lastPartialAt_ = totalSamples_;
@@ -230,10 +231,10 @@ void ProgressiveTranscriber::runWorker() {
         std::string text;
         std::optional<std::string> failure;
         try {
-            text = decoder_->decode(segment, language_, prompt_,
-                                    isFinal ? SegmentDecoder::Purpose::final_
-                                            : SegmentDecoder::Purpose::partial,
-                                    abortDecode_);
+            text = decoder_->decode(
+                segment, language_, prompt_,
+                isFinal ? SegmentDecoder::Purpose::final_ : SegmentDecoder::Purpose::partial,
+                abortDecode_);
         } catch (const std::exception& error) {
             failure = error.what();
         }

@@ -98,8 +98,8 @@ class ProgressiveTranscriber : public ModelTranscriber {
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     SpeechActivityDetector detector_;
-    std::vector<float> window_;   // the open segment
-    std::deque<bool> frames_;     // speech flag per classified frame of window_
+    std::vector<float> window_;  // the open segment
+    std::deque<bool> frames_;    // speech flag per classified frame of window_
     std::uint64_t totalSamples_ = 0;
     std::uint64_t lastPartialAt_ = 0;
     bool partialShown_ = false;

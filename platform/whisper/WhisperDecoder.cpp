@@ -79,8 +79,7 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
     parameters.suppress_nst = true;
     parameters.initial_prompt = prompt.empty() ? nullptr : prompt.c_str();
     parameters.abort_callback = &abortRequested;
-    parameters.abort_callback_user_data =
-        const_cast<void*>(static_cast<const void*>(&abort));
+    parameters.abort_callback_user_data = const_cast<void*>(static_cast<const void*>(&abort));
     if (purpose == Purpose::partial) {
         parameters.temperature_inc = 0.0f;
         const int seconds = static_cast<int>((samples.size() + 15999) / 16000);

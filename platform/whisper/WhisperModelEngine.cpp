@@ -25,19 +25,19 @@ WhisperModelEngine::WhisperModelEngine(ModelInventory& inventory, Clock& clock, 
     : ModelFileEngine(inventory),
       log_(log),
       options_(options),
-      cache_([](const std::filesystem::path& model)
-                 -> std::shared_ptr<SegmentDecoder> {
-                 return WhisperDecoder::load(model, decodingThreads());
-             },
-             &warmUp, clock, std::chrono::minutes(10), log) {}
+      cache_(
+          [](const std::filesystem::path& model) -> std::shared_ptr<SegmentDecoder> {
+              return WhisperDecoder::load(model, decodingThreads());
+          },
+          &warmUp, clock, std::chrono::minutes(10), log) {}
 
 int WhisperModelEngine::decodingThreads() {
     return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
 }
 
 std::unique_ptr<ModelTranscriber> WhisperModelEngine::makeTranscriber(const std::string& locale) {
-    return std::make_unique<WhisperTranscriber>(ModelCatalog::languageOfLocale(locale),
-                                                inventory(), cache_, options_, log_);
+    return std::make_unique<WhisperTranscriber>(ModelCatalog::languageOfLocale(locale), inventory(),
+                                                cache_, options_, log_);
 }
 
 void WhisperModelEngine::loadInBackground(const std::string& locale) {

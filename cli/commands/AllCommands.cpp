@@ -11,6 +11,7 @@ void registerAllCommands(CommandRegistry& registry) {
     registerHistoryCommand(registry);
     registerDictionaryCommands(registry);
     registerVaultCommands(registry);
+    registerModelsCommand(registry);
 }
 
 }  // namespace kelvo::cli

@@ -33,6 +33,8 @@ bool abortRequested(void* flag) {
 constexpr int kEncoderFramesPerSecond = 50;
 constexpr int kEncoderMarginFrames = 128;
 constexpr int kFullEncoderFrames = 1500;
+constexpr float kFinalTemperatureStep = 0.4f;
+constexpr int kFinalCandidates = 2;
 
 }  // namespace
 
@@ -80,7 +82,13 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
     parameters.initial_prompt = prompt.empty() ? nullptr : prompt.c_str();
     parameters.abort_callback = &abortRequested;
     parameters.abort_callback_user_data = const_cast<void*>(static_cast<const void*>(&abort));
-    if (purpose == Purpose::partial) {
+    if (purpose == Purpose::final_) {
+        // whisper's own fallback re-decodes at five more temperatures with five candidates each
+        // when a result looks unreliable (on noise it always does): up to 26 decoder passes. Two
+        // more temperatures with two candidates keep most of the benefit at a bounded cost.
+        parameters.temperature_inc = kFinalTemperatureStep;
+        parameters.greedy.best_of = kFinalCandidates;
+    } else {
         parameters.temperature_inc = 0.0f;
         const int seconds = static_cast<int>((samples.size() + 15999) / 16000);
         parameters.audio_ctx =

@@ -5,9 +5,9 @@
 // (never detected), no carried-over context (the transcriber passes its prompt every time), no
 // timestamps, and non-speech tokens suppressed. Partial hypotheses are decoded for speed: one
 // greedy pass without temperature fallback, and an encoder context cut to the audio's length
-// (whisper otherwise encodes a full 30 s window however short the audio); finals get the full
-// window and whisper's fallback. Used by one thread at a time (see SegmentDecoder); frees the
-// model when destroyed.
+// (whisper otherwise encodes a full 30 s window however short the audio). Finals get the full
+// window and a bounded fallback (two more temperatures, two candidates each). Used by one thread
+// at a time (see SegmentDecoder); frees the model when destroyed.
 
 #include <filesystem>
 #include <memory>

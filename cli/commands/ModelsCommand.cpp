@@ -55,7 +55,8 @@ std::string sizeText(std::uint64_t bytes) {
     if (bytes >= 1'000'000'000) {
         std::snprintf(text, sizeof text, "%.1f GB", static_cast<double>(bytes) / 1e9);
     } else {
-        std::snprintf(text, sizeof text, "%.0f MB", static_cast<double>(bytes) / 1e6);
+        std::snprintf(text, sizeof text, bytes < 10'000'000 ? "%.1f MB" : "%.0f MB",
+                      static_cast<double>(bytes) / 1e6);
     }
     return text;
 }

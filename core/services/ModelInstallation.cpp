@@ -302,15 +302,29 @@ void ModelInstallation::run() {
         existing = 0;
     }
     bytesOnDisk_ = existing;
+    try {
+        download(file.get(), existing);
+    } catch (const ModelInstallationError&) {
+        // A download that never got a byte leaves nothing behind.
+        struct stat after {};
+        if (::fstat(file.get(), &after) == 0 && after.st_size == 0) {
+            ::unlink(partial.c_str());
+        }
+        throw;
+    }
+}
+
+void ModelInstallation::download(int fd, std::uint64_t existing) {
+    const std::filesystem::path partial = inventory_.partialFile(entry_);
     if (!(entry_.sizeIsExact && existing == entry_.sizeBytes)) {
-        if (transfer(file.get(), existing) == TransferOutcome::restartFromZero) {
-            if (::ftruncate(file.get(), 0) != 0) {
+        if (transfer(fd, existing) == TransferOutcome::restartFromZero) {
+            if (::ftruncate(fd, 0) != 0) {
                 throw ModelInstallationError(Kind::noSpace, std::string("Could not restart ") +
                                                                 partial.string() + ": " +
                                                                 std::strerror(errno));
             }
             bytesOnDisk_ = 0;
-            if (transfer(file.get(), 0) == TransferOutcome::restartFromZero) {
+            if (transfer(fd, 0) == TransferOutcome::restartFromZero) {
                 throw ModelInstallationError(
                     Kind::server, "Download of model " + entry_.name +
                                       " failed: the server does not answer range requests "
@@ -319,7 +333,7 @@ void ModelInstallation::run() {
             }
         }
     }
-    verifyAndInstall(file.get());
+    verifyAndInstall(fd);
 }
 
 ModelInstallation::TransferOutcome ModelInstallation::transfer(int fd,

@@ -52,6 +52,7 @@ class ModelInstallation {
   private:
     enum class TransferOutcome { complete, restartFromZero };
 
+    void download(int fd, std::uint64_t existingBytes);
     TransferOutcome transfer(int fd, std::uint64_t existingBytes);
     void verifyAndInstall(int fd);
 

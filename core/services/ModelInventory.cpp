@@ -147,7 +147,8 @@ ModelAssetStatus ModelInventory::status(const ModelCatalogEntry& entry) const {
     if (isInstalled(entry)) {
         return ModelAssetStatus::installed;
     }
-    if (regularFileSize(partialFile(entry))) {
+    // An empty partial file is a download that never got a byte: nothing to resume.
+    if (regularFileSize(partialFile(entry)).value_or(0) > 0 || isInstallationRunning(entry)) {
         return ModelAssetStatus::downloading;
     }
     return ModelAssetStatus::supported;

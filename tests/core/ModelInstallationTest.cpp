@@ -230,6 +230,8 @@ TEST_F(ModelInstallationTest, ServerErrorsInstallNothing) {
         EXPECT_EQ(message, "Download of model tiny failed: the server answered HTTP " +
                                std::to_string(status) + " for " + tiny.url);
         expectNothingInstalled(models, tiny);
+        EXPECT_FALSE(std::filesystem::exists(models.partialFile(tiny)));
+        EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
     }
 
     // Nobody listening at all.

@@ -81,7 +81,7 @@ TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
     section.cancelButton()->click();
     ASSERT_TRUE(waitUntil([&] { return !section.isInstalling(); }));
     EXPECT_EQ(section.messageLabel()->text(), "Installation of model tiny was cancelled");
-    EXPECT_EQ(table.item(0, 2)->text(), "Partly downloaded (0 MB); install to resume");
+    EXPECT_EQ(table.item(0, 2)->text(), "Partly downloaded (0.3 MB); install to resume");
 
     server.behave(testing::ModelFileServer::Mode::normal);
     section.installButton()->click();

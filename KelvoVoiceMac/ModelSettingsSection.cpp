@@ -1,12 +1,15 @@
 #include "KelvoVoiceMac/ModelSettingsSection.h"
 
 #include <QComboBox>
+#include <QFormLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalBlocker>
+#include <QSpinBox>
 #include <QTableWidget>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -35,14 +38,11 @@ QString qt(const std::string& text) {
 
 }  // namespace
 
-ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory,
-                                           std::function<std::string()> chosenModel,
-                                           std::function<void(const std::string&)> setChosenModel,
+ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory, Bindings bindings,
                                            QWidget* parent)
     : QWidget(parent),
       inventory_(inventory),
-      chosenModel_(std::move(chosenModel)),
-      setChosenModel_(std::move(setChosenModel)),
+      bindings_(std::move(bindings)),
       table_(new QTableWidget(this)),
       choice_(new QComboBox(this)),
       install_(new QPushButton(tr("Install"), this)),
@@ -50,6 +50,8 @@ ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory,
       remove_(new QPushButton(tr("Remove"), this)),
       progress_(new QProgressBar(this)),
       message_(new QLabel(this)),
+      mirror_(new QLineEdit(this)),
+      idleMinutes_(new QSpinBox(this)),
       poll_(new QTimer(this)) {
     table_->setColumnCount(3);
     table_->setHorizontalHeaderLabels({tr("Model"), tr("Size"), tr("Status")});
@@ -80,15 +82,21 @@ ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory,
     buttons->addWidget(cancel_);
     buttons->addWidget(remove_);
     buttons->addStretch();
-    auto* choiceRow = new QHBoxLayout;
-    choiceRow->addWidget(new QLabel(tr("Model for dictation:"), this));
-    choiceRow->addWidget(choice_, 1);
+    mirror_->setPlaceholderText(tr("The publishers' addresses (Hugging Face)"));
+    mirror_->setToolTip(tr("A mirror: each model's file name is appended to this address."));
+    idleMinutes_->setRange(1, 24 * 60);
+    idleMinutes_->setSuffix(tr(" min"));
+    auto* form = new QFormLayout;
+    form->addRow(tr("Model for dictation:"), choice_);
+    form->addRow(tr("Download from:"), mirror_);
+    form->addRow(tr("Release an unused model after:"), idleMinutes_);
     auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(table_, 1);
     layout->addLayout(buttons);
     layout->addWidget(progress_);
     layout->addWidget(message_);
-    layout->addLayout(choiceRow);
+    layout->addLayout(form);
 
     connect(table_, &QTableWidget::itemSelectionChanged, this, [this] { updateButtons(); });
     connect(install_, &QPushButton::clicked, this, [this] { startInstallation(); });
@@ -103,9 +111,35 @@ ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory,
     });
     connect(poll_, &QTimer::timeout, this, [this] { pollInstallation(); });
 
+    connect(mirror_, &QLineEdit::editingFinished, this, [this] {
+        const std::string address = mirror_->text().trimmed().toStdString();
+        ModelInventory::Settings settings = inventory_.settings();
+        if (settings.downloadBaseURL == address) {
+            return;
+        }
+        settings.downloadBaseURL = address;
+        inventory_.setSettings(settings);
+        if (bindings_.setDownloadBaseURL) {
+            bindings_.setDownloadBaseURL(address);
+        }
+    });
+    connect(idleMinutes_, &QSpinBox::valueChanged, this, [this](int minutes) {
+        if (bindings_.setIdleReleaseMinutes) {
+            bindings_.setIdleReleaseMinutes(minutes);
+        }
+    });
+
     ModelInventory::Settings settings = inventory_.settings();
-    settings.chosenModel = chosenModel_ ? chosenModel_() : std::string();
+    settings.chosenModel = bindings_.chosenModel ? bindings_.chosenModel() : std::string();
+    settings.downloadBaseURL =
+        bindings_.downloadBaseURL ? bindings_.downloadBaseURL() : settings.downloadBaseURL;
     inventory_.setSettings(settings);
+    mirror_->setText(QString::fromStdString(settings.downloadBaseURL));
+    {
+        const QSignalBlocker blocker(idleMinutes_);
+        idleMinutes_->setValue(bindings_.idleReleaseMinutes ? bindings_.idleReleaseMinutes()
+                                                            : defaultIdleReleaseMinutes);
+    }
     refresh();
 }
 
@@ -239,8 +273,8 @@ void ModelSettingsSection::choose(const std::string& name) {
     ModelInventory::Settings settings = inventory_.settings();
     settings.chosenModel = name;
     inventory_.setSettings(settings);
-    if (setChosenModel_) {
-        setChosenModel_(name);
+    if (bindings_.setChosenModel) {
+        bindings_.setChosenModel(name);
     }
 }
 

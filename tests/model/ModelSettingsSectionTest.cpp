@@ -8,8 +8,10 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QTableWidget>
 
 #include "KelvoVoiceMac/ModelSettingsSection.h"
@@ -57,9 +59,22 @@ TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
     other.sha1.clear();
     ModelInventory inventory(ModelCatalog({tiny, other}), folder.path() / "models");
     std::vector<std::string> choices;
+    std::string mirror = "http://stale.invalid/";
+    int idleMinutes = 25;
     app::ModelSettingsSection section(
-        inventory, [] { return std::string(); },
-        [&choices](const std::string& name) { choices.push_back(name); });
+        inventory, {[] { return std::string(); },
+                    [&choices](const std::string& name) { choices.push_back(name); },
+                    [&] { return mirror; }, [&](const std::string& address) { mirror = address; },
+                    [&] { return idleMinutes; }, [&](int minutes) { idleMinutes = minutes; }});
+    // The stored mirror applies to downloads at once; here it is cleared again in the field.
+    EXPECT_EQ(inventory.downloadURL(tiny), "http://stale.invalid/ggml-tiny.bin");
+    EXPECT_EQ(section.idleMinutes()->value(), 25);
+    section.downloadAddress()->setText(QString::fromStdString(server.baseURL()));
+    Q_EMIT section.downloadAddress()->editingFinished();
+    EXPECT_EQ(mirror, server.baseURL());
+    EXPECT_EQ(inventory.downloadURL(tiny), server.baseURL() + "ggml-tiny.bin");
+    section.idleMinutes()->setValue(3);
+    EXPECT_EQ(idleMinutes, 3);
 
     QTableWidget& table = *section.table();
     ASSERT_EQ(table.rowCount(), 2);

@@ -1,5 +1,6 @@
 #include "platform/whisper/WhisperDecoder.h"
 
+#include <malloc.h>
 #include <whisper.h>
 
 #include <algorithm>
@@ -60,6 +61,9 @@ std::shared_ptr<WhisperDecoder> WhisperDecoder::load(const std::filesystem::path
 WhisperDecoder::~WhisperDecoder() {
     whisper_free_state(state_);
     whisper_free(context_);
+    // The model's buffers are freed, but the C library keeps much of them for later allocations;
+    // releasing an idle model is about giving that memory back to the system.
+    malloc_trim(0);
 }
 
 std::string WhisperDecoder::decode(std::span<const float> samples, const std::string& language,

@@ -139,7 +139,8 @@ TEST_F(ModelEngineSpeechServiceTest, TheChosenModelIsInstalledThenTranscribes) {
               "[SpeechService] SpeechTranscriber asset status after install request=installed");
     EXPECT_EQ(lines[3], "[SpeechService] contextualStrings applied count=1");
     EXPECT_EQ(lines[4], "[SpeechService] Using SpeechAnalyzer/SpeechTranscriber");
-    EXPECT_EQ(lines.back(), "[SpeechService] SpeechAnalyzer finalized through end of input");
+    // The reader thread may still trace the last final after this line; both are there.
+    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
 
     ASSERT_FALSE(events.empty());
     EXPECT_EQ(events.back().kind, TranscriptionEvent::Kind::final_);

@@ -14,6 +14,7 @@ void registerAllCommands(CommandRegistry& registry) {
     registerHistoryCommand(registry);
     registerDictionaryCommands(registry);
     registerVaultCommands(registry);
+    registerModelsCommand(registry);
 }
 
 }  // namespace kelvo::cli

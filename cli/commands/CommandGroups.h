@@ -25,6 +25,8 @@ void registerHistoryCommand(CommandRegistry& registry);
 void registerDictionaryCommands(CommandRegistry& registry);
 /// save, vault list, vault read, vault search.
 void registerVaultCommands(CommandRegistry& registry);
+/// models list, models install, models remove.
+void registerModelsCommand(CommandRegistry& registry);
 
 /// Every command of the tool, in the order the help lists them.
 void registerAllCommands(CommandRegistry& registry);

@@ -1,0 +1,269 @@
+// The whisper.cpp model engine on this machine's CPU, per model file: load time, resident memory
+// with the model loaded and after it is released, real-time factor of a final decode (a 10 s
+// segment, full 30 s encoder window) and of a partial decode (3 s of audio, encoder cut to the
+// audio), the latency of partial results while somebody speaks (audio fed in real time through
+// the progressive transcriber: from the moment the audio was there to the end of the decode that
+// covers it), and the time from the end of input to the last final.
+//
+// Models: KELVO_BENCH_WHISPER_MODELS (paths separated by ':'), else KELVO_TEST_WHISPER_MODEL.
+// whisper.cpp's for-tests models have the real tensor shapes, so the compute figures hold for the
+// real models of the same size (they produce no text; accuracy is not measured here).
+// Run with --benchmark_min_time=1x or similar: every case is slow by nature.
+
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include <whisper.h>
+
+#include "platform/model/ProgressiveTranscriber.h"
+#include "platform/whisper/WhisperDecoder.h"
+#include "platform/whisper/WhisperModelEngine.h"
+
+namespace {
+
+using kelvo::platform::ProgressiveTranscriber;
+using kelvo::platform::SegmentDecoder;
+using kelvo::platform::WhisperDecoder;
+using Clock = std::chrono::steady_clock;
+
+double residentMegabytes() {
+    std::ifstream statm("/proc/self/statm");
+    long pages = 0;
+    long resident = 0;
+    statm >> pages >> resident;
+    return static_cast<double>(resident) * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1e6;
+}
+
+std::vector<float> speech(double seconds) {
+    std::vector<float> samples(static_cast<std::size_t>(seconds * 16000));
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        samples[i] = 0.1f * static_cast<float>(std::sin(2 * M_PI * 440 * i / 16000.0) *
+                                               (0.6 + 0.4 * std::sin(2 * M_PI * 3 * i / 16000.0)));
+    }
+    return samples;
+}
+
+int threads() {
+    return kelvo::platform::WhisperModelEngine::decodingThreads();
+}
+
+void BM_LoadAndRelease(benchmark::State& state, std::string model) {
+    double loadSeconds = 0;
+    double warmUpSeconds = 0;
+    double before = 0, loaded = 0, released = 0;
+    for (auto _ : state) {
+        before = residentMegabytes();
+        const auto start = Clock::now();
+        auto decoder = WhisperDecoder::load(model, threads());
+        const auto afterLoad = Clock::now();
+        const std::atomic<bool> never = false;
+        std::vector<float> quiet(8000, 0.0f);
+        decoder->decode(quiet, "en", "", SegmentDecoder::Purpose::final_, never);
+        const auto afterWarmUp = Clock::now();
+        loaded = residentMegabytes();
+        decoder.reset();
+        released = residentMegabytes();
+        loadSeconds += std::chrono::duration<double>(afterLoad - start).count();
+        warmUpSeconds += std::chrono::duration<double>(afterWarmUp - afterLoad).count();
+    }
+    const auto n = static_cast<double>(state.iterations());
+    state.counters["load_ms"] = loadSeconds / n * 1000;
+    state.counters["warmup_ms"] = warmUpSeconds / n * 1000;
+    state.counters["rss_before_MB"] = before;
+    state.counters["rss_loaded_MB"] = loaded;
+    state.counters["rss_released_MB"] = released;
+}
+
+void BM_DecodeRealTimeFactor(benchmark::State& state, std::string model, double seconds,
+                             SegmentDecoder::Purpose purpose) {
+    auto decoder = WhisperDecoder::load(model, threads());
+    const std::vector<float> audio = speech(seconds);
+    const std::atomic<bool> never = false;
+    decoder->decode(audio, "ja", "", purpose, never);  // warm-up
+    double total = 0;
+    for (auto _ : state) {
+        const auto start = Clock::now();
+        benchmark::DoNotOptimize(decoder->decode(audio, "ja", "東京駅、渋谷", purpose, never));
+        total += std::chrono::duration<double>(Clock::now() - start).count();
+    }
+    const double perDecode = total / static_cast<double>(state.iterations());
+    state.counters["decode_ms"] = perDecode * 1000;
+    state.counters["rtf"] = perDecode / seconds;
+}
+
+// What whisper.cpp's own whisper-bench measures: one encoder pass over a full 30 s window. Every
+// final decode pays it once; it does not depend on the weights' values, so a for-tests model
+// gives the real figure for its size.
+void BM_EncoderWindow(benchmark::State& state, std::string model) {
+    whisper_context_params parameters = whisper_context_default_params();
+    parameters.use_gpu = false;
+    whisper_context* context = whisper_init_from_file_with_params(model.c_str(), parameters);
+    if (!context) {
+        state.SkipWithError("cannot load the model");
+        return;
+    }
+    const int frames = 3000;  // 30 s of 10 ms mel frames
+    std::vector<float> mel(static_cast<std::size_t>(frames) * whisper_model_n_mels(context), 0.0f);
+    whisper_set_mel(context, mel.data(), frames, whisper_model_n_mels(context));
+    whisper_encode(context, 0, threads());  // warm-up
+    double total = 0;
+    for (auto _ : state) {
+        const auto start = Clock::now();
+        whisper_encode(context, 0, threads());
+        total += std::chrono::duration<double>(Clock::now() - start).count();
+    }
+    whisper_free(context);
+    const double perWindow = total / static_cast<double>(state.iterations());
+    state.counters["encode_ms"] = perWindow * 1000;
+    state.counters["rtf_30s_window"] = perWindow / 30.0;
+}
+
+// Times the decoder's work so that partial latency can be read against the feeding times.
+class TimedDecoder final : public SegmentDecoder {
+  public:
+    explicit TimedDecoder(std::shared_ptr<SegmentDecoder> inner) : inner_(std::move(inner)) {}
+    struct Decode {
+        Purpose purpose;
+        std::size_t samples;
+        Clock::time_point end;
+    };
+    std::string decode(std::span<const float> samples, const std::string& language,
+                       const std::string& prompt, Purpose purpose,
+                       const std::atomic<bool>& abort) override {
+        std::string text = inner_->decode(samples, language, prompt, purpose, abort);
+        std::lock_guard lock(mutex_);
+        decodes_.push_back({purpose, samples.size(), Clock::now()});
+        return text;
+    }
+    std::size_t promptTokenCount(const std::string& text) override {
+        return inner_->promptTokenCount(text);
+    }
+    std::size_t promptTokenLimit() override { return inner_->promptTokenLimit(); }
+    std::vector<Decode> decodes() {
+        std::lock_guard lock(mutex_);
+        return decodes_;
+    }
+
+  private:
+    std::shared_ptr<SegmentDecoder> inner_;
+    std::mutex mutex_;
+    std::vector<Decode> decodes_;
+};
+
+void BM_LiveDictation(benchmark::State& state, std::string model) {
+    std::shared_ptr<SegmentDecoder> loaded = WhisperDecoder::load(model, threads());
+    {
+        const std::atomic<bool> never = false;
+        std::vector<float> quiet(8000, 0.0f);
+        loaded->decode(quiet, "ja", "", SegmentDecoder::Purpose::final_, never);
+    }
+    const double speakingSeconds = 6.0;
+    std::vector<std::int16_t> audio(static_cast<std::size_t>(speakingSeconds * 16000));
+    const std::vector<float> tone = speech(speakingSeconds);
+    for (std::size_t i = 0; i < audio.size(); ++i) {
+        audio[i] = static_cast<std::int16_t>(tone[i] * 32767);
+    }
+    double latencySum = 0, latencyMax = 0, stopToFinal = 0;
+    std::size_t partials = 0;
+    for (auto _ : state) {
+        auto timed = std::make_shared<TimedDecoder>(loaded);
+        ProgressiveTranscriber transcriber("ja", [timed] { return timed; }, {});
+        transcriber.prepare();
+        std::thread reader([&] {
+            while (transcriber.nextResult()) {
+            }
+        });
+        // Capture delivers 4096 frames every 256 ms; feed at that pace and note when each
+        // sample count became available.
+        std::vector<std::pair<std::size_t, Clock::time_point>> fed;
+        const auto start = Clock::now();
+        for (std::size_t at = 0; at < audio.size(); at += 4096) {
+            const std::size_t count = std::min<std::size_t>(4096, audio.size() - at);
+            std::this_thread::sleep_until(
+                start + std::chrono::microseconds((at + count) * 1'000'000 / 16000));
+            transcriber.analyze(std::span(audio).subspan(at, count));
+            fed.emplace_back(at + count, Clock::now());
+        }
+        const auto stopped = Clock::now();
+        transcriber.finishInput();
+        transcriber.finalizeThroughEndOfInput();
+        const auto finalized = Clock::now();
+        reader.join();
+        stopToFinal += std::chrono::duration<double>(finalized - stopped).count();
+        for (const auto& decode : timed->decodes()) {
+            if (decode.purpose != SegmentDecoder::Purpose::partial) {
+                continue;
+            }
+            // The newest audio this partial covers was there at the feed that completed it.
+            const auto available = std::find_if(
+                fed.begin(), fed.end(), [&](const auto& f) { return f.first >= decode.samples; });
+            if (available == fed.end()) {
+                continue;
+            }
+            const double latency =
+                std::chrono::duration<double>(decode.end - available->second).count();
+            latencySum += latency;
+            latencyMax = std::max(latencyMax, latency);
+            ++partials;
+        }
+    }
+    const auto n = static_cast<double>(state.iterations());
+    state.counters["partials_per_6s"] = static_cast<double>(partials) / n;
+    state.counters["partial_latency_avg_ms"] = partials ? latencySum / partials * 1000 : 0;
+    state.counters["partial_latency_max_ms"] = latencyMax * 1000;
+    state.counters["stop_to_last_final_ms"] = stopToFinal / n * 1000;
+}
+
+std::vector<std::string> models() {
+    std::vector<std::string> paths;
+    const char* list = std::getenv("KELVO_BENCH_WHISPER_MODELS");
+    if (!list || !*list) {
+        list = std::getenv("KELVO_TEST_WHISPER_MODEL");
+    }
+    std::stringstream stream(list ? list : "");
+    for (std::string path; std::getline(stream, path, ':');) {
+        if (!path.empty()) {
+            paths.push_back(path);
+        }
+    }
+    return paths;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    for (const std::string& model : models()) {
+        const std::string name = std::filesystem::path(model).stem().string();
+        benchmark::RegisterBenchmark(("LoadAndRelease/" + name).c_str(), BM_LoadAndRelease, model)
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(2);
+        benchmark::RegisterBenchmark(("EncoderWindow30s/" + name).c_str(), BM_EncoderWindow, model)
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(3);
+        benchmark::RegisterBenchmark(("FinalDecode10s/" + name).c_str(), BM_DecodeRealTimeFactor,
+                                     model, 10.0, SegmentDecoder::Purpose::final_)
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(2);
+        benchmark::RegisterBenchmark(("PartialDecode3s/" + name).c_str(), BM_DecodeRealTimeFactor,
+                                     model, 3.0, SegmentDecoder::Purpose::partial)
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(3);
+        benchmark::RegisterBenchmark(("LiveDictation6s/" + name).c_str(), BM_LiveDictation, model)
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(1);
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,177 @@
+#include "core/services/ModelCatalog.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "core/services/JsonFile.h"
+#include "core/support/Error.h"
+
+namespace kelvo {
+namespace {
+
+constexpr std::uint64_t kMiB = 1024 * 1024;
+
+constexpr const char* kWhisperBaseURL =
+    "https://huggingface.co/ggerganov/whisper.cpp/resolve/main/";
+
+// SHA-1 digests are those whisper.cpp publishes for its models (models/README.md of the
+// whisper.cpp repository); the quantised variants it does not list there have none here. Sizes
+// are the publishers' rounded figures.
+ModelCatalogEntry whisperModel(std::string name, std::uint64_t sizeMiB, std::string sha1, int rank,
+                               std::string description) {
+    ModelCatalogEntry entry;
+    entry.fileName = "ggml-" + name + ".bin";
+    entry.url = std::string(kWhisperBaseURL) + entry.fileName;
+    entry.name = std::move(name);
+    entry.sizeBytes = sizeMiB * kMiB;
+    entry.sha1 = std::move(sha1);
+    entry.rank = rank;
+    entry.description = std::move(description);
+    return entry;
+}
+
+ModelCatalogEntry kotobaModel(const std::string& version, std::uint64_t sizeMiB, int rank) {
+    ModelCatalogEntry entry;
+    entry.name = "kotoba-whisper-" + version;
+    entry.fileName = "ggml-kotoba-whisper-" + version + ".bin";
+    entry.url = "https://huggingface.co/kotoba-tech/kotoba-whisper-" + version +
+                "-ggml/resolve/main/" + entry.fileName;
+    entry.sizeBytes = sizeMiB * kMiB;
+    entry.languages = {"ja"};
+    entry.rank = rank;
+    entry.description = "Japanese only (distilled from large-v3)";
+    return entry;
+}
+
+std::string lowered(std::string_view text) {
+    std::string result(text);
+    std::transform(result.begin(), result.end(), result.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return result;
+}
+
+bool isHexDigest(const std::string& text, std::size_t length) {
+    return text.size() == length && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+               return std::isdigit(c) || (c >= 'a' && c <= 'f');
+           });
+}
+
+}  // namespace
+
+ModelCatalog::ModelCatalog(std::vector<ModelCatalogEntry> entries) : entries_(std::move(entries)) {}
+
+ModelCatalog ModelCatalog::builtIn() {
+    return ModelCatalog({
+        whisperModel("tiny", 75, "bd577a113a864445d4c299885e0cb97d4ba92b5f", 10,
+                     "fastest, least accurate"),
+        whisperModel("tiny-q5_1", 31, "", 8, "tiny, quantised"),
+        whisperModel("tiny-q8_0", 42, "", 9, "tiny, quantised"),
+        whisperModel("base", 142, "465707469ff3a37a2b9b8d8f89f2f99de7299dac", 20, "fast"),
+        whisperModel("base-q5_1", 57, "", 18, "base, quantised"),
+        whisperModel("base-q8_0", 78, "", 19, "base, quantised"),
+        whisperModel("small", 466, "55356645c2b361a969dfd0ef2c5a50d530afd8d5", 40, "balanced"),
+        whisperModel("small-q5_1", 181, "", 38, "small, quantised"),
+        whisperModel("small-q8_0", 252, "", 39, "small, quantised"),
+        whisperModel("medium", 1536, "fd9727b6e1217c2f614f9b698455c4ffd82463b4", 60,
+                     "accurate, slow"),
+        whisperModel("medium-q5_0", 514, "", 58, "medium, quantised"),
+        whisperModel("medium-q8_0", 785, "", 59, "medium, quantised"),
+        whisperModel("large-v2", 2970, "0f4c8e34f21cf1a914c59d8b3ce882345ad349d6", 80,
+                     "very accurate, very slow"),
+        whisperModel("large-v2-q5_0", 1126, "00e39f2196344e901b3a2bd5814807a769bd1630", 79,
+                     "large-v2, quantised"),
+        whisperModel("large-v3", 2970, "ad82bf6a9043ceed055076d0fd39f5f186ff8062", 85,
+                     "most accurate multilingual, very slow"),
+        whisperModel("large-v3-q5_0", 1126, "e6e2ed78495d403bef4b7cff42ef4aaadcfea8de", 84,
+                     "large-v3, quantised"),
+        whisperModel("large-v3-turbo", 1536, "4af2b29d7ec73d781377bfd1758ca957a807e941", 75,
+                     "large-v3 accuracy at medium speed"),
+        whisperModel("large-v3-turbo-q5_0", 547, "e050f7970618a659205450ad97eb95a18d69c9ee", 73,
+                     "large-v3-turbo, quantised"),
+        whisperModel("large-v3-turbo-q8_0", 834, "", 74, "large-v3-turbo, quantised"),
+        kotobaModel("v1.0", 1450, 90),
+        kotobaModel("v2.0", 1450, 95),
+    });
+}
+
+ModelCatalog ModelCatalog::fromJsonFile(const std::filesystem::path& file) {
+    const Json document = jsonfile::parse(file, readWholeFile(file));
+    const auto fail = [&file](const std::string& what) {
+        throw DecodingError(file.string() + ": " + what);
+    };
+    if (!document.is_array()) {
+        fail("expected an array of models");
+    }
+    std::vector<ModelCatalogEntry> entries;
+    for (const Json& item : document) {
+        try {
+            ModelCatalogEntry entry;
+            entry.name = item.at("name").get<std::string>();
+            entry.url = item.at("url").get<std::string>();
+            entry.sizeBytes = item.at("sizeBytes").get<std::uint64_t>();
+            entry.fileName = item.value("fileName", entry.url.substr(entry.url.rfind('/') + 1));
+            entry.sizeIsExact = item.value("sizeIsExact", false);
+            entry.sha1 = lowered(item.value("sha1", std::string()));
+            entry.sha256 = lowered(item.value("sha256", std::string()));
+            entry.languages = item.value("languages", std::vector<std::string>());
+            entry.rank = item.value("rank", 0);
+            entry.description = item.value("description", std::string());
+            if (entry.name.empty() || entry.fileName.empty() ||
+                entry.fileName.find('/') != std::string::npos || entry.fileName[0] == '.') {
+                fail("model \"" + entry.name + "\" has no usable file name");
+            }
+            if ((!entry.sha1.empty() && !isHexDigest(entry.sha1, 40)) ||
+                (!entry.sha256.empty() && !isHexDigest(entry.sha256, 64))) {
+                fail("model \"" + entry.name + "\" has a malformed checksum");
+            }
+            entries.push_back(std::move(entry));
+        } catch (const Json::exception& error) {
+            fail(error.what());
+        }
+    }
+    return ModelCatalog(std::move(entries));
+}
+
+const ModelCatalogEntry* ModelCatalog::find(std::string_view name) const {
+    const auto found = std::find_if(entries_.begin(), entries_.end(),
+                                    [name](const ModelCatalogEntry& e) { return e.name == name; });
+    return found == entries_.end() ? nullptr : &*found;
+}
+
+std::vector<const ModelCatalogEntry*> ModelCatalog::modelsForLanguage(
+    const std::string& language) const {
+    std::vector<const ModelCatalogEntry*> result;
+    for (const ModelCatalogEntry& entry : entries_) {
+        if (serves(entry, language)) {
+            result.push_back(&entry);
+        }
+    }
+    std::stable_sort(
+        result.begin(), result.end(),
+        [](const ModelCatalogEntry* a, const ModelCatalogEntry* b) { return a->rank > b->rank; });
+    return result;
+}
+
+bool ModelCatalog::serves(const ModelCatalogEntry& entry, const std::string& language) {
+    const std::vector<std::string>& languages =
+        entry.languages.empty() ? whisperLanguages() : entry.languages;
+    return std::find(languages.begin(), languages.end(), language) != languages.end();
+}
+
+std::string ModelCatalog::languageOfLocale(std::string_view locale) {
+    return lowered(locale.substr(0, locale.find_first_of("-_.@")));
+}
+
+const std::vector<std::string>& ModelCatalog::whisperLanguages() {
+    static const std::vector<std::string> languages = {
+        "en", "zh", "de", "es",  "ru", "ko", "fr", "ja", "pt", "tr", "pl", "ca", "nl", "ar", "sv",
+        "it", "id", "hi", "fi",  "vi", "he", "uk", "el", "ms", "cs", "ro", "da", "hu", "ta", "no",
+        "th", "ur", "hr", "bg",  "lt", "la", "mi", "ml", "cy", "sk", "te", "fa", "lv", "bn", "sr",
+        "az", "sl", "kn", "et",  "mk", "br", "eu", "is", "hy", "ne", "mn", "bs", "kk", "sq", "sw",
+        "gl", "mr", "pa", "si",  "km", "sn", "yo", "so", "af", "oc", "ka", "be", "tg", "sd", "gu",
+        "am", "yi", "lo", "uz",  "fo", "ht", "ps", "tk", "nn", "mt", "sa", "lb", "my", "bo", "tl",
+        "mg", "as", "tt", "haw", "ln", "ha", "ba", "jw", "su", "yue"};
+    return languages;
+}
+
+}  // namespace kelvo

@@ -1,0 +1,121 @@
+// `kelvo models`: the built binary, run as a child process, installing from a loopback file server
+// named by a catalogue file (KELVO_MODEL_CATALOG), listing and removing; an interrupted
+// installation resumed by running the command again, a corrupt one refused.
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "core/models/Json.h"
+#include "tests/core/ModelFileServer.h"
+#include "tests/core/TemporaryFolder.h"
+#include "tests/support/KelvoProcess.h"
+
+namespace kelvo {
+namespace {
+
+using test::KelvoProcess;
+using testing::ModelFileServer;
+
+std::string sha256Of(const std::string& data) {
+    unsigned char bytes[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(data.data(), data.size(), bytes, &length, EVP_sha256(), nullptr);
+    std::string hex;
+    for (unsigned int i = 0; i < length; ++i) {
+        hex += "0123456789abcdef"[bytes[i] >> 4];
+        hex += "0123456789abcdef"[bytes[i] & 15];
+    }
+    return hex;
+}
+
+class KelvoModelsTest : public ::testing::Test {
+  protected:
+    KelvoModelsTest() {
+        Json catalog = Json::array();
+        catalog.push_back({{"name", "tiny"},
+                           {"url", server_.baseURL() + "ggml-tiny.bin"},
+                           {"sizeBytes", file_.size()},
+                           {"sizeIsExact", true},
+                           {"sha256", sha256Of(file_)},
+                           {"description", "for tests"}});
+        catalog_ = folder_.write("catalog.json", catalog.dump());
+    }
+
+    KelvoProcess::Outcome kelvo(std::vector<std::string> arguments) {
+        return KelvoProcess(
+                   KELVO_BINARY, arguments,
+                   std::vector<std::string>{"HOME=" + folder_.path().string(),
+                                            "XDG_DATA_HOME=" + (folder_.path() / "data").string(),
+                                            "KELVO_MODEL_CATALOG=" + catalog_.string()})
+            .finish();
+    }
+
+    std::string statusOfTiny() {
+        const auto outcome = kelvo({"models", "list", "--json"});
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        return Json::parse(outcome.output).at(0).at("status").get<std::string>();
+    }
+
+    std::filesystem::path modelFile() const {
+        return folder_.path() / "data" / "KelvoVoiceMac" / "models" / "ggml-tiny.bin";
+    }
+
+    std::string file_ = std::string(2'000'000, 'm') + "end";
+    testing::TemporaryFolder folder_;
+    ModelFileServer server_{file_};
+    std::filesystem::path catalog_;
+};
+
+TEST_F(KelvoModelsTest, InstallsListsResumesAndRemoves) {
+    EXPECT_EQ(statusOfTiny(), "supported");
+
+    server_.behave(ModelFileServer::Mode::dropAfter, 700'000);
+    auto outcome = kelvo({"models", "install", "tiny"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.errors.find("Download of model tiny was interrupted"), std::string::npos)
+        << outcome.errors;
+    EXPECT_EQ(statusOfTiny(), "downloading");
+    EXPECT_FALSE(std::filesystem::exists(modelFile()));
+
+    server_.behave(ModelFileServer::Mode::normal);
+    outcome = kelvo({"models", "install", "tiny"});
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.output,
+              "Installed tiny in " + modelFile().string() + " (checksum verified)\n");
+    EXPECT_NE(outcome.errors.find("(resuming)"), std::string::npos);
+    EXPECT_EQ(server_.ranges().back(), "bytes=700000-");
+    EXPECT_EQ(testing::contentsOf(modelFile()), file_);
+    EXPECT_EQ(statusOfTiny(), "installed");
+    const auto list = kelvo({"models", "list"});
+    EXPECT_NE(list.output.find("installed (checksum verified) — for tests"), std::string::npos)
+        << list.output;
+    EXPECT_NE(list.output.find("Dictation (ja-JP) uses: tiny"), std::string::npos);
+
+    outcome = kelvo({"models", "remove", "tiny"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Removed tiny\n");
+    EXPECT_FALSE(std::filesystem::exists(modelFile()));
+    EXPECT_EQ(statusOfTiny(), "supported");
+
+    server_.behave(ModelFileServer::Mode::corrupt);
+    outcome = kelvo({"models", "install", "tiny"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_NE(outcome.errors.find("Downloaded model tiny does not match its published SHA-256 "
+                                  "checksum; the download was deleted"),
+              std::string::npos)
+        << outcome.errors;
+    EXPECT_EQ(statusOfTiny(), "supported");
+
+    outcome = kelvo({"models", "install", "huge"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.errors.find("unknown model 'huge' (see kelvo models list)"),
+              std::string::npos);
+}
+
+}  // namespace
+}  // namespace kelvo

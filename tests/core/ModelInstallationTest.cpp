@@ -1,0 +1,374 @@
+// The model inventory and its installer against a loopback file server: fresh, resumed,
+// interrupted, corrupted and wrong-size downloads, server errors, a full disk, cancellation and
+// two installations of one model at once. Every test checks the rule that matters most: nothing
+// that failed ever looks installed.
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "FileSizeLimit.h"
+#include "ModelFileServer.h"
+#include "TemporaryFolder.h"
+#include "core/services/ModelCatalog.h"
+#include "core/services/ModelInstallation.h"
+#include "core/services/ModelInstallationError.h"
+#include "core/services/ModelInventory.h"
+#include "core/support/Error.h"
+
+namespace kelvo {
+namespace {
+
+using testing::ModelFileServer;
+using Kind = ModelInstallationError::Kind;
+
+std::string generatedModel(std::size_t size) {
+    std::string data(size, '\0');
+    std::uint32_t state = 12345;
+    for (char& c : data) {
+        state = state * 1664525u + 1013904223u;
+        c = static_cast<char>(state >> 24);
+    }
+    return data;
+}
+
+std::string digest(const std::string& data, const EVP_MD* algorithm) {
+    unsigned char bytes[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(data.data(), data.size(), bytes, &length, algorithm, nullptr);
+    std::string hex;
+    for (unsigned int i = 0; i < length; ++i) {
+        static constexpr char kHex[] = "0123456789abcdef";
+        hex += kHex[bytes[i] >> 4];
+        hex += kHex[bytes[i] & 15];
+    }
+    return hex;
+}
+
+// Waits for a condition that another thread makes true; generous for a loaded machine.
+template <typename Condition>
+bool eventually(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+class ModelInstallationTest : public ::testing::Test {
+  protected:
+    ModelInstallationTest() : file_(generatedModel(3 * 1024 * 1024 + 17)), server_(file_) {}
+
+    ModelCatalogEntry entry(const std::string& name = "tiny") const {
+        ModelCatalogEntry e;
+        e.name = name;
+        e.fileName = "ggml-" + name + ".bin";
+        e.url = server_.baseURL() + e.fileName;
+        e.sizeBytes = file_.size();
+        e.sizeIsExact = true;
+        e.sha256 = digest(file_, EVP_sha256());
+        e.sha1 = digest(file_, EVP_sha1());
+        e.rank = 10;
+        return e;
+    }
+
+    ModelInventory inventory(std::vector<ModelCatalogEntry> entries) const {
+        return ModelInventory(ModelCatalog(std::move(entries)), folder_.path() / "models");
+    }
+
+    // Runs an installation and returns the error kind it threw, if any.
+    static std::optional<Kind> install(const ModelInventory& models, const ModelCatalogEntry& e,
+                                       std::string* message = nullptr) {
+        try {
+            ModelInstallation(models, e).run();
+            return std::nullopt;
+        } catch (const ModelInstallationError& error) {
+            if (message) {
+                *message = error.what();
+            }
+            return error.kind();
+        }
+    }
+
+    void expectNothingInstalled(const ModelInventory& models, const ModelCatalogEntry& e) const {
+        EXPECT_FALSE(models.isInstalled(e));
+        EXPECT_FALSE(std::filesystem::exists(models.modelFile(e)));
+        EXPECT_TRUE(models.installedModels().empty());
+    }
+
+    std::string file_;
+    testing::TemporaryFolder folder_;
+    ModelFileServer server_;
+};
+
+TEST_F(ModelInstallationTest, InstallsVerifiedFileAtomicallyAndOnlyOnce) {
+    const ModelInventory models = inventory({entry()});
+    const ModelCatalogEntry& tiny = models.catalog().entries().front();
+    EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
+
+    ModelInstallation installation(models, tiny);
+    EXPECT_EQ(installation.fractionCompleted(), 0.0);
+    installation.run();
+
+    EXPECT_EQ(installation.fractionCompleted(), 1.0);
+    EXPECT_EQ(models.status(tiny), ModelAssetStatus::installed);
+    EXPECT_EQ(testing::contentsOf(models.modelFile(tiny)), file_);
+    EXPECT_FALSE(std::filesystem::exists(models.partialFile(tiny)));
+    EXPECT_EQ(models.verificationText(tiny), "checksum verified");
+    EXPECT_EQ(server_.ranges(), std::vector<std::string>{""});
+
+    // Installed already: nothing is fetched again.
+    ModelInstallation(models, tiny).run();
+    EXPECT_EQ(server_.ranges().size(), 1u);
+
+    // A file of the right name but without its record (copied by hand, or the record lost) is
+    // not trusted; neither is one whose size no longer matches its record.
+    std::filesystem::remove(models.recordFile(tiny));
+    EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
+    ModelInstallation(models, tiny).run();
+    EXPECT_TRUE(models.isInstalled(tiny));
+    std::filesystem::resize_file(models.modelFile(tiny), 100);
+    EXPECT_FALSE(models.isInstalled(tiny));
+
+    models.remove(tiny);
+    expectNothingInstalled(models, tiny);
+    EXPECT_FALSE(std::filesystem::exists(models.recordFile(tiny)));
+}
+
+TEST_F(ModelInstallationTest, SizeOnlyVerificationSaysSo) {
+    ModelCatalogEntry unpublished = entry();
+    unpublished.sha1.clear();
+    unpublished.sha256.clear();
+    unpublished.sizeIsExact = false;
+    unpublished.sizeBytes = 3 * 1024 * 1024;  // the publisher's rounded figure
+    const ModelInventory models = inventory({unpublished});
+    ModelInstallation(models, unpublished).run();
+    EXPECT_TRUE(models.isInstalled(unpublished));
+    EXPECT_EQ(models.verificationText(unpublished), "size verified; no published checksum");
+}
+
+TEST_F(ModelInstallationTest, InterruptedDownloadLeavesPartialFileThatResumes) {
+    const ModelInventory models = inventory({entry()});
+    const ModelCatalogEntry& tiny = models.catalog().entries().front();
+
+    server_.behave(ModelFileServer::Mode::dropAfter, 1'000'000);
+    std::string message;
+    EXPECT_EQ(install(models, tiny, &message), Kind::interrupted);
+    EXPECT_NE(message.find("Download of model tiny was interrupted ("), std::string::npos);
+    EXPECT_NE(message.find("); install it again to resume"), std::string::npos);
+    expectNothingInstalled(models, tiny);
+    EXPECT_EQ(models.partialSizeBytes(tiny), 1'000'000u);
+    EXPECT_EQ(models.status(tiny), ModelAssetStatus::downloading);
+    EXPECT_FALSE(models.isInstallationRunning(tiny));
+
+    server_.behave(ModelFileServer::Mode::normal);
+    ModelInstallation resumed(models, tiny);
+    resumed.run();
+    EXPECT_EQ(server_.ranges().back(), "bytes=1000000-");
+    EXPECT_TRUE(models.isInstalled(tiny));
+    EXPECT_EQ(testing::contentsOf(models.modelFile(tiny)), file_);
+
+    // A server that ignores ranges sends the whole file again; it replaces the partial one.
+    models.remove(tiny);
+    std::filesystem::create_directories(models.modelsFolder());
+    std::ofstream(models.partialFile(tiny), std::ios::binary) << file_.substr(0, 5000);
+    server_.behave(ModelFileServer::Mode::ignoreRange);
+    ModelInstallation(models, tiny).run();
+    EXPECT_EQ(testing::contentsOf(models.modelFile(tiny)), file_);
+
+    // A partial file that is already whole only needs checking.
+    models.remove(tiny);
+    ModelCatalogEntry roughSize = entry();
+    roughSize.sizeIsExact = false;
+    const ModelInventory rough = inventory({roughSize});
+    std::filesystem::create_directories(rough.modelsFolder());
+    std::ofstream(rough.partialFile(roughSize), std::ios::binary) << file_;
+    server_.behave(ModelFileServer::Mode::normal);
+    ModelInstallation(rough, roughSize).run();
+    EXPECT_TRUE(rough.isInstalled(roughSize));
+}
+
+TEST_F(ModelInstallationTest, CorruptOrWrongSizedDownloadsAreDeleted) {
+    const ModelInventory models = inventory({entry()});
+    const ModelCatalogEntry& tiny = models.catalog().entries().front();
+
+    server_.behave(ModelFileServer::Mode::corrupt);
+    std::string message;
+    EXPECT_EQ(install(models, tiny, &message), Kind::corrupt);
+    EXPECT_EQ(message,
+              "Downloaded model tiny does not match its published SHA-1 checksum; the download was "
+              "deleted");
+    expectNothingInstalled(models, tiny);
+    EXPECT_FALSE(std::filesystem::exists(models.partialFile(tiny)));
+    EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
+
+    ModelCatalogEntry wrongSize = entry("small");
+    wrongSize.sizeBytes += 1;
+    const ModelInventory other = inventory({wrongSize});
+    server_.behave(ModelFileServer::Mode::normal);
+    EXPECT_EQ(install(other, wrongSize, &message), Kind::corrupt);
+    EXPECT_EQ(message, "Downloaded model small has the wrong size (" +
+                           std::to_string(file_.size()) + " bytes, expected " +
+                           std::to_string(file_.size() + 1) + "); the download was deleted");
+    expectNothingInstalled(other, wrongSize);
+    EXPECT_FALSE(std::filesystem::exists(other.partialFile(wrongSize)));
+}
+
+TEST_F(ModelInstallationTest, ServerErrorsInstallNothing) {
+    const ModelInventory models = inventory({entry()});
+    const ModelCatalogEntry& tiny = models.catalog().entries().front();
+    for (const int status : {404, 500, 503}) {
+        server_.behave(ModelFileServer::Mode::status, 0, status);
+        std::string message;
+        EXPECT_EQ(install(models, tiny, &message), Kind::server);
+        EXPECT_EQ(message, "Download of model tiny failed: the server answered HTTP " +
+                               std::to_string(status) + " for " + tiny.url);
+        expectNothingInstalled(models, tiny);
+        EXPECT_FALSE(std::filesystem::exists(models.partialFile(tiny)));
+        EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
+    }
+
+    // Nobody listening at all.
+    ModelCatalogEntry unreachable = entry();
+    unreachable.url = "http://127.0.0.1:1/ggml-tiny.bin";
+    const ModelInventory offline = inventory({unreachable});
+    EXPECT_EQ(install(offline, unreachable), Kind::interrupted);
+    expectNothingInstalled(offline, unreachable);
+}
+
+TEST_F(ModelInstallationTest, FullDiskFailsCleanly) {
+    const ModelInventory models = inventory({entry()});
+    const ModelCatalogEntry& tiny = models.catalog().entries().front();
+    std::optional<Kind> outcome;
+    std::string message;
+    {
+        const testing::FileSizeLimit limit(512 * 1024);
+        outcome = install(models, tiny, &message);
+    }
+    EXPECT_EQ(outcome, Kind::noSpace);
+    EXPECT_NE(
+        message.find("Not enough disk space for model tiny in " + models.modelsFolder().string()),
+        std::string::npos)
+        << message;
+    expectNothingInstalled(models, tiny);
+
+    // Once there is room again the same partial file is completed.
+    ModelInstallation(models, tiny).run();
+    EXPECT_TRUE(models.isInstalled(tiny));
+    EXPECT_EQ(server_.ranges().back(), "bytes=" + std::to_string(512 * 1024) + "-");
+}
+
+TEST_F(ModelInstallationTest, CancelAndConcurrentInstallationsKeepThePartialFile) {
+    const ModelInventory models = inventory({entry()});
+    const ModelCatalogEntry& tiny = models.catalog().entries().front();
+    server_.behave(ModelFileServer::Mode::stallAfter, 200'000);
+
+    ModelInstallation first(models, tiny);
+    std::optional<Kind> firstOutcome;
+    std::thread running([&] {
+        try {
+            first.run();
+        } catch (const ModelInstallationError& error) {
+            firstOutcome = error.kind();
+        }
+    });
+    ASSERT_TRUE(eventually([&] { return first.bytesOnDisk() == 200'000; }));
+    EXPECT_EQ(first.totalBytes(), file_.size());
+    EXPECT_GT(first.fractionCompleted(), 0.0);
+    EXPECT_LT(first.fractionCompleted(), 1.0);
+    EXPECT_TRUE(models.isInstallationRunning(tiny));
+    EXPECT_EQ(models.status(tiny), ModelAssetStatus::downloading);
+
+    std::string message;
+    EXPECT_EQ(install(models, tiny, &message), Kind::alreadyRunning);
+    EXPECT_EQ(message, "Model tiny is already being installed");
+    EXPECT_THROW(models.remove(tiny), FileError);
+
+    first.cancel();
+    running.join();
+    EXPECT_EQ(firstOutcome, Kind::cancelled);
+    EXPECT_FALSE(models.isInstallationRunning(tiny));
+    EXPECT_EQ(models.partialSizeBytes(tiny), 200'000u);
+    expectNothingInstalled(models, tiny);
+}
+
+TEST(ModelInventoryTest, ChoosesTheModelThatServesALocale) {
+    testing::TemporaryFolder folder;
+    ModelCatalog catalog = ModelCatalog::builtIn();
+    ModelInventory models(catalog, folder.path());
+    const auto installFake = [&](const std::string& name) {
+        const ModelCatalogEntry& e = *models.catalog().find(name);
+        folder.write(e.fileName, "model");
+        folder.write(e.fileName + ".verified", "{\"sizeBytes\": 5, \"sha1\": \"" + e.sha1 +
+                                                   "\", \"verifiedBy\": \"checksum\"}");
+    };
+
+    // Nothing installed: the best model there is, not installed.
+    EXPECT_EQ(models.modelForLocale("ja-JP")->name, "kotoba-whisper-v2.0");
+    EXPECT_EQ(models.statusForLocale("ja-JP"), ModelAssetStatus::supported);
+    EXPECT_EQ(models.modelForLocale("en-US")->name, "large-v3");
+    EXPECT_EQ(models.statusForLocale("tlh-001"), ModelAssetStatus::unsupported);
+    EXPECT_EQ(models.modelForLocale("tlh"), nullptr);
+    EXPECT_TRUE(models.installedLanguages().empty());
+
+    // The best installed one, then the user's choice when it knows the language.
+    installFake("small");
+    installFake("base");
+    EXPECT_EQ(models.modelForLocale("ja_JP")->name, "small");
+    EXPECT_EQ(models.statusForLocale("ja-JP"), ModelAssetStatus::installed);
+    EXPECT_EQ(models.installedLanguages().size(), ModelCatalog::whisperLanguages().size());
+    models.setSettings({"base", ""});
+    EXPECT_EQ(models.modelForLocale("ja-JP")->name, "base");
+    models.setSettings({"kotoba-whisper-v2.0", ""});
+    EXPECT_EQ(models.modelForLocale("ja-JP")->name, "kotoba-whisper-v2.0");
+    EXPECT_EQ(models.statusForLocale("ja-JP"), ModelAssetStatus::supported);
+    EXPECT_EQ(models.modelForLocale("en-US")->name, "small");  // kotoba knows Japanese only
+    models.setSettings({"no-such-model", ""});
+    EXPECT_EQ(models.modelForLocale("ja-JP")->name, "small");
+
+    // A mirror replaces the folder part of every URL.
+    const ModelCatalogEntry& tiny = *models.catalog().find("tiny");
+    EXPECT_EQ(models.downloadURL(tiny),
+              "https://huggingface.co/ggerganov/whisper.cpp/resolve/main/ggml-tiny.bin");
+    models.setSettings({"", "http://mirror.example/models"});
+    EXPECT_EQ(models.downloadURL(tiny), "http://mirror.example/models/ggml-tiny.bin");
+}
+
+TEST(ModelCatalogTest, BuiltInAndFileCatalogues) {
+    const ModelCatalog builtIn = ModelCatalog::builtIn();
+    for (const char* name : {"tiny", "base", "small", "medium", "large-v3", "large-v3-turbo",
+                             "large-v3-turbo-q5_0", "tiny-q5_1", "kotoba-whisper-v2.0"}) {
+        EXPECT_NE(builtIn.find(name), nullptr) << name;
+    }
+    EXPECT_EQ(builtIn.find("tiny")->sha1, "bd577a113a864445d4c299885e0cb97d4ba92b5f");
+    EXPECT_FALSE(builtIn.find("tiny-q5_1")->hasPublishedChecksum());
+    EXPECT_EQ(ModelCatalog::languageOfLocale("JA-jp"), "ja");
+
+    testing::TemporaryFolder folder;
+    const auto file = folder.write("catalog.json", R"([
+        {"name": "mine", "url": "http://h/x/ggml-mine.bin", "sizeBytes": 10, "sizeIsExact": true,
+         "sha256": "AB)" + std::string(62, 'c') + R"(", "languages": ["ja"], "rank": 3}
+    ])");
+    const ModelCatalog mine = ModelCatalog::fromJsonFile(file);
+    ASSERT_EQ(mine.entries().size(), 1u);
+    EXPECT_EQ(mine.entries()[0].fileName, "ggml-mine.bin");
+    EXPECT_EQ(mine.entries()[0].sha256, "ab" + std::string(62, 'c'));
+    EXPECT_EQ(mine.modelsForLanguage("en").size(), 0u);
+
+    for (const std::string bad :
+         {R"({"name": "x"})", R"([{"name": "x", "sizeBytes": 1}])",
+          R"([{"name": "x", "url": "http://h/../", "sizeBytes": 1, "fileName": "../evil"}])",
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "sha1": "zz"}])"}) {
+        EXPECT_THROW(ModelCatalog::fromJsonFile(folder.write("bad.json", bad)), DecodingError)
+            << bad;
+    }
+}
+
+}  // namespace
+}  // namespace kelvo

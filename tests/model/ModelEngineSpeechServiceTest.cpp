@@ -1,0 +1,199 @@
+// The speech service on the file-based model engine, end to end with a loopback model server and
+// a scripted decoder: no model (fallback, and no download the user did not ask for), the chosen
+// model downloaded, verified and used for partials and finals, a corrupt download falling back
+// with the installation's own message, and an unsupported locale.
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <QCoroTask>
+
+#include "KelvoVoiceMac/SpeechService.h"
+#include "ModelFileServer.h"
+#include "ScriptedDecoder.h"
+#include "TemporaryFolder.h"
+#include "TestAudio.h"
+#include "fakes/FakeClock.h"
+#include "fakes/FakeSegmentRecognizerProvider.h"
+#include "fakes/SynchronizedTraceOutput.h"
+#include "fakes/TestEventLoop.h"
+#include "fakes/WaitUntil.h"
+#include "platform/AssetInstallationRequest.h"
+#include "platform/model/ModelFileEngine.h"
+#include "platform/model/ProgressiveTranscriber.h"
+
+namespace kelvo::test {
+namespace {
+
+using app::AudioBuffer;
+using app::Channel;
+using app::SpeechService;
+using app::TranscriptionEvent;
+
+// The file-based engine with transcribers over a scripted decoder.
+class ScriptedModelEngine final : public platform::ModelFileEngine {
+  public:
+    using ModelFileEngine::ModelFileEngine;
+    std::unique_ptr<platform::ModelTranscriber> makeTranscriber(
+        const std::string& locale) override {
+        return std::make_unique<platform::ProgressiveTranscriber>(
+            locale, [this] { return decoder; }, platform::ProgressiveTranscriber::Options{});
+    }
+    std::shared_ptr<ScriptedDecoder> decoder = std::make_shared<ScriptedDecoder>();
+};
+
+std::string sha1Of(const std::string& data) {
+    unsigned char bytes[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(data.data(), data.size(), bytes, &length, EVP_sha1(), nullptr);
+    std::string hex;
+    for (unsigned int i = 0; i < length; ++i) {
+        hex += "0123456789abcdef"[bytes[i] >> 4];
+        hex += "0123456789abcdef"[bytes[i] & 15];
+    }
+    return hex;
+}
+
+class ModelEngineSpeechServiceTest : public ::testing::Test {
+  protected:
+    ModelEngineSpeechServiceTest() {
+        ensureCoreApplication();
+        // These tests are about the model engine; the fallback only has to be chosen. Without a
+        // fallback recogniser its path ends at once, leaving no request running behind.
+        recognizers.localeRecognizer.reset();
+    }
+
+    ~ModelEngineSpeechServiceTest() override { audio->close(); }
+
+    ModelCatalogEntry entry(const std::string& name, int rank) {
+        ModelCatalogEntry e;
+        e.name = name;
+        e.fileName = "ggml-" + name + ".bin";
+        e.url = "https://models.invalid/" + e.fileName;  // the mirror setting points at the server
+        e.sizeBytes = file.size();
+        e.sha1 = sha1Of(file);
+        e.rank = rank;
+        return e;
+    }
+
+    std::vector<TranscriptionEvent> dictate(double speechSeconds) {
+        auto events = service->startTranscription(audio);
+        EXPECT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
+        for (const auto& samples : {speechAudio(speechSeconds), quietAudio(1.0)}) {
+            for (std::size_t at = 0; at < samples.size(); at += 4096) {
+                audio->send(AudioBuffer{std::vector<std::int16_t>(
+                    samples.begin() + static_cast<std::ptrdiff_t>(at),
+                    samples.begin() +
+                        static_cast<std::ptrdiff_t>(std::min(samples.size(), at + 4096)))});
+            }
+        }
+        audio->close();
+        QCoro::waitFor(service->stop());
+        std::vector<TranscriptionEvent> all;
+        while (auto event = events->receive()) {
+            all.push_back(*event);
+        }
+        return all;
+    }
+
+    std::string file = std::string(200'000, 'w');
+    testing::TemporaryFolder folder;
+    testing::ModelFileServer server{file};
+    ModelInventory inventory{ModelCatalog({entry("small", 40), entry("base", 20)}),
+                             folder.path() / "models",
+                             {"", server.baseURL()}};
+    ScriptedModelEngine engine{inventory};
+    FakeClock clock;
+    SynchronizedTraceOutput trace;
+    FakeSegmentRecognizerProvider recognizers;
+    std::shared_ptr<SpeechService> service =
+        std::make_shared<SpeechService>(engine, recognizers, clock, trace);
+    std::shared_ptr<Channel<AudioBuffer>> audio = std::make_shared<Channel<AudioBuffer>>();
+};
+
+TEST_F(ModelEngineSpeechServiceTest, WithoutAModelItFallsBackAndDownloadsNothing) {
+    service->startTranscription(audio);
+    ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
+    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
+    EXPECT_EQ(trace.lines(),
+              (std::vector<std::string>{
+                  "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja "
+                  "supportedCount=100 installedCount=0 assetStatus=supported",
+                  "[SpeechService] SpeechTranscriber asset status after install request=supported",
+                  "[SpeechService] SpeechAnalyzer unavailable: SpeechTranscriber assets are not "
+                  "installed after request (status=supported). Falling back to SFSpeechRecognizer",
+                  "[SpeechService] No SFSpeechRecognizer available"}));
+    EXPECT_TRUE(server.ranges().empty());
+    audio->close();
+    QCoro::waitFor(service->stop());
+}
+
+TEST_F(ModelEngineSpeechServiceTest, TheChosenModelIsInstalledThenTranscribes) {
+    inventory.setSettings({"base", server.baseURL()});
+    service->setContextualStrings({"東京駅"});
+    const std::vector<TranscriptionEvent> events = dictate(1.5);
+
+    EXPECT_TRUE(inventory.isInstalled(*inventory.catalog().find("base")));
+    const std::vector<std::string> lines = trace.lines();
+    ASSERT_GE(lines.size(), 5u);
+    EXPECT_EQ(lines[0],
+              "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja "
+              "supportedCount=100 installedCount=0 assetStatus=supported");
+    EXPECT_EQ(lines[1], "[SpeechService] Installing SpeechTranscriber assets progress=0.0");
+    EXPECT_EQ(lines[2],
+              "[SpeechService] SpeechTranscriber asset status after install request=installed");
+    EXPECT_EQ(lines[3], "[SpeechService] contextualStrings applied count=1");
+    EXPECT_EQ(lines[4], "[SpeechService] Using SpeechAnalyzer/SpeechTranscriber");
+    // The reader thread may still trace the last final after this line; both are there.
+    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
+
+    ASSERT_FALSE(events.empty());
+    EXPECT_EQ(events.back().kind, TranscriptionEvent::Kind::final_);
+    for (const auto& call : engine.decoder->calls()) {
+        EXPECT_EQ(call.language, "ja");
+        EXPECT_EQ(call.prompt, "東京駅");
+    }
+
+    // Installed now: the next dictation goes straight to the analyser.
+    audio = std::make_shared<Channel<AudioBuffer>>();
+    dictate(0.6);
+    EXPECT_EQ(server.ranges().size(), 1u);
+}
+
+TEST_F(ModelEngineSpeechServiceTest, ACorruptDownloadFallsBackWithItsReason) {
+    inventory.setSettings({"small", server.baseURL()});
+    server.behave(testing::ModelFileServer::Mode::corrupt);
+    service->startTranscription(audio);
+    ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
+    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
+    EXPECT_TRUE(trace.contains(
+        "[SpeechService] SpeechAnalyzer unavailable: Downloaded model small does not match its "
+        "published SHA-1 checksum; the download was deleted. Falling back to SFSpeechRecognizer"))
+        << ::testing::PrintToString(trace.lines());
+    EXPECT_FALSE(inventory.isInstalled(*inventory.catalog().find("small")));
+    audio->close();
+    QCoro::waitFor(service->stop());
+}
+
+TEST(ModelFileEngineTest, LocalesAreLanguagesTheCatalogueServes) {
+    testing::TemporaryFolder folder;
+    ModelInventory inventory(ModelCatalog::builtIn(), folder.path());
+    ScriptedModelEngine engine(inventory);
+    EXPECT_EQ(engine.supportedLocaleEquivalent("ja-JP"), "ja");
+    EXPECT_EQ(engine.supportedLocaleEquivalent("tlh"), std::nullopt);
+    EXPECT_EQ(engine.supportedLocales().size(), 100u);
+    EXPECT_TRUE(engine.installedLocales().empty());
+    const auto transcriber = engine.makeTranscriber("ja");
+    EXPECT_EQ(engine.assetStatus(*transcriber), platform::AssetStatus::supported);
+    EXPECT_EQ(engine.assetInstallationRequest(*transcriber), nullptr);
+    // A download the user started and that was cut off is resumed.
+    const ModelCatalogEntry& best = *inventory.modelForLocale("ja");
+    folder.write(best.fileName + ".part", "partial");
+    EXPECT_EQ(engine.assetStatus(*transcriber), platform::AssetStatus::downloading);
+    EXPECT_NE(engine.assetInstallationRequest(*transcriber), nullptr);
+    const auto unsupported = engine.makeTranscriber("tlh");
+    EXPECT_EQ(engine.assetStatus(*unsupported), platform::AssetStatus::unsupported);
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -1,0 +1,124 @@
+// The settings window's model panel on the offscreen platform, against a loopback model server:
+// install with progress, cancel (the partial download stays, shown as resumable), resume,
+// choose the model for dictation, remove it (the choice falls back to the best installed one).
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <QApplication>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTableWidget>
+
+#include "KelvoVoiceMac/ModelSettingsSection.h"
+#include "ModelFileServer.h"
+#include "TemporaryFolder.h"
+#include "fakes/WaitUntil.h"
+
+namespace kelvo::test {
+namespace {
+
+QApplication& application() {
+    static int argc = 1;
+    static char name[] = "model_settings_tests";
+    static char* argv[] = {name, nullptr};
+    static QApplication* app = new QApplication(argc, argv);
+    return *app;
+}
+
+std::string sha1Of(const std::string& data) {
+    unsigned char bytes[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(data.data(), data.size(), bytes, &length, EVP_sha1(), nullptr);
+    std::string hex;
+    for (unsigned int i = 0; i < length; ++i) {
+        hex += "0123456789abcdef"[bytes[i] >> 4];
+        hex += "0123456789abcdef"[bytes[i] & 15];
+    }
+    return hex;
+}
+
+TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
+    application();
+    const std::string file(1'500'000, 'q');
+    testing::TemporaryFolder folder;
+    testing::ModelFileServer server(file);
+    ModelCatalogEntry tiny;
+    tiny.name = "tiny";
+    tiny.fileName = "ggml-tiny.bin";
+    tiny.url = server.baseURL() + tiny.fileName;
+    tiny.sizeBytes = file.size();
+    tiny.sha1 = sha1Of(file);
+    ModelCatalogEntry other = tiny;
+    other.name = "other";
+    other.fileName = "ggml-other.bin";
+    other.sha1.clear();
+    ModelInventory inventory(ModelCatalog({tiny, other}), folder.path() / "models");
+    std::vector<std::string> choices;
+    std::string mirror = "http://stale.invalid/";
+    int idleMinutes = 25;
+    app::ModelSettingsSection section(
+        inventory, {[] { return std::string(); },
+                    [&choices](const std::string& name) { choices.push_back(name); },
+                    [&] { return mirror; }, [&](const std::string& address) { mirror = address; },
+                    [&] { return idleMinutes; }, [&](int minutes) { idleMinutes = minutes; }});
+    // The stored mirror applies to downloads at once; here it is cleared again in the field.
+    EXPECT_EQ(inventory.downloadURL(tiny), "http://stale.invalid/ggml-tiny.bin");
+    EXPECT_EQ(section.idleMinutes()->value(), 25);
+    section.downloadAddress()->setText(QString::fromStdString(server.baseURL()));
+    Q_EMIT section.downloadAddress()->editingFinished();
+    EXPECT_EQ(mirror, server.baseURL());
+    EXPECT_EQ(inventory.downloadURL(tiny), server.baseURL() + "ggml-tiny.bin");
+    section.idleMinutes()->setValue(3);
+    EXPECT_EQ(idleMinutes, 3);
+
+    QTableWidget& table = *section.table();
+    ASSERT_EQ(table.rowCount(), 2);
+    EXPECT_EQ(table.item(0, 0)->text(), "tiny");
+    EXPECT_EQ(table.item(0, 2)->text(), "Not installed");
+    EXPECT_EQ(table.item(1, 2)->text(), "Not installed (no published checksum)");
+    EXPECT_FALSE(section.installButton()->isEnabled());
+    table.selectRow(0);
+    EXPECT_TRUE(section.installButton()->isEnabled());
+    EXPECT_FALSE(section.removeButton()->isEnabled());
+
+    server.behave(testing::ModelFileServer::Mode::stallAfter, 300'000);
+    section.installButton()->click();
+    EXPECT_TRUE(section.isInstalling());
+    EXPECT_TRUE(section.cancelButton()->isEnabled());
+    EXPECT_FALSE(section.installButton()->isEnabled());
+    ASSERT_TRUE(waitUntil([&] { return section.progressBar()->value() == 200; }));
+    EXPECT_TRUE(section.progressBar()->isVisible() || !section.isVisible());
+    section.cancelButton()->click();
+    ASSERT_TRUE(waitUntil([&] { return !section.isInstalling(); }));
+    EXPECT_EQ(section.messageLabel()->text(), "Installation of model tiny was cancelled");
+    EXPECT_EQ(table.item(0, 2)->text(), "Partly downloaded (0.3 MB); install to resume");
+
+    server.behave(testing::ModelFileServer::Mode::normal);
+    section.installButton()->click();
+    ASSERT_TRUE(waitUntil([&] { return !section.isInstalling(); }));
+    EXPECT_EQ(section.messageLabel()->text(), "Installed tiny.");
+    EXPECT_EQ(table.item(0, 2)->text(), "Installed (checksum verified)");
+    EXPECT_EQ(server.ranges().back(), "bytes=300000-");
+
+    QComboBox& choice = *section.choice();
+    ASSERT_EQ(choice.count(), 2);
+    EXPECT_EQ(choice.itemText(0), "Best installed model");
+    choice.setCurrentIndex(1);
+    EXPECT_EQ(choices, std::vector<std::string>{"tiny"});
+    EXPECT_EQ(inventory.settings().chosenModel, "tiny");
+
+    EXPECT_TRUE(section.removeButton()->isEnabled());
+    section.removeButton()->click();
+    EXPECT_EQ(table.item(0, 2)->text(), "Not installed");
+    EXPECT_EQ(choices, (std::vector<std::string>{"tiny", ""}));
+    EXPECT_EQ(choice.count(), 1);
+    EXPECT_FALSE(inventory.isInstalled(tiny));
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -1,0 +1,226 @@
+// The progressive transcriber with a scripted decoder: partials while somebody speaks, a final at
+// a pause and before the window fills, every outstanding final at stop, silence never decoded,
+// hallucinations and prompt echoes dropped only when nobody spoke, the newest hints in the prompt,
+// cancellation and decoder failures. Waits are for conditions the worker thread makes true.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "ScriptedDecoder.h"
+#include "TestAudio.h"
+#include "platform/SpeechEngineError.h"
+#include "platform/model/InitialPrompt.h"
+#include "platform/model/ProgressiveTranscriber.h"
+
+namespace kelvo::test {
+namespace {
+
+using platform::ModelTranscriber;
+using platform::ProgressiveTranscriber;
+using Purpose = platform::SegmentDecoder::Purpose;
+
+template <typename Condition>
+bool eventually(Condition condition) {
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > giveUp) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+class ProgressiveTranscriberTest : public ::testing::Test {
+  protected:
+    std::unique_ptr<ProgressiveTranscriber> make(ProgressiveTranscriber::Options options = {}) {
+        auto transcriber = std::make_unique<ProgressiveTranscriber>(
+            "ja", [this] { return decoder; }, options,
+            [this](const std::string& line) { log.push_back(line); });
+        return transcriber;
+    }
+
+    // Feeds audio the way capture delivers it: 4096-frame buffers.
+    static void feed(ModelTranscriber& transcriber, const std::vector<std::int16_t>& samples) {
+        for (std::size_t at = 0; at < samples.size(); at += 4096) {
+            const std::size_t count = std::min<std::size_t>(4096, samples.size() - at);
+            transcriber.analyze(std::span(samples).subspan(at, count));
+        }
+    }
+
+    // Ends the input, finalises and collects every result.
+    static std::vector<ModelTranscriber::Result> stop(ModelTranscriber& transcriber) {
+        transcriber.finishInput();
+        transcriber.finalizeThroughEndOfInput();
+        std::vector<ModelTranscriber::Result> results;
+        while (auto result = transcriber.nextResult()) {
+            results.push_back(*result);
+        }
+        return results;
+    }
+
+    std::size_t decodes(Purpose purpose) const {
+        std::size_t count = 0;
+        for (const auto& call : decoder->calls()) {
+            count += call.purpose == purpose;
+        }
+        return count;
+    }
+
+    std::shared_ptr<ScriptedDecoder> decoder = std::make_shared<ScriptedDecoder>();
+    std::vector<std::string> log;
+};
+
+TEST_F(ProgressiveTranscriberTest, PartialsWhileSpeakingFinalsAtPausesAndAtStop) {
+    auto transcriber = make();
+    transcriber->setContextualStrings({"東京駅", "渋谷"});
+    transcriber->prepare();
+    EXPECT_EQ(transcriber->initialPrompt(), "東京駅、渋谷");
+
+    feed(*transcriber, speechAudio(2.0));
+    ASSERT_TRUE(eventually([&] { return decodes(Purpose::partial) >= 1; }));
+    feed(*transcriber, quietAudio(1.0));
+    ASSERT_TRUE(eventually([&] { return decodes(Purpose::final_) == 1; }));
+    // A second utterance that is still going when the key comes up.
+    feed(*transcriber, speechAudio(1.2));
+    const std::vector<ModelTranscriber::Result> results = stop(*transcriber);
+
+    ASSERT_GE(results.size(), 3u);
+    // Partials of the first utterance, its final, then the final made at stop.
+    std::size_t finals = 0;
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        if (results[i].isFinal) {
+            ++finals;
+        }
+        EXPECT_EQ(results[i].text.front() != ' ', true) << "trimmed: " << results[i].text;
+    }
+    EXPECT_EQ(finals, 2u);
+    EXPECT_FALSE(results.front().isFinal);
+    EXPECT_TRUE(results.back().isFinal);
+    EXPECT_EQ(decodes(Purpose::final_), 2u);
+    for (const auto& call : decoder->calls()) {
+        EXPECT_EQ(call.language, "ja");
+        EXPECT_EQ(call.prompt, "東京駅、渋谷");
+        EXPECT_LE(call.sampleCount, 16000u * 28);
+    }
+    // The first final covers the first utterance and a little of the pause, not the whole pause.
+    const auto calls = decoder->calls();
+    const auto firstFinal = std::find_if(
+        calls.begin(), calls.end(), [](const auto& c) { return c.purpose == Purpose::final_; });
+    EXPECT_LT(firstFinal->sampleCount, 16000u * 3);
+    EXPECT_GE(firstFinal->sampleCount, 16000u * 2);
+    EXPECT_EQ(transcriber->nextResult(), std::nullopt);
+}
+
+TEST_F(ProgressiveTranscriberTest, LongSpeechIsCutBeforeTheWindowFills) {
+    auto transcriber = make();
+    transcriber->prepare();
+    feed(*transcriber, speechAudio(31.0));
+    const auto results = stop(*transcriber);
+    std::vector<std::size_t> finalSizes;
+    for (const auto& call : decoder->calls()) {
+        if (call.purpose == Purpose::final_) {
+            finalSizes.push_back(call.sampleCount);
+        }
+    }
+    ASSERT_EQ(finalSizes.size(), 2u);
+    // Cut at a frame boundary just inside 28 s.
+    EXPECT_LE(finalSizes[0], 16000u * 28);
+    EXPECT_GT(finalSizes[0], 16000u * 28 - 480);
+    EXPECT_EQ(finalSizes[0] + finalSizes[1], 16000u * 31);
+    EXPECT_TRUE(results.back().isFinal);
+}
+
+TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped) {
+    decoder->script = [](Purpose, std::size_t) { return "ご視聴ありがとうございました。"; };
+    {
+        auto transcriber = make();
+        transcriber->prepare();
+        feed(*transcriber, quietAudio(5.0));
+        EXPECT_TRUE(stop(*transcriber).empty());
+        EXPECT_TRUE(decoder->calls().empty());
+    }
+    // A click (90 ms) in a quiet room gets decoded, and what whisper makes of it is dropped.
+    for (const std::string invented :
+         {"ご視聴ありがとうございました。", "(音楽)", "渋谷", "Thanks for watching!", "♪"}) {
+        decoder->script = [invented](Purpose, std::size_t) { return invented; };
+        auto transcriber = make();
+        transcriber->setContextualStrings({"東京駅", "渋谷"});
+        transcriber->prepare();
+        feed(*transcriber, quietAudio(0.5));
+        feed(*transcriber, speechAudio(0.09));
+        feed(*transcriber, quietAudio(1.5));
+        EXPECT_TRUE(stop(*transcriber).empty()) << invented;
+        EXPECT_GE(transcriber->statistics().droppedByGuard, 1u) << invented;
+    }
+    // The same words really spoken are kept.
+    decoder->script = [](Purpose purpose, std::size_t) {
+        return purpose == Purpose::final_ ? "ありがとうございました" : "";
+    };
+    auto transcriber = make();
+    transcriber->prepare();
+    feed(*transcriber, speechAudio(1.5));
+    const auto results = stop(*transcriber);
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_EQ(results[0].text, "ありがとうございました");
+    EXPECT_EQ(transcriber->statistics().droppedByGuard, 0u);
+}
+
+TEST_F(ProgressiveTranscriberTest, InitialPromptKeepsTheNewestWholeTermsThatFit) {
+    decoder->tokenLimit = 10;  // a budget of 9 after whisper's own marker
+    const auto prompt = platform::InitialPrompt::compose({"ああああ", "bbb", "cc", "d"}, *decoder);
+    EXPECT_EQ(prompt.text, "bbb、cc、d");
+    EXPECT_EQ(prompt.keptCount, 3u);
+
+    auto transcriber = make();
+    transcriber->setContextualStrings({"ああああ", "bbb", "cc", "d"});
+    transcriber->prepare();
+    EXPECT_EQ(transcriber->initialPrompt(), "bbb、cc、d");
+    EXPECT_EQ(transcriber->statistics().promptTermCount, 3u);
+    EXPECT_EQ(log, std::vector<std::string>{
+                       "initial prompt keeps the newest 3 of 4 contextual strings (limit 10 "
+                       "tokens)"});
+    stop(*transcriber);
+}
+
+TEST_F(ProgressiveTranscriberTest, CancelUnblocksEveryoneAndFailuresReachTheReader) {
+    decoder->blockUntilAborted = true;
+    {
+        auto transcriber = make();
+        transcriber->prepare();
+        feed(*transcriber, speechAudio(1.0));
+        ASSERT_TRUE(eventually([&] { return !decoder->calls().empty(); }));
+        std::thread reader([&] { EXPECT_EQ(transcriber->nextResult(), std::nullopt); });
+        transcriber->cancel();
+        reader.join();
+        transcriber->finalizeThroughEndOfInput();  // returns at once once cancelled
+        transcriber->analyze(speechAudio(0.1));    // a no-op now
+    }
+    decoder->blockUntilAborted = false;
+    decoder->failure = "model exploded";
+    auto transcriber = make();
+    transcriber->prepare();
+    feed(*transcriber, speechAudio(1.0));
+    transcriber->finishInput();
+    transcriber->finalizeThroughEndOfInput();
+    EXPECT_THROW(
+        {
+            try {
+                transcriber->nextResult();
+            } catch (const platform::SpeechEngineError& error) {
+                EXPECT_STREQ(error.what(), "model exploded");
+                throw;
+            }
+        },
+        platform::SpeechEngineError);
+    EXPECT_EQ(transcriber->nextResult(), std::nullopt);
+
+    // No model: prepare says so.
+    ProgressiveTranscriber unloaded("ja", [] { return nullptr; }, {});
+    EXPECT_THROW(unloaded.prepare(), platform::SpeechEngineError);
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -1,0 +1,78 @@
+#pragma once
+
+// ScriptedDecoder stands in for a loaded speech model: it answers each decode with a text made
+// by a script (by default "partial N" / "final N"), records every call, counts prompt tokens as
+// code points, and can block until aborted or throw. Called on the transcriber's worker thread;
+// the test reads calls() from its own thread.
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/SpeechEngineError.h"
+#include "platform/model/SegmentDecoder.h"
+
+namespace kelvo::test {
+
+class ScriptedDecoder final : public platform::SegmentDecoder {
+  public:
+    struct Call {
+        std::size_t sampleCount;
+        std::string language;
+        std::string prompt;
+        Purpose purpose;
+    };
+
+    std::string decode(std::span<const float> samples, const std::string& language,
+                       const std::string& prompt, Purpose purpose,
+                       const std::atomic<bool>& abort) override {
+        std::size_t index;
+        {
+            std::lock_guard lock(mutex_);
+            calls_.push_back(Call{samples.size(), language, prompt, purpose});
+            index = calls_.size();
+        }
+        if (blockUntilAborted) {
+            while (!abort) {
+                std::this_thread::yield();
+            }
+            return {};
+        }
+        if (failure) {
+            throw platform::SpeechEngineError(*failure);
+        }
+        if (script) {
+            return script(purpose, index);
+        }
+        return (purpose == Purpose::partial ? " partial " : " final ") + std::to_string(index);
+    }
+
+    std::size_t promptTokenCount(const std::string& text) override {
+        std::size_t count = 0;
+        for (const char c : text) {
+            count += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+        }
+        return count;
+    }
+    std::size_t promptTokenLimit() override { return tokenLimit; }
+
+    std::vector<Call> calls() const {
+        std::lock_guard lock(mutex_);
+        return calls_;
+    }
+
+    std::function<std::string(Purpose, std::size_t)> script;
+    std::optional<std::string> failure;
+    std::atomic<bool> blockUntilAborted = false;
+    std::size_t tokenLimit = 224;
+
+  private:
+    mutable std::mutex mutex_;
+    std::vector<Call> calls_;
+};
+
+}  // namespace kelvo::test

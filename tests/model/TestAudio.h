@@ -1,0 +1,30 @@
+#pragma once
+
+// Test audio at 16 kHz mono int16: a 440 Hz tone at about -20 dBFS stands for speech, faint
+// noise at about -66 dBFS for a quiet room (never digital zeros, which no microphone gives).
+
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+namespace kelvo::test {
+
+inline std::vector<std::int16_t> speechAudio(double seconds) {
+    std::vector<std::int16_t> samples(static_cast<std::size_t>(seconds * 16000));
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        samples[i] = static_cast<std::int16_t>(3000 * std::sin(2 * M_PI * 440 * i / 16000.0));
+    }
+    return samples;
+}
+
+inline std::vector<std::int16_t> quietAudio(double seconds) {
+    std::vector<std::int16_t> samples(static_cast<std::size_t>(seconds * 16000));
+    std::uint32_t state = 7;
+    for (std::int16_t& sample : samples) {
+        state = state * 1664525u + 1013904223u;
+        sample = static_cast<std::int16_t>(static_cast<int>(state >> 28) - 8);
+    }
+    return samples;
+}
+
+}  // namespace kelvo::test

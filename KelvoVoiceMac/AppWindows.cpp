@@ -9,6 +9,8 @@
 #include "KelvoVoiceMac/DictationTestView.h"
 #include "KelvoVoiceMac/DictionaryWindowController.h"
 #include "KelvoVoiceMac/InputMethodSettingsSection.h"
+#include "KelvoVoiceMac/ModelSettingsSection.h"
+#include "KelvoVoiceMac/PreferenceKeys.h"
 #include "KelvoVoiceMac/SettingsWindow.h"
 #include "KelvoVoiceMac/SpeechService.h"
 #include "platform/linux/PulseAudioSourceList.h"
@@ -69,6 +71,37 @@ void AppWindows::openSettings() {
         settingsWindow_ = std::make_unique<SettingsWindow>(
             dependencies_.preferences, [] { return platform::PulseAudioSourceList::list(); },
             AutostartEntry(AutostartEntry::defaultFile(), executable));
+        platform::Preferences& preferences = dependencies_.preferences;
+        ModelInventory& inventory = dependencies_.backends.modelInventory();
+        settingsWindow_->setModelSection(new ModelSettingsSection(
+            inventory,
+            ModelSettingsSection::Bindings{
+                .chosenModel =
+                    [&preferences] {
+                        return preferences.stringValue(PreferenceKeys::modelName, "");
+                    },
+                .setChosenModel =
+                    [&preferences](const std::string& name) {
+                        preferences.setString(PreferenceKeys::modelName, name);
+                    },
+                .downloadBaseURL =
+                    [&preferences] {
+                        return preferences.stringValue(PreferenceKeys::modelDownloadBaseURL, "");
+                    },
+                .setDownloadBaseURL =
+                    [&preferences](const std::string& url) {
+                        preferences.setString(PreferenceKeys::modelDownloadBaseURL, url);
+                    },
+                .idleReleaseMinutes =
+                    [&preferences] {
+                        return preferences.intValue(PreferenceKeys::modelIdleReleaseMinutes,
+                                                    PreferenceKeys::defaultModelIdleReleaseMinutes);
+                    },
+                .setIdleReleaseMinutes =
+                    [&preferences](int minutes) {
+                        preferences.setInt(PreferenceKeys::modelIdleReleaseMinutes, minutes);
+                    },
+            }));
         settingsWindow_->setInputMethodSection(new InputMethodSettingsSection(
             dependencies_.preferences, dependencies_.backends.inputMethods(),
             &dependencies_.backends.fcitx5AddonInstaller()));

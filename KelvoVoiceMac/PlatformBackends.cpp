@@ -7,6 +7,7 @@
 
 #include "KelvoVoiceMac/PermissionHelpWorkspace.h"
 #include "KelvoVoiceMac/PreferenceKeys.h"
+#include "KelvoVoiceMac/PreferredModelEngine.h"
 #include "KelvoVoiceMac/PreferredSourceAudioInput.h"
 #include "KelvoVoiceMac/SwitchableKeyMonitor.h"
 #include "platform/AssetInstallationRequest.h"
@@ -23,6 +24,9 @@
 #include "platform/linux/X11Workspace.h"
 #include "platform/linux/XInputKeyMonitor.h"
 #include "platform/linux/XTestKeySynthesizer.h"
+#if KELVO_HAS_WHISPER
+#include "platform/whisper/WhisperModelEngine.h"
+#endif
 
 namespace kelvo::app {
 namespace {
@@ -132,8 +136,34 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
 
     backends->audioInput_ = backends->makeAudioInput();
     choose("audioInput", "PulseAudioInput");
-    backends->modelEngine_ = std::make_unique<platform::UnavailableModelEngine>();
+    // The model inventory exists in every build: the settings window lists and installs models
+    // with it even where this build cannot run them yet.
+    backends->modelInventory_ = std::make_unique<ModelInventory>(
+        ModelCatalog::builtIn(), ModelInventory::defaultModelsFolder(),
+        ModelInventory::Settings{
+            preferences.stringValue(PreferenceKeys::modelName, ""),
+            preferences.stringValue(PreferenceKeys::modelDownloadBaseURL, ""),
+        });
+#if KELVO_HAS_WHISPER
+    auto whisper = std::make_unique<platform::WhisperModelEngine>(
+        *backends->modelInventory_, clock,
+        [&systemLog](const std::string& line) { systemLog.write("[KelvoVoice] Model " + line); });
+    whisper->setIdleReleaseMinutes(preferences.intValue(
+        PreferenceKeys::modelIdleReleaseMinutes, PreferenceKeys::defaultModelIdleReleaseMinutes));
+    // The first dictation must not wait for the model: load and warm it up now.
+    whisper->loadInBackground("ja-JP");
+    backends->installedModelEngine_ = std::move(whisper);
+    choose("modelEngine", "WhisperModelEngine");
+#else
+    backends->installedModelEngine_ = std::make_unique<platform::UnavailableModelEngine>();
     choose("modelEngine", "none (built without whisper.cpp)");
+#endif
+    backends->modelEngine_ =
+        std::make_unique<PreferredModelEngine>(*backends->installedModelEngine_, [&preferences] {
+            return preferences.stringValue(PreferenceKeys::recognitionEngine,
+                                           PreferenceKeys::defaultRecognitionEngine) !=
+                   PreferenceKeys::recognitionEngineFallback;
+        });
     QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     backends->segmentRecognizers_ = std::make_unique<platform::PocketSphinxRecognizerProvider>(
         platform::PocketSphinxModelLocator::standard(dataHome.toStdString()), clock,

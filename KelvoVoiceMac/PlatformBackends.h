@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "core/services/ModelInventory.h"
 #include "platform/AccessibilityClient.h"
 #include "platform/AudioInput.h"
 #include "platform/Clock.h"
@@ -64,7 +65,10 @@ class PlatformBackends {
     platform::Pasteboard& pasteboard() { return *pasteboard_; }
     platform::KeySynthesizer& keySynthesizer() { return *keySynthesizer_; }
     platform::Workspace& workspace() { return *workspace_; }
+    // The model engine as the session sees it: none while the settings ask for the fallback.
     platform::ModelEngine& modelEngine() { return *modelEngine_; }
+    // The model files on this machine, shared by the engine and the settings window.
+    ModelInventory& modelInventory() { return *modelInventory_; }
     platform::SegmentRecognizerProvider& segmentRecognizers() { return *segmentRecognizers_; }
     platform::AudioInput& audioInput() { return *audioInput_; }
     // The input-method routes, tried in this order before accessibility insertion (each reports
@@ -87,6 +91,8 @@ class PlatformBackends {
     std::unique_ptr<platform::Pasteboard> pasteboard_;
     std::unique_ptr<platform::KeySynthesizer> keySynthesizer_;
     std::unique_ptr<platform::Workspace> workspace_;
+    std::unique_ptr<ModelInventory> modelInventory_;
+    std::unique_ptr<platform::ModelEngine> installedModelEngine_;
     std::unique_ptr<platform::ModelEngine> modelEngine_;
     std::unique_ptr<platform::SegmentRecognizerProvider> segmentRecognizers_;
     std::unique_ptr<platform::AudioInput> audioInput_;

@@ -15,7 +15,8 @@ endif()
 # add_kelvo_test(NAME name SOURCES ... LIBS ... [LABELS ...] [ENVIRONMENT ...] [HEADLESS_SESSION])
 # One executable per call; GoogleTest cases are registered with CTest one by one. With
 # HEADLESS_SESSION the whole executable is one CTest test run inside scripts/headless-session
-# (virtual microphone, Xvfb, D-Bus, AT-SPI), so that its cases share one session.
+# (virtual microphone, Xvfb, D-Bus, AT-SPI), so that its cases share one session, and it runs
+# while no other test does.
 function(add_kelvo_test)
   cmake_parse_arguments(T "HEADLESS_SESSION" "NAME" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})
@@ -35,6 +36,9 @@ function(add_kelvo_test)
   if(T_HEADLESS_SESSION)
     add_test(NAME ${T_NAME}
       COMMAND "${PROJECT_SOURCE_DIR}/scripts/headless-session" run -- $<TARGET_FILE:${T_NAME}>)
+    # A session's dictations, key holds and insertions are paced in real time: on a small machine
+    # another test's build-up of load would starve them, so they run alone.
+    set_tests_properties(${T_NAME} PROPERTIES RUN_SERIAL TRUE)
     if(T_LABELS OR T_ENVIRONMENT)
       set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}" ENVIRONMENT "${T_ENVIRONMENT}")
     endif()

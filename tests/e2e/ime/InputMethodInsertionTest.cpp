@@ -82,6 +82,13 @@ class Insertion {
         return QCoro::waitFor(accessibility_.focusedElement()).isSecureTextField;
     }
 
+    // Whether it sees a focused element that is not a password field (the IBus route asks it
+    // first, and right after a focus change it may still report the previous window's field).
+    bool seesOrdinaryFocus() {
+        auto focused = QCoro::waitFor(accessibility_.focusedElement());
+        return focused.element && !focused.isSecureTextField;
+    }
+
     RecordingTrace trace;
 
   private:
@@ -264,6 +271,9 @@ TEST_F(IBusInsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
         Client client = start();
         SCOPED_TRACE(client.title);
         ASSERT_TRUE(focusUntilReady(client, *committer_));
+        if (client.title.find("xterm") == std::string::npos) {
+            ASSERT_TRUE(waitUntil([&] { return insertion.seesOrdinaryFocus(); }));
+        }
         insertion.trace.lines.clear();
         EXPECT_TRUE(insertion.insert(dictated));
         EXPECT_TRUE(waitUntil([&] { return client.text() == dictated; })) << client.text();

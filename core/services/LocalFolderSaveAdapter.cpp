@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "core/support/AtomicFile.h"
+#include "core/support/PathContainment.h"
 #include "core/support/Unicode.h"
 
 namespace kelvo {
@@ -43,15 +44,6 @@ SaveResult failure(const std::string& description) {
     return SaveResult{false, std::nullopt, SaveDestinationType::localFolder, description};
 }
 
-bool hasParentComponent(const fs::path& path) {
-    for (const fs::path& component : path) {
-        if (component == "..") {
-            return true;
-        }
-    }
-    return false;
-}
-
 /// Whether `inner`, with the symbolic links of its existing part followed, lies in `outer`.
 bool staysInside(const fs::path& outer, const fs::path& inner, std::error_code& error) {
     const fs::path resolvedOuter = fs::weakly_canonical(outer, error);
@@ -59,21 +51,7 @@ bool staysInside(const fs::path& outer, const fs::path& inner, std::error_code& 
         return false;
     }
     const fs::path resolvedInner = fs::weakly_canonical(inner, error);
-    if (error) {
-        return false;
-    }
-    auto innerComponent = resolvedInner.begin();
-    for (const fs::path& outerComponent : resolvedOuter) {
-        // weakly_canonical keeps a trailing separator as an empty last component.
-        if (outerComponent.empty()) {
-            continue;
-        }
-        if (innerComponent == resolvedInner.end() || *innerComponent != outerComponent) {
-            return false;
-        }
-        ++innerComponent;
-    }
-    return true;
+    return !error && isWithin(resolvedOuter, resolvedInner);
 }
 
 /// The destination folder for a request; throws Error when the subpath would leave `base`.

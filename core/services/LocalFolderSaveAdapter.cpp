@@ -17,7 +17,6 @@ namespace {
 
 constexpr const char* kFileNameDatePattern = "%Y-%m-%d-%H%M";  // yyyy-MM-dd-HHmm
 constexpr const char* kFileExtension = ".md";
-constexpr const char* kFrontmatterDelimiter = "---";
 
 /// Ends the scoped folder access on every path out of a save, exactly once.
 class ReleaseOnExit {
@@ -118,12 +117,8 @@ std::string cleanedTitle(std::string_view title) {
 void appendFrontmatterEntry(std::string& text, const std::string& key,
                             const FrontmatterValue& value) {
     text += key;
-    if (const auto* string = value.asString()) {
-        text += ": \"" + *string + "\"";
-    } else if (const auto* integer = value.asInteger()) {
-        text += ": " + std::to_string(*integer);
-    } else if (const auto* boolean = value.asBoolean()) {
-        text += *boolean ? ": true" : ": false";
+    if (const auto scalar = value.scalarText()) {
+        text += ": " + *scalar;
     } else if (const auto* array = value.asArray()) {
         if (array->empty()) {
             text += ": []";
@@ -170,7 +165,7 @@ LocalFolderSaveAdapter::LocalFolderSaveAdapter(BaseURLResolver baseURLResolver,
       now_(std::move(now)) {}
 
 std::string LocalFolderSaveAdapter::fileText(const MarkdownDocument& document) {
-    std::string text = kFrontmatterDelimiter;
+    std::string text(kFrontmatterDelimiter);
     text += '\n';
     // std::map orders keys byte-wise, which for UTF-8 is code-point order.
     for (const auto& [key, value] : document.frontmatter) {

@@ -13,6 +13,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "core/models/FrontmatterValue.h"
 #include "core/support/AtomicFile.h"
 #include "core/support/PathContainment.h"
 #include "core/support/Unicode.h"
@@ -24,7 +25,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view kFrontmatterDelimiter = "---";
 constexpr std::string_view kFinderMetadataName = ".DS_Store";
 
 /// Ends the folder access on every path out of an operation, exactly once.

@@ -108,65 +108,85 @@ int CommandRegistry::run(std::span<const std::string> arguments, std::istream& i
         reportUsageError(errors, "missing command", kGeneralUsage);
         return kUsageError;
     }
-    const std::string& first = arguments[0];
-    if (first == "help" || first == "--help") {
-        if (arguments.size() >= 2) {
-            std::string name = arguments[1];
-            if (arguments.size() >= 3 && find(name + ' ' + arguments[2]) != nullptr) {
-                name += ' ' + arguments[2];
-            }
-            if (const Command* command = find(name)) {
-                output << usageLine(*command) << "\n  " << command->summary << '\n';
-                return kSuccess;
-            }
-            if (isGroup(name)) {
-                output << groupUsage(name) << '\n';
-                return kSuccess;
-            }
-            reportUsageError(errors, "unknown command '" + name + "'", kGeneralUsage);
-            return kUsageError;
-        }
+    if (arguments[0] == "help" || arguments[0] == "--help") {
+        return runHelp(arguments.subspan(1), output, errors);
+    }
+    std::span<const std::string> rest;
+    const Command* command = lookUp(arguments, rest);
+    if (command == nullptr) {
+        return reportMissingCommand(arguments, output, errors);
+    }
+    return execute(*command, rest, input, output, errors, environment);
+}
+
+int CommandRegistry::runHelp(std::span<const std::string> topic, std::ostream& output,
+                             std::ostream& errors) const {
+    if (topic.empty()) {
         output << helpText();
         return kSuccess;
     }
+    std::string name = topic[0];
+    if (topic.size() >= 2 && find(name + ' ' + topic[1]) != nullptr) {
+        name += ' ' + topic[1];
+    }
+    if (const Command* command = find(name)) {
+        output << usageLine(*command) << "\n  " << command->summary << '\n';
+        return kSuccess;
+    }
+    if (isGroup(name)) {
+        output << groupUsage(name) << '\n';
+        return kSuccess;
+    }
+    reportUsageError(errors, "unknown command '" + name + "'", kGeneralUsage);
+    return kUsageError;
+}
 
-    const Command* command = nullptr;
-    std::span<const std::string> rest;
+const Command* CommandRegistry::lookUp(std::span<const std::string> arguments,
+                                       std::span<const std::string>& rest) const {
+    // A two-word command ("dictionary add") wins over a one-word one.
     if (arguments.size() >= 2) {
-        command = find(first + ' ' + arguments[1]);
-        rest = arguments.subspan(2);
-    }
-    if (command == nullptr) {
-        command = find(first);
-        rest = arguments.subspan(1);
-    }
-    if (command == nullptr) {
-        if (isGroup(first)) {
-            const std::string reason = arguments.size() >= 2 && arguments[1] != "--help"
-                                           ? "unknown " + first + " command '" + arguments[1] + "'"
-                                           : "missing " + first + " command";
-            if (arguments.size() == 2 && arguments[1] == "--help") {
-                output << groupUsage(first) << '\n';
-                return kSuccess;
-            }
-            reportUsageError(errors, reason, groupUsage(first));
-            return kUsageError;
+        if (const Command* command = find(arguments[0] + ' ' + arguments[1])) {
+            rest = arguments.subspan(2);
+            return command;
         }
+    }
+    rest = arguments.subspan(1);
+    return find(arguments[0]);
+}
+
+int CommandRegistry::reportMissingCommand(std::span<const std::string> arguments,
+                                          std::ostream& output, std::ostream& errors) const {
+    const std::string& first = arguments[0];
+    if (!isGroup(first)) {
         reportUsageError(errors, "unknown command '" + first + "'", kGeneralUsage);
         return kUsageError;
     }
+    if (arguments.size() == 2 && arguments[1] == "--help") {
+        output << groupUsage(first) << '\n';
+        return kSuccess;
+    }
+    const std::string reason = arguments.size() >= 2 && arguments[1] != "--help"
+                                   ? "unknown " + first + " command '" + arguments[1] + "'"
+                                   : "missing " + first + " command";
+    reportUsageError(errors, reason, groupUsage(first));
+    return kUsageError;
+}
 
+int CommandRegistry::execute(const Command& command, std::span<const std::string> rest,
+                             std::istream& input, std::ostream& output, std::ostream& errors,
+                             const Environment& environment) const {
+    // Output is held back so that a failing command writes nothing but its error line.
     std::ostringstream heldOutput;
     try {
-        const ParsedArguments parsed = command->arguments.parse(rest);
+        const ParsedArguments parsed = command.arguments.parse(rest);
         if (parsed.helpRequested()) {
-            output << usageLine(*command) << "\n  " << command->summary << '\n';
+            output << usageLine(command) << "\n  " << command.summary << '\n';
             return kSuccess;
         }
         CommandContext context(input, heldOutput, errors, environment);
-        command->run(parsed, context);
+        command.run(parsed, context);
     } catch (const UsageError& error) {
-        reportUsageError(errors, error.what(), usageLine(*command));
+        reportUsageError(errors, error.what(), usageLine(command));
         return kUsageError;
     } catch (const ReportedFailure& error) {
         output << heldOutput.str();

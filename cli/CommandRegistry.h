@@ -37,6 +37,19 @@ class CommandRegistry {
     static constexpr int kUsageError = 2;
 
   private:
+    // "help [command]": usage of everything, of one command or of a group.
+    int runHelp(std::span<const std::string> topic, std::ostream& output,
+                std::ostream& errors) const;
+    // The command the leading argument(s) name, or nullptr; `rest` gets its own arguments.
+    const Command* lookUp(std::span<const std::string> arguments,
+                          std::span<const std::string>& rest) const;
+    // Why no command matched (unknown command, unknown or missing group member, group help).
+    int reportMissingCommand(std::span<const std::string> arguments, std::ostream& output,
+                             std::ostream& errors) const;
+    // Parses the command's arguments and runs it, mapping its outcome to the exit status.
+    int execute(const Command& command, std::span<const std::string> rest, std::istream& input,
+                std::ostream& output, std::ostream& errors, const Environment& environment) const;
+
     const Command* find(const std::string& name) const;
     bool isGroup(const std::string& word) const;
     std::string groupUsage(const std::string& group) const;

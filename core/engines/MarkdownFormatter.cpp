@@ -14,7 +14,6 @@ constexpr std::array<std::string_view, 3> kTitleSeparators{"。", ".", "\n"};
 constexpr std::size_t kMaxTitleCharacters = 40;
 
 constexpr const char* kSource = "KelvoVoice";
-constexpr const char* kFrontmatterDelimiter = "---";
 constexpr std::string_view kOpenBox = "- [ ]";
 constexpr std::string_view kCheckedBox = "- [x]";
 constexpr std::string_view kNewTask = "- [ ] ";
@@ -38,14 +37,8 @@ std::string joined(const std::vector<std::string>& items, std::string_view separ
 }
 
 std::string renderValue(const FrontmatterValue& value) {
-    if (const auto* text = value.asString()) {
-        return "\"" + *text + "\"";
-    }
-    if (const auto* number = value.asInteger()) {
-        return std::to_string(*number);
-    }
-    if (const auto* flag = value.asBoolean()) {
-        return *flag ? "true" : "false";
+    if (auto scalar = value.scalarText()) {
+        return std::move(*scalar);
     }
     return "[" + joined(*value.asArray(), ", ") + "]";
 }

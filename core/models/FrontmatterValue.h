@@ -1,13 +1,18 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
 #include "core/models/Json.h"
 
 namespace kelvo {
+
+/// The line that opens and closes a note's front matter.
+inline constexpr std::string_view kFrontmatterDelimiter = "---";
 
 /// One value of a note's front matter: a text, an integer, a truth value or a list of texts.
 /// Stored in JSON as the bare value, without a tag.
@@ -27,6 +32,22 @@ public:
     const bool* asBoolean() const { return std::get_if<bool>(&value_); }
     const Array* asArray() const { return std::get_if<Array>(&value_); }
     const Storage& storage() const { return value_; }
+
+    /// The value as every front-matter writer puts it after "key: ": a text in double quotes as
+    /// it is, an integer in decimal, a truth value as true or false. std::nullopt for a list,
+    /// which each writer lays out its own way.
+    std::optional<std::string> scalarText() const {
+        if (const auto* text = asString()) {
+            return "\"" + *text + "\"";
+        }
+        if (const auto* number = asInteger()) {
+            return std::to_string(*number);
+        }
+        if (const auto* flag = asBoolean()) {
+            return *flag ? "true" : "false";
+        }
+        return std::nullopt;
+    }
 
     friend bool operator==(const FrontmatterValue&, const FrontmatterValue&) = default;
 

@@ -29,42 +29,34 @@ const std::set<std::string>& knownMembers() {
 
 using UnknownMembers = std::map<std::string, std::vector<std::pair<std::string, Json>>>;
 
-// The stored entries' unknown members by entry id; nothing when the file cannot be read (a save
-// replaces the list whatever it held).
-UnknownMembers unknownMembersById(const std::filesystem::path& target) {
+// The stored entries' unknown members by entry id (`stored` is a decodable entry list).
+UnknownMembers unknownMembersById(const Json& stored) {
     UnknownMembers byId;
-    if (!jsonfile::exists(target)) {
-        return byId;
-    }
-    try {
-        const Json stored = jsonfile::parse(target, readWholeFile(target));
-        if (!stored.is_array()) {
-            return byId;
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+        const Json& entry = stored[i];
+        if (!entry.is_object() || !entry.contains("id") || !entry["id"].is_string()) {
+            continue;
         }
-        for (std::size_t i = 0; i < stored.size(); ++i) {
-            const Json& entry = stored[i];
-            if (!entry.is_object() || !entry.contains("id") || !entry["id"].is_string()) {
-                continue;
-            }
-            std::vector<std::pair<std::string, Json>> unknown;
-            for (auto member = entry.begin(); member != entry.end(); ++member) {
-                if (!knownMembers().contains(member.key())) {
-                    unknown.emplace_back(member.key(), member.value());
-                }
-            }
-            if (!unknown.empty()) {
-                byId[entry["id"].get<std::string>()] = std::move(unknown);
+        std::vector<std::pair<std::string, Json>> unknown;
+        for (auto member = entry.begin(); member != entry.end(); ++member) {
+            if (!knownMembers().contains(member.key())) {
+                unknown.emplace_back(member.key(), member.value());
             }
         }
-    } catch (const Error&) {
+        if (!unknown.empty()) {
+            byId[entry["id"].get<std::string>()] = std::move(unknown);
+        }
     }
     return byId;
 }
 
 }  // namespace
 
-JSONDictionaryStore::JSONDictionaryStore(std::filesystem::path fileURL, SaveObserver didSave)
-    : fileURL_(std::move(fileURL)), didSave_(std::move(didSave)) {}
+JSONDictionaryStore::JSONDictionaryStore(std::filesystem::path fileURL, SaveObserver didSave,
+                                         DamagedFileObserver onDamaged)
+    : fileURL_(std::move(fileURL)),
+      didSave_(std::move(didSave)),
+      onDamaged_(std::move(onDamaged)) {}
 
 std::vector<DictionaryEntry> JSONDictionaryStore::loadEntries() {
     const std::filesystem::path target = followSymlinks(fileURL_);
@@ -102,11 +94,23 @@ void JSONDictionaryStore::updateEntries(
 
 void JSONDictionaryStore::writeLocked(const std::filesystem::path& target,
                                       const std::vector<DictionaryEntry>& entries) {
+    removeLeftoverTemporaryFiles(target);
+    UnknownMembers unknown;
     if (jsonfile::exists(target)) {
         jsonfile::requireRegularFile(target, fileURL_);
+        try {
+            const Json stored = jsonfile::parse(fileURL_, readWholeFile(target));
+            json::Decode<std::vector<DictionaryEntry>>::from(stored);
+            unknown = unknownMembersById(stored);
+        } catch (const Error& error) {
+            // The list the user could not load is kept beside the one replacing it.
+            const std::filesystem::path movedTo =
+                jsonfile::moveDamagedAside(target, fileURL_, "dictionary");
+            if (onDamaged_) {
+                onDamaged_(fileURL_, movedTo, error.what());
+            }
+        }
     }
-    removeLeftoverTemporaryFiles(target);
-    const UnknownMembers unknown = unknownMembersById(target);
     Json list = Json::array();
     for (const DictionaryEntry& entry : entries) {
         Json encoded = Json(entry);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/models/DictionaryStore.h"
+#include "core/services/JsonFile.h"
 
 namespace kelvo {
 
@@ -18,9 +19,12 @@ namespace kelvo {
 class JSONDictionaryStore : public DictionaryStore {
   public:
     using SaveObserver = std::function<void(const std::filesystem::path&)>;
+    using DamagedFileObserver = jsonfile::DamagedFileObserver;
 
-    /// `didSave` is called with `fileURL` after every successful save.
-    explicit JSONDictionaryStore(std::filesystem::path fileURL, SaveObserver didSave = {});
+    /// `didSave` is called with `fileURL` after every successful save; `onDamaged` when a save
+    /// moved an unreadable or undecodable file aside.
+    explicit JSONDictionaryStore(std::filesystem::path fileURL, SaveObserver didSave = {},
+                                 DamagedFileObserver onDamaged = {});
 
     /// The stored list as it is (disabled entries included, stored order). A missing file is an
     /// empty dictionary and is not created. Throws FileError when the file cannot be read and
@@ -28,8 +32,12 @@ class JSONDictionaryStore : public DictionaryStore {
     /// untouched.
     std::vector<DictionaryEntry> loadEntries() override;
 
-    /// Replaces the file with `entries`. Throws FileError when the file cannot be written; the
-    /// previous file then stays and `didSave` is not called.
+    /// Replaces the file with `entries`. A file there that cannot be read or decoded (an editor
+    /// may save after a failed load) is not destroyed: it is moved aside first
+    /// ("dictionary.json.damaged-<UTC time>" beside it) and reported to `onDamaged`. Throws
+    /// FileError when something other than a regular file is there, or when the damaged file
+    /// cannot be moved or the new one written; the previous file then stays and `didSave` is not
+    /// called.
     void saveEntries(const std::vector<DictionaryEntry>& entries) override;
 
     /// Load, `change`, save as one step under the folder's lock, so that concurrent updaters
@@ -46,6 +54,7 @@ class JSONDictionaryStore : public DictionaryStore {
 
     const std::filesystem::path fileURL_;
     const SaveObserver didSave_;
+    const DamagedFileObserver onDamaged_;
 };
 
 }  // namespace kelvo

@@ -1,7 +1,5 @@
 #include "core/services/JSONHistoryStore.h"
 
-#include <chrono>
-#include <ctime>
 #include <utility>
 
 #include "core/services/JsonFile.h"
@@ -9,25 +7,6 @@
 #include "core/support/FolderLock.h"
 
 namespace kelvo {
-namespace {
-
-// "history.json.damaged-20261123T184502Z" beside the file, or "...Z-2" and on when taken.
-std::filesystem::path damagedName(const std::filesystem::path& file) {
-    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm utc{};
-    ::gmtime_r(&now, &utc);
-    char stamp[32];
-    std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &utc);
-    const std::string base = file.filename().string() + ".damaged-" + stamp;
-    std::filesystem::path candidate = file.parent_path() / base;
-    for (int n = 2; jsonfile::exists(candidate); ++n) {
-        candidate = file.parent_path() / (base + "-" + std::to_string(n));
-    }
-    return candidate;
-}
-
-}  // namespace
-
 JSONHistoryStore::JSONHistoryStore(std::filesystem::path fileURL, DamagedFileObserver onDamaged)
     : fileURL_(std::move(fileURL)), onDamaged_(std::move(onDamaged)) {}
 
@@ -46,13 +25,8 @@ void JSONHistoryStore::appendItem(const HistoryItem& item) {
             json::Decode<std::vector<HistoryItem>>::from(stored);
         } catch (const Error& error) {
             // Still a fresh history, as before, but the old one is moved aside, not destroyed.
-            const std::filesystem::path movedTo = damagedName(target);
-            std::error_code renameError;
-            std::filesystem::rename(target, movedTo, renameError);
-            if (renameError) {
-                throw FileError("Could not move the damaged history \"" + fileURL_.string() +
-                                "\" aside: " + renameError.message());
-            }
+            const std::filesystem::path movedTo =
+                jsonfile::moveDamagedAside(target, fileURL_, "history");
             if (onDamaged_) {
                 onDamaged_(fileURL_, movedTo, error.what());
             }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/models/HistoryStore.h"
+#include "core/services/JsonFile.h"
 
 namespace kelvo {
 
@@ -22,9 +23,7 @@ class JSONHistoryStore : public HistoryStore {
     static constexpr std::size_t maxItems = 500;
 
     /// Told when an append found the history unreadable or undecodable and moved it aside.
-    using DamagedFileObserver =
-        std::function<void(const std::filesystem::path& damaged,
-                           const std::filesystem::path& movedTo, const std::string& reason)>;
+    using DamagedFileObserver = jsonfile::DamagedFileObserver;
 
     explicit JSONHistoryStore(std::filesystem::path fileURL, DamagedFileObserver onDamaged = {});
 

@@ -1,5 +1,8 @@
 #include "core/services/JsonFile.h"
 
+#include <chrono>
+#include <ctime>
+
 namespace kelvo::jsonfile {
 
 Json parse(const std::filesystem::path& path, std::string_view data) {
@@ -164,6 +167,28 @@ bool exists(const std::filesystem::path& path) {
         return true;
     }
     return std::filesystem::exists(status);
+}
+
+std::filesystem::path moveDamagedAside(const std::filesystem::path& path,
+                                       const std::filesystem::path& shownAs,
+                                       std::string_view kind) {
+    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    std::tm utc{};
+    ::gmtime_r(&now, &utc);
+    char stamp[32];
+    std::strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &utc);
+    const std::string base = path.filename().string() + ".damaged-" + stamp;
+    std::filesystem::path movedTo = path.parent_path() / base;
+    for (int n = 2; jsonfile::exists(movedTo); ++n) {
+        movedTo = path.parent_path() / (base + "-" + std::to_string(n));
+    }
+    std::error_code renameError;
+    std::filesystem::rename(path, movedTo, renameError);
+    if (renameError) {
+        throw FileError("Could not move the damaged " + std::string(kind) + " \"" +
+                        shownAs.string() + "\" aside: " + renameError.message());
+    }
+    return movedTo;
 }
 
 }  // namespace kelvo::jsonfile

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -41,6 +42,18 @@ std::filesystem::path folderOf(const std::filesystem::path& file);
 /// a text is written as U+FFFD rather than failing, as such text cannot be typed in the first
 /// place.
 std::string prettyPrinted(const Json& value);
+
+/// Told when a store found its file unreadable or undecodable and moved it aside before writing:
+/// the file as the user named it, where it now lies, and what was wrong with it.
+using DamagedFileObserver =
+    std::function<void(const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
+                       const std::string& reason)>;
+
+/// Renames the damaged file at `path` to "<name>.damaged-<UTC time>" beside it ("...Z-2" and on
+/// when that name is taken) and returns where it went. Throws FileError "Could not move the
+/// damaged <kind> "<shownAs>" aside: <why>" when it cannot, leaving the file where it was.
+std::filesystem::path moveDamagedAside(const std::filesystem::path& path,
+                                       const std::filesystem::path& shownAs, std::string_view kind);
 
 /// Whether something exists at `path`. A path whose status cannot be determined (for example a
 /// folder without search permission) counts as existing, so the read reports the real error.

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "core/support/AtomicFile.h"
+#include "core/support/PathContainment.h"
 #include "core/support/Unicode.h"
 
 namespace kelvo {
@@ -16,7 +17,6 @@ namespace {
 
 constexpr const char* kFileNameDatePattern = "%Y-%m-%d-%H%M";  // yyyy-MM-dd-HHmm
 constexpr const char* kFileExtension = ".md";
-constexpr const char* kFrontmatterDelimiter = "---";
 
 /// Ends the scoped folder access on every path out of a save, exactly once.
 class ReleaseOnExit {
@@ -43,15 +43,6 @@ SaveResult failure(const std::string& description) {
     return SaveResult{false, std::nullopt, SaveDestinationType::localFolder, description};
 }
 
-bool hasParentComponent(const fs::path& path) {
-    for (const fs::path& component : path) {
-        if (component == "..") {
-            return true;
-        }
-    }
-    return false;
-}
-
 /// Whether `inner`, with the symbolic links of its existing part followed, lies in `outer`.
 bool staysInside(const fs::path& outer, const fs::path& inner, std::error_code& error) {
     const fs::path resolvedOuter = fs::weakly_canonical(outer, error);
@@ -59,21 +50,7 @@ bool staysInside(const fs::path& outer, const fs::path& inner, std::error_code& 
         return false;
     }
     const fs::path resolvedInner = fs::weakly_canonical(inner, error);
-    if (error) {
-        return false;
-    }
-    auto innerComponent = resolvedInner.begin();
-    for (const fs::path& outerComponent : resolvedOuter) {
-        // weakly_canonical keeps a trailing separator as an empty last component.
-        if (outerComponent.empty()) {
-            continue;
-        }
-        if (innerComponent == resolvedInner.end() || *innerComponent != outerComponent) {
-            return false;
-        }
-        ++innerComponent;
-    }
-    return true;
+    return !error && isWithin(resolvedOuter, resolvedInner);
 }
 
 /// The destination folder for a request; throws Error when the subpath would leave `base`.
@@ -140,12 +117,8 @@ std::string cleanedTitle(std::string_view title) {
 void appendFrontmatterEntry(std::string& text, const std::string& key,
                             const FrontmatterValue& value) {
     text += key;
-    if (const auto* string = value.asString()) {
-        text += ": \"" + *string + "\"";
-    } else if (const auto* integer = value.asInteger()) {
-        text += ": " + std::to_string(*integer);
-    } else if (const auto* boolean = value.asBoolean()) {
-        text += *boolean ? ": true" : ": false";
+    if (const auto scalar = value.scalarText()) {
+        text += ": " + *scalar;
     } else if (const auto* array = value.asArray()) {
         if (array->empty()) {
             text += ": []";
@@ -192,7 +165,7 @@ LocalFolderSaveAdapter::LocalFolderSaveAdapter(BaseURLResolver baseURLResolver,
       now_(std::move(now)) {}
 
 std::string LocalFolderSaveAdapter::fileText(const MarkdownDocument& document) {
-    std::string text = kFrontmatterDelimiter;
+    std::string text(kFrontmatterDelimiter);
     text += '\n';
     // std::map orders keys byte-wise, which for UTF-8 is code-point order.
     for (const auto& [key, value] : document.frontmatter) {

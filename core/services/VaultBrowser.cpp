@@ -13,7 +13,9 @@
 #include <unordered_set>
 #include <utility>
 
+#include "core/models/FrontmatterValue.h"
 #include "core/support/AtomicFile.h"
+#include "core/support/PathContainment.h"
 #include "core/support/Unicode.h"
 #include "core/support/Utf8.h"
 
@@ -23,7 +25,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view kFrontmatterDelimiter = "---";
 constexpr std::string_view kFinderMetadataName = ".DS_Store";
 
 /// Ends the folder access on every path out of an operation, exactly once.
@@ -112,24 +113,6 @@ bool isNoteName(std::string_view name) {
         lowered = unicode::toLower(extension);
     }
     return lowered == "md" || lowered == "markdown";
-}
-
-bool isWithin(const fs::path& outer, const fs::path& inner) {
-    auto innerComponent = inner.begin();
-    for (const fs::path& outerComponent : outer) {
-        if (outerComponent.empty()) {
-            continue;
-        }
-        if (innerComponent == inner.end() || *innerComponent != outerComponent) {
-            return false;
-        }
-        ++innerComponent;
-    }
-    return true;
-}
-
-bool hasParentComponent(const fs::path& path) {
-    return std::any_of(path.begin(), path.end(), [](const fs::path& c) { return c == ".."; });
 }
 
 /// Walks one folder of the vault, appending its entries and those of its subfolders.

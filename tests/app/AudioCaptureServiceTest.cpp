@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "KelvoVoiceMac/AudioCaptureService.h"
+#include "KelvoVoiceMac/AudioConverter.h"
 #include "KelvoVoiceMac/CaptureError.h"
 #include "fakes/FakeAudioInput.h"
 #include "fakes/TestEventLoop.h"
@@ -201,6 +202,21 @@ TEST(AudioCaptureServiceTest, ReadsTooShortForOneOutputFrameProduceNothing) {
     EXPECT_EQ(stream->tryReceive(), std::nullopt);
     service.stop();
     EXPECT_EQ(stream->receive(), std::nullopt) << "the dropped reads never reached the resampler";
+}
+
+TEST(AudioCaptureServiceTest, FloatSamplesBeyondFullScaleClipInsteadOfWrapping) {
+    const AudioInput::Format format{16000, 1, AudioInput::SampleFormat::float32};
+    auto converter = app::AudioConverter::make(format);
+    ASSERT_NE(converter, nullptr);
+    const std::vector<float> loud = {1.5f, -1.5f, 4.0f, -4.0f, 1.0f, -1.0f, 0.5f};
+    AudioInput::Frames frames;
+    frames.format = format;
+    frames.frameCount = static_cast<std::uint32_t>(loud.size());
+    frames.float32Samples = loud;
+    const auto converted = converter->convert(frames);
+    ASSERT_TRUE(converted);
+    EXPECT_EQ(converted->samples,
+              (std::vector<std::int16_t>{32767, -32768, 32767, -32768, 32767, -32768, 16384}));
 }
 
 TEST(AudioCaptureServiceTest, SecondStartFailsAndLeavesTheRunningCaptureAlone) {

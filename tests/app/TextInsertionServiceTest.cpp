@@ -105,6 +105,14 @@ TEST_F(TextInsertionServiceTest, VerificationCountsAbsentVersusPresentAsAChange)
               "range=true");
 }
 
+TEST_F(TextInsertionServiceTest, AChangeOfTheSelectionRangeAloneIsASuccess) {
+    accessibility.stateAfterSet = {"abc", std::nullopt, TextRange{4, 0}};
+    insert("x");
+    runFor(clock, 120ms);
+    EXPECT_EQ(result, true);
+    EXPECT_EQ(keys.pasteCount, 0);
+}
+
 TEST_F(TextInsertionServiceTest, FrontmostApplicationIsNamedOrReportedMissing) {
     workspace.frontmost = platform::Workspace::Application{std::nullopt, "org.gnome.gedit"};
     insert("a");
@@ -259,6 +267,7 @@ TEST_F(TextInsertionServiceTest, PasteboardFailuresReturnFalse) {
                                          "to pasteboard",
                                          "[TextInsertion] Failed to create Cmd+V events",
                                          "[TextInsertion] Restored previous pasteboard string"));
+    EXPECT_FALSE(service.isInjectingKeys()) << "a chord never sent leaves no keys to ignore";
 }
 
 TEST_F(TextInsertionServiceTest, WithoutRestoreTheDictatedTextStaysOnTheClipboard) {

@@ -2,15 +2,9 @@
 // environment of the test's own (a temporary HOME and XDG_DATA_HOME), and checks the tool's
 // contract from the outside: exit status, exact standard output and error, and the files left.
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -24,117 +18,25 @@
 #include "core/models/Json.h"
 #include "core/support/Uuid.h"
 #include "tests/core/TemporaryFolder.h"
+#include "tests/support/KelvoProcess.h"
 
 namespace kelvo {
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Outcome {
-    int status = -1;
-    std::string output;
-    std::string errors;
-};
+using Outcome = test::KelvoProcess::Outcome;
 
-/// Runs `kelvo` with `arguments`, feeding `input` on standard input. Reading and writing are
-/// interleaved with poll so that a child that writes a lot before reading cannot deadlock.
+/// Runs `kelvo` with `arguments` in `workingFolder`, feeding `input` on standard input.
 Outcome runKelvo(const std::vector<std::string>& arguments, const std::string& input,
                  const std::map<std::string, std::string>& environment,
                  const fs::path& workingFolder) {
-    int inPipe[2], outPipe[2], errPipe[2];
-    if (pipe2(inPipe, O_CLOEXEC) != 0 || pipe2(outPipe, O_CLOEXEC) != 0 ||
-        pipe2(errPipe, O_CLOEXEC) != 0) {
-        ADD_FAILURE() << "pipe failed";
-        return {};
-    }
     std::vector<std::string> environmentTexts;
     for (const auto& [name, value] : environment) {
         environmentTexts.push_back(name + "=" + value);
     }
-    std::vector<char*> argv{const_cast<char*>(KELVO_BINARY)};
-    for (const auto& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (auto& text : environmentTexts) {
-        envp.push_back(text.data());
-    }
-    envp.push_back(nullptr);
-
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(inPipe[0], STDIN_FILENO);
-        dup2(outPipe[1], STDOUT_FILENO);
-        dup2(errPipe[1], STDERR_FILENO);
-        if (chdir(workingFolder.c_str()) != 0) {
-            _exit(126);
-        }
-        execve(KELVO_BINARY, argv.data(), envp.data());
-        _exit(127);
-    }
-    close(inPipe[0]);
-    close(outPipe[1]);
-    close(errPipe[1]);
-
-    Outcome run;
-    std::size_t written = 0;
-    int inFd = inPipe[1];
-    if (input.empty()) {
-        close(inFd);
-        inFd = -1;
-    }
-    int outFd = outPipe[0];
-    int errFd = errPipe[0];
-    char buffer[4096];
-    while (outFd >= 0 || errFd >= 0) {
-        std::vector<pollfd> fds;
-        if (inFd >= 0) {
-            fds.push_back({inFd, POLLOUT, 0});
-        }
-        if (outFd >= 0) {
-            fds.push_back({outFd, POLLIN, 0});
-        }
-        if (errFd >= 0) {
-            fds.push_back({errFd, POLLIN, 0});
-        }
-        if (poll(fds.data(), fds.size(), -1) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            break;
-        }
-        for (const pollfd& entry : fds) {
-            if (entry.revents == 0) {
-                continue;
-            }
-            if (entry.fd == inFd) {
-                const ssize_t count = write(inFd, input.data() + written, input.size() - written);
-                if (count > 0) {
-                    written += static_cast<std::size_t>(count);
-                }
-                if (count < 0 || written == input.size()) {
-                    close(inFd);
-                    inFd = -1;
-                }
-                continue;
-            }
-            const ssize_t count = read(entry.fd, buffer, sizeof buffer);
-            if (count > 0) {
-                (entry.fd == outFd ? run.output : run.errors).append(buffer, count);
-            } else {
-                close(entry.fd);
-                (entry.fd == outFd ? outFd : errFd) = -1;
-            }
-        }
-    }
-    if (inFd >= 0) {
-        close(inFd);
-    }
-    int waitStatus = 0;
-    waitpid(child, &waitStatus, 0);
-    run.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
-    return run;
+    return test::KelvoProcess(KELVO_BINARY, arguments, environmentTexts, input, workingFolder)
+        .finish();
 }
 
 using testing::contentsOf;

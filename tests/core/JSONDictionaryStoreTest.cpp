@@ -111,6 +111,30 @@ TEST_F(JSONDictionaryStoreTest, DamagedFilesFailNamingTheFileAndAreLeftAlone) {
     EXPECT_TRUE(saved.empty());
 }
 
+TEST_F(JSONDictionaryStoreTest, SavingOverADamagedFileMovesItAsideFirst) {
+    // The editor may save after a failed load; the unreadable list must survive beside the file.
+    std::vector<std::pair<std::filesystem::path, std::string>> reports;
+    JSONDictionaryStore reporting(
+        file, {},
+        [&](const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
+            const std::string& reason) {
+            EXPECT_EQ(damaged, file);
+            reports.emplace_back(movedTo, reason);
+        });
+    folder.write("dictionary.json", "[{]");
+    reporting.saveEntries({tokyo()});
+    EXPECT_EQ(reporting.loadEntries(), std::vector<DictionaryEntry>{tokyo()});
+    ASSERT_EQ(reports.size(), 1u);
+    const auto& [movedTo, reason] = reports[0];
+    EXPECT_EQ(movedTo.parent_path(), file.parent_path());
+    EXPECT_TRUE(movedTo.filename().string().starts_with("dictionary.json.damaged-")) << movedTo;
+    EXPECT_EQ(contentsOf(movedTo), "[{]");
+    EXPECT_TRUE(reason.starts_with(file.string() + ": invalid JSON: ")) << reason;
+
+    reporting.saveEntries({});
+    EXPECT_EQ(reports.size(), 1u);
+}
+
 TEST_F(JSONDictionaryStoreTest, UnreadableFileFailsWithAFileError) {
     std::filesystem::create_directory(file);  // reading a folder fails on every machine
     try {

@@ -1,29 +1,38 @@
 #pragma once
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kelvo::test {
 
-/// The `kelvo` binary running as a child process, standard input on /dev/null and standard output
-/// and error on pipes. The child gets `environment` ("NAME=value" texts) as its whole environment,
-/// or the test's own when none is given. A child still running when the object goes is killed.
-/// Output is read only by waitForError() and finish(): a child that writes more than a pipe holds
-/// to standard error before it closes standard output must be read with waitForError() first.
+/// The `kelvo` binary running as a child process, standard input fed `input` (or on /dev/null when
+/// it is empty) and standard output and error on pipes. The child gets `environment` ("NAME=value"
+/// texts) as its whole environment, or the test's own when none is given, and runs in
+/// `workingFolder` when one is given. A child still running when the object goes is killed.
+/// Output is read only by waitForError() and finish(); finish() interleaves feeding the input and
+/// reading both streams, so a child that writes a lot before reading cannot deadlock.
 class KelvoProcess {
   public:
     KelvoProcess(const char* binary, const std::vector<std::string>& arguments,
-                 const std::optional<std::vector<std::string>>& environment = std::nullopt) {
+                 const std::optional<std::vector<std::string>>& environment = std::nullopt,
+                 std::string input = {}, const std::filesystem::path& workingFolder = {})
+        : input_(std::move(input)) {
+        int inPipe[2] = {-1, -1};
         int outPipe[2];
         int errPipe[2];
-        if (pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
+        if ((!input_.empty() && pipe2(inPipe, O_CLOEXEC) != 0) || pipe2(outPipe, O_CLOEXEC) != 0 ||
+            pipe2(errPipe, O_CLOEXEC) != 0) {
             throw std::runtime_error("pipe failed");
         }
         std::vector<char*> argv{const_cast<char*>(binary)};
@@ -40,19 +49,30 @@ class KelvoProcess {
         }
         pid_ = fork();
         if (pid_ == 0) {
-            const int nothing = open("/dev/null", O_RDONLY);
-            dup2(nothing, STDIN_FILENO);
-            if (nothing > STDERR_FILENO) {
-                close(nothing);
+            if (inPipe[0] >= 0) {
+                dup2(inPipe[0], STDIN_FILENO);
+            } else {
+                const int nothing = open("/dev/null", O_RDONLY);
+                dup2(nothing, STDIN_FILENO);
+                if (nothing > STDERR_FILENO) {
+                    close(nothing);
+                }
             }
             dup2(outPipe[1], STDOUT_FILENO);
             dup2(errPipe[1], STDERR_FILENO);
+            if (!workingFolder.empty() && chdir(workingFolder.c_str()) != 0) {
+                _exit(126);
+            }
             if (environment) {
                 execve(binary, argv.data(), envp.data());
             } else {
                 execv(binary, argv.data());
             }
             _exit(127);
+        }
+        if (inPipe[0] >= 0) {
+            close(inPipe[0]);
+            in_ = inPipe[1];
         }
         close(outPipe[1]);
         close(errPipe[1]);
@@ -64,6 +84,7 @@ class KelvoProcess {
             kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
         }
+        closeInput();
         close(out_);
         close(err_);
     }
@@ -91,11 +112,56 @@ class KelvoProcess {
         std::string errors;
     };
 
-    /// Reads both streams to their end and waits for the exit.
+    /// Feeds the rest of the input, reads both streams to their end and waits for the exit.
     Outcome finish() {
         Outcome outcome;
-        outcome.output = readAll(out_);
-        outcome.errors = errors_ + readAll(err_);
+        outcome.errors = errors_;
+        std::size_t written = 0;
+        bool outOpen = true;
+        bool errOpen = true;
+        char buffer[4096];
+        while (outOpen || errOpen) {
+            std::vector<pollfd> fds;
+            if (in_ >= 0) {
+                fds.push_back({in_, POLLOUT, 0});
+            }
+            if (outOpen) {
+                fds.push_back({out_, POLLIN, 0});
+            }
+            if (errOpen) {
+                fds.push_back({err_, POLLIN, 0});
+            }
+            if (poll(fds.data(), fds.size(), -1) < 0) {
+                if (errno == EINTR) {
+                    continue;
+                }
+                break;
+            }
+            for (const pollfd& entry : fds) {
+                if (entry.revents == 0) {
+                    continue;
+                }
+                if (entry.fd == in_) {
+                    const ssize_t count =
+                        write(in_, input_.data() + written, input_.size() - written);
+                    if (count > 0) {
+                        written += static_cast<std::size_t>(count);
+                    }
+                    if (count < 0 || written == input_.size()) {
+                        closeInput();
+                    }
+                    continue;
+                }
+                const ssize_t count = read(entry.fd, buffer, sizeof buffer);
+                if (count > 0) {
+                    (entry.fd == out_ ? outcome.output : outcome.errors)
+                        .append(buffer, static_cast<std::size_t>(count));
+                } else {
+                    (entry.fd == out_ ? outOpen : errOpen) = false;
+                }
+            }
+        }
+        closeInput();
         int status = 0;
         waitpid(pid_, &status, 0);
         exited_ = true;
@@ -104,16 +170,16 @@ class KelvoProcess {
     }
 
   private:
-    static std::string readAll(int fd) {
-        std::string text;
-        char buffer[4096];
-        for (ssize_t count; (count = read(fd, buffer, sizeof buffer)) > 0;) {
-            text.append(buffer, static_cast<std::size_t>(count));
+    void closeInput() {
+        if (in_ >= 0) {
+            close(in_);
+            in_ = -1;
         }
-        return text;
     }
 
+    std::string input_;
     pid_t pid_ = -1;
+    int in_ = -1;
     int out_ = -1;
     int err_ = -1;
     bool exited_ = false;

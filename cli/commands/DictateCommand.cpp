@@ -31,6 +31,7 @@
 #include "cli/commands/AudioFileReader.h"
 #include "cli/commands/CommandGroups.h"
 #include "cli/commands/DictionaryAccess.h"
+#include "cli/commands/SecondsOption.h"
 #include "core/engines/FillerRemovalEngine.h"
 #include "core/models/Json.h"
 #include "platform/AudioInputError.h"
@@ -83,21 +84,6 @@ class SignalTraceOutput final : public platform::TraceOutput {
 };
 
 constexpr std::string_view kRecognitionErrorTrace = "[SpeechService] Recognition error: ";
-
-std::optional<double> secondsOption(const ParsedArguments& arguments) {
-    const auto text = arguments.value("--seconds");
-    if (!text) {
-        return std::nullopt;
-    }
-    double seconds = 0;
-    const char* end = text->data() + text->size();
-    const auto [stop, error] = std::from_chars(text->data(), end, seconds);
-    if (error != std::errc() || stop != end || !std::isfinite(seconds) || seconds <= 0) {
-        throw UsageError("invalid value '" + *text +
-                         "' for --seconds (expected a positive number of seconds)");
-    }
-    return seconds;
-}
 
 std::filesystem::path dataHome(const Environment& environment) {
     // The data folder's parent: the same rules as the dictionary's location.

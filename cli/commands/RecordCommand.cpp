@@ -9,27 +9,12 @@
 #include <string>
 
 #include "cli/commands/CommandGroups.h"
+#include "cli/commands/SecondsOption.h"
 #include "core/services/AudioRecorderService.h"
 
 namespace kelvo::cli {
 
 namespace {
-
-/// "--seconds N": a positive number of seconds, fractions allowed.
-std::optional<double> secondsOption(const ParsedArguments& arguments) {
-    const auto text = arguments.value("--seconds");
-    if (!text) {
-        return std::nullopt;
-    }
-    double seconds = 0;
-    const char* end = text->data() + text->size();
-    const auto [stop, error] = std::from_chars(text->data(), end, seconds);
-    if (error != std::errc() || stop != end || !std::isfinite(seconds) || seconds <= 0) {
-        throw UsageError("invalid value '" + *text +
-                         "' for --seconds (expected a positive number of seconds)");
-    }
-    return seconds;
-}
 
 void doNothing(int) {}
 

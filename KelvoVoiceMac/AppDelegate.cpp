@@ -82,7 +82,15 @@ QCoro::Task<> AppDelegate::runSetUp() {
     auto hostWait = TrayHostWaiter::wait();
 
     auto fileURL = locateDictionaryFile(systemLog_);
-    dictionaryStore_ = std::make_shared<JSONDictionaryStore>(fileURL);
+    // A save from the editor after a failed load moves the unreadable file aside instead of
+    // overwriting it; say where it went, since the editor itself only shows the new list.
+    dictionaryStore_ = std::make_shared<JSONDictionaryStore>(
+        fileURL, JSONDictionaryStore::SaveObserver{},
+        [this](const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
+               const std::string& reason) {
+            systemLog_.write("[KelvoVoice] Damaged dictionary " + damaged.string() +
+                             " moved aside to " + movedTo.string() + ": " + reason);
+        });
     EngineOutcome outcome = co_await QtConcurrent::run(buildEngine, dictionaryStore_);
     if (outcome.engine) {
         dictionaryEngine_ = std::move(outcome.engine);

@@ -17,7 +17,7 @@ inline constexpr std::string_view kFrontmatterDelimiter = "---";
 /// One value of a note's front matter: a text, an integer, a truth value or a list of texts.
 /// Stored in JSON as the bare value, without a tag.
 class FrontmatterValue {
-public:
+  public:
     using Array = std::vector<std::string>;
     using Storage = std::variant<std::string, std::int64_t, bool, Array>;
 
@@ -51,7 +51,7 @@ public:
 
     friend bool operator==(const FrontmatterValue&, const FrontmatterValue&) = default;
 
-private:
+  private:
     template <typename T>
     explicit FrontmatterValue(T value) : value_(std::move(value)) {}
 

@@ -2,10 +2,11 @@
 
 // X11Workspace is the X11 Workspace. The frontmost application is the window in front (see
 // X11FrontmostWindow): its WM_CLASS class (else instance) name is both its name and its
-// identifier; the window title is left alone, as it often names the user's document. Permission help opens the desktop's own settings page
-// where one is known (GNOME, KDE Plasma, Xfce, MATE, Cinnamon: named by XDG_CURRENT_DESKTOP and
-// installed), launched detached; everywhere else, and for Input Monitoring on X11, which needs no
-// permission, it returns false and the caller shows LinuxDesktopPermissions::helpText instead.
+// identifier; the window title is left alone, as it often names the user's document. Permission
+// help opens the desktop's own settings page where one is known (GNOME, KDE Plasma, Xfce, MATE,
+// Cinnamon: named by XDG_CURRENT_DESKTOP and installed), launched detached; everywhere else, and
+// for Input Monitoring on X11, which needs no permission, it returns false and the caller shows
+// LinuxDesktopPermissions::helpText instead.
 //
 // Owns its own X connection; main thread only.
 

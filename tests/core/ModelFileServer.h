@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <openssl/evp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -16,6 +17,20 @@
 #include <vector>
 
 namespace kelvo::testing {
+
+// The SHA-1 of data in lower-case hex, as model catalogues publish it; computed here with OpenSSL
+// directly so that tests of the installer do not take the installer's word for it.
+inline std::string sha1Of(const std::string& data) {
+    unsigned char bytes[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(data.data(), data.size(), bytes, &length, EVP_sha1(), nullptr);
+    std::string hex;
+    for (unsigned int i = 0; i < length; ++i) {
+        hex += "0123456789abcdef"[bytes[i] >> 4];
+        hex += "0123456789abcdef"[bytes[i] & 15];
+    }
+    return hex;
+}
 
 /// A loopback HTTP file server (raw sockets on 127.0.0.1, one connection at a time on its own
 /// thread) that serves one file at any path and misbehaves on request: it can ignore range

@@ -4,7 +4,6 @@
 // with the installation's own message, and an unsupported locale.
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <QCoroTask>
 
@@ -42,18 +41,6 @@ class ScriptedModelEngine final : public platform::ModelFileEngine {
     std::shared_ptr<ScriptedDecoder> decoder = std::make_shared<ScriptedDecoder>();
 };
 
-std::string sha1Of(const std::string& data) {
-    unsigned char bytes[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(data.data(), data.size(), bytes, &length, EVP_sha1(), nullptr);
-    std::string hex;
-    for (unsigned int i = 0; i < length; ++i) {
-        hex += "0123456789abcdef"[bytes[i] >> 4];
-        hex += "0123456789abcdef"[bytes[i] & 15];
-    }
-    return hex;
-}
-
 class ModelEngineSpeechServiceTest : public ::testing::Test {
   protected:
     ModelEngineSpeechServiceTest() {
@@ -71,7 +58,7 @@ class ModelEngineSpeechServiceTest : public ::testing::Test {
         e.fileName = "ggml-" + name + ".bin";
         e.url = "https://models.invalid/" + e.fileName;  // the mirror setting points at the server
         e.sizeBytes = file.size();
-        e.sha1 = sha1Of(file);
+        e.sha1 = testing::sha1Of(file);
         e.rank = rank;
         return e;
     }

@@ -3,7 +3,6 @@
 // choose the model for dictation, remove it (the choice falls back to the best installed one).
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <QApplication>
 #include <QComboBox>
@@ -30,18 +29,6 @@ QApplication& application() {
     return *app;
 }
 
-std::string sha1Of(const std::string& data) {
-    unsigned char bytes[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(data.data(), data.size(), bytes, &length, EVP_sha1(), nullptr);
-    std::string hex;
-    for (unsigned int i = 0; i < length; ++i) {
-        hex += "0123456789abcdef"[bytes[i] >> 4];
-        hex += "0123456789abcdef"[bytes[i] & 15];
-    }
-    return hex;
-}
-
 TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
     application();
     const std::string file(1'500'000, 'q');
@@ -52,7 +39,7 @@ TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
     tiny.fileName = "ggml-tiny.bin";
     tiny.url = server.baseURL() + tiny.fileName;
     tiny.sizeBytes = file.size();
-    tiny.sha1 = sha1Of(file);
+    tiny.sha1 = testing::sha1Of(file);
     ModelCatalogEntry other = tiny;
     other.name = "other";
     other.fileName = "ggml-other.bin";

@@ -6,7 +6,6 @@
 // Skipped when the variable is unset.
 
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <QCoroTask>
 #include <cstdlib>
@@ -39,18 +38,6 @@ std::string testModelPath() {
     return path ? path : "";
 }
 
-std::string sha1Of(const std::string& data) {
-    unsigned char bytes[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(data.data(), data.size(), bytes, &length, EVP_sha1(), nullptr);
-    std::string hex;
-    for (unsigned int i = 0; i < length; ++i) {
-        hex += "0123456789abcdef"[bytes[i] >> 4];
-        hex += "0123456789abcdef"[bytes[i] & 15];
-    }
-    return hex;
-}
-
 class WhisperEngineTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -67,7 +54,7 @@ class WhisperEngineTest : public ::testing::Test {
         entry.url = server_->baseURL() + entry.fileName;
         entry.sizeBytes = model_.size();
         entry.sizeIsExact = true;
-        entry.sha1 = sha1Of(model_);
+        entry.sha1 = testing::sha1Of(model_);
         inventory_ = std::make_unique<ModelInventory>(
             ModelCatalog({entry}), folder_.path() / "models", ModelInventory::Settings{"test", ""});
         engine_ = std::make_unique<platform::WhisperModelEngine>(*inventory_, clock_);

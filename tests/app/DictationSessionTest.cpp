@@ -101,10 +101,11 @@ TEST_F(DictationSessionTest, HoldReleasedWhileTheMicrophoneOpensIsQueuedAndDrain
                     "[KelvoVoice] Running queued stop after start completed trigger=fn-hold",
                     "[KelvoVoice] Waiting 650ms before stopping dictation for final "
                     "partial drain"));
-    EXPECT_THAT(trace.lines, ElementsAre("[Partial] 話した", "[TextInsertion] Frontmost app: gedit",
-                                         "[TextInsertion] AX verification changed: value=true, "
-                                         "selectedText=false, range=true",
-                                         "[TextInsertion] AX direct insertion succeeded"));
+    EXPECT_THAT(trace.lines(),
+                ElementsAre("[Partial] 話した", "[TextInsertion] Frontmost app: gedit",
+                            "[TextInsertion] AX verification changed: value=true, "
+                            "selectedText=false, range=true",
+                            "[TextInsertion] AX direct insertion succeeded"));
     EXPECT_EQ(manager->lastInsertedText(), "話した");
     EXPECT_EQ(manager->recordingState(), RecordingState::idle);
 }

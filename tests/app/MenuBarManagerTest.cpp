@@ -290,7 +290,7 @@ TEST_F(MenuBarManagerTest, CaptureFailureDropsQueuedRequestsAndReturnsToIdle) {
     manager->discardDictation("fn-tap");
     runFor(clock, 200ms);
     EXPECT_THAT(
-        trace.lines,
+        trace.lines(),
         ElementsAre("[KelvoVoice] Failed to start dictation: Microphone permission denied"));
     EXPECT_THAT(logLines(),
                 ElementsAre("[KelvoVoice] Starting dictation trigger=fn",
@@ -351,7 +351,7 @@ TEST_F(MenuBarManagerTest, NothingIsInsertedWhenNoWordsOrOnlyFillersRemain) {
     speech.finalOnStop = "えーと";  // the recogniser's last result arrives during its stop
     manager->stopDictation("menu");
     runFor(clock, 100ms);
-    EXPECT_THAT(trace.lines, ElementsAre("[Final] えーと"));
+    EXPECT_THAT(trace.lines(), ElementsAre("[Final] えーと"));
     EXPECT_EQ(log.lines.back(), "[KelvoVoice] Filler removal applied");
     EXPECT_THAT(inserter.insertions, IsEmpty());
     EXPECT_FALSE(manager->isTransitioning());

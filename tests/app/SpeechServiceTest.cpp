@@ -11,7 +11,7 @@
 #include "fakes/FakeClock.h"
 #include "fakes/FakeModelEngine.h"
 #include "fakes/FakeSegmentRecognizerProvider.h"
-#include "fakes/SynchronizedTraceOutput.h"
+#include "fakes/RecordingTraceOutput.h"
 #include "fakes/TestEventLoop.h"
 #include "fakes/WaitUntil.h"
 
@@ -86,7 +86,7 @@ class SpeechServiceTest : public ::testing::Test {
     }
 
     FakeClock clock;
-    SynchronizedTraceOutput trace;
+    RecordingTraceOutput trace;
     FakeModelEngine engine;
     FakeSegmentRecognizerProvider recognizers;
     std::shared_ptr<SpeechService> service;
@@ -176,7 +176,7 @@ TEST_F(SpeechServiceTest, EveryAssetStatusDecidesBetweenAnalyzerInstallationAndF
     for (AssetStatus status : {AssetStatus::unsupported, AssetStatus::unknown}) {
         FakeModelEngine localEngine;
         localEngine.statuses = {status};
-        SynchronizedTraceOutput localTrace;
+        RecordingTraceOutput localTrace;
         auto localService =
             std::make_shared<SpeechService>(localEngine, recognizers, clock, localTrace);
         auto localEvents = localService->startTranscription(newAudio());

@@ -70,8 +70,8 @@ TEST_F(TextInsertionServiceTest, EmptyTextAndMissingTrustTouchNothing) {
     accessibility.trusted = false;
     insert("日本語");
     EXPECT_EQ(result, false);
-    EXPECT_THAT(trace.lines, ElementsAre("[TextInsertion] Empty text, skipping",
-                                         "[TextInsertion] Accessibility permission required"));
+    EXPECT_THAT(trace.lines(), ElementsAre("[TextInsertion] Empty text, skipping",
+                                           "[TextInsertion] Accessibility permission required"));
     EXPECT_THAT(accessibility.calls, IsEmpty());
     EXPECT_THAT(pasteboard.operations, IsEmpty());
     EXPECT_EQ(keys.pasteCount, 0);
@@ -86,10 +86,10 @@ TEST_F(TextInsertionServiceTest, VerifiedAccessibilityChangeSucceedsAfter120Mill
     EXPECT_FALSE(result.has_value());
     runFor(clock, 1ms);
     EXPECT_EQ(result, true);
-    EXPECT_THAT(trace.lines, ElementsAre("[TextInsertion] Frontmost app: gedit",
-                                         "[TextInsertion] AX verification changed: value=true, "
-                                         "selectedText=false, range=true",
-                                         "[TextInsertion] AX direct insertion succeeded"));
+    EXPECT_THAT(trace.lines(), ElementsAre("[TextInsertion] Frontmost app: gedit",
+                                           "[TextInsertion] AX verification changed: value=true, "
+                                           "selectedText=false, range=true",
+                                           "[TextInsertion] AX direct insertion succeeded"));
     EXPECT_THAT(pasteboard.operations, IsEmpty());
     EXPECT_EQ(keys.pasteCount, 0);
 }
@@ -100,7 +100,7 @@ TEST_F(TextInsertionServiceTest, VerificationCountsAbsentVersusPresentAsAChange)
     insert("x");
     runFor(clock, 120ms);
     EXPECT_EQ(result, true);
-    EXPECT_EQ(trace.lines[1],
+    EXPECT_EQ(trace.lines()[1],
               "[TextInsertion] AX verification changed: value=false, selectedText=true, "
               "range=true");
 }
@@ -124,7 +124,7 @@ TEST_F(TextInsertionServiceTest, FrontmostApplicationIsNamedOrReportedMissing) {
     insert("c");
     runFor(clock, 200ms);
     std::vector<std::string> frontmostLines;
-    for (const auto& line : trace.lines) {
+    for (const auto& line : trace.lines()) {
         if (line.starts_with("[TextInsertion] Frontmost")) {
             frontmostLines.push_back(line);
         }
@@ -150,7 +150,7 @@ TEST_F(TextInsertionServiceTest, SuccessWithoutChangeFallsBackAndRestoresAfterTh
     EXPECT_EQ(result, true);
     EXPECT_FALSE(service.isInjectingKeys());
     EXPECT_THAT(
-        trace.lines,
+        trace.lines(),
         ElementsAre("[TextInsertion] Frontmost app: gedit",
                     "[TextInsertion] AX set selected text returned success but no focused "
                     "element change was detected",
@@ -180,7 +180,7 @@ TEST_F(TextInsertionServiceTest, SlowFetchDelaysTheRestoreAndAMissingOneKeepsThe
     EXPECT_EQ(result, true);
 
     // Never fetched: after 1 s the dictated text is left where the user can still paste it.
-    trace.lines.clear();
+    trace.clear();
     result.reset();
     keys.onPaste = nullptr;
     insert("消えない");
@@ -190,7 +190,7 @@ TEST_F(TextInsertionServiceTest, SlowFetchDelaysTheRestoreAndAMissingOneKeepsThe
     EXPECT_EQ(result, false);
     EXPECT_EQ(pasteboard.contents, "消えない");
     EXPECT_FALSE(service.isInjectingKeys());
-    EXPECT_EQ(trace.lines.back(),
+    EXPECT_EQ(trace.lines().back(),
               "[TextInsertion] Paste was not fetched within 1000 ms; dictated text left on "
               "pasteboard");
 }
@@ -204,7 +204,7 @@ TEST_F(TextInsertionServiceTest, ClipboardTakenByAnotherApplicationIsNotRestored
     runFor(clock, 100ms);
     EXPECT_EQ(result, true);
     EXPECT_EQ(pasteboard.contents, "copied meanwhile");
-    EXPECT_THAT(trace.lines,
+    EXPECT_THAT(trace.lines(),
                 ::testing::IsSupersetOf(
                     {"[TextInsertion] Pasteboard changed by another application, not restoring",
                      "[TextInsertion] Pasteboard fallback completed"}));
@@ -218,7 +218,7 @@ TEST_F(TextInsertionServiceTest, ImageOnlyClipboardIsLeftEmpty) {
     runFor(clock, 400ms);
     EXPECT_FALSE(pasteboard.contents.has_value());
     EXPECT_THAT(pasteboard.operations, ElementsAre("write 日本語", "clear"));
-    EXPECT_THAT(trace.lines,
+    EXPECT_THAT(trace.lines(),
                 ::testing::Contains("[TextInsertion] Cleared pasteboard after insertion"));
 }
 
@@ -229,16 +229,16 @@ TEST_F(TextInsertionServiceTest, AccessibilityErrorsFallBackWithTheirCodes) {
     insert("a");
     runFor(clock, 300ms);
     EXPECT_EQ(result, true);
-    EXPECT_EQ(trace.lines[1], "[TextInsertion] Failed to get focused UI element: -25212");
-    EXPECT_EQ(trace.lines[2],
+    EXPECT_EQ(trace.lines()[1], "[TextInsertion] Failed to get focused UI element: -25212");
+    EXPECT_EQ(trace.lines()[2],
               "[TextInsertion] AX direct insertion failed, falling back to pasteboard");
 
-    trace.lines.clear();
+    trace.clear();
     accessibility.element = std::make_shared<FakeAccessibilityClient::Element>();
     accessibility.setErrorCode = 7;
     insert("b");
     runFor(clock, 300ms);
-    EXPECT_EQ(trace.lines[1], "[TextInsertion] Failed to set selected text with AX: 7");
+    EXPECT_EQ(trace.lines()[1], "[TextInsertion] Failed to set selected text with AX: 7");
     EXPECT_EQ(keys.pasteCount, 2);
 }
 
@@ -248,25 +248,26 @@ TEST_F(TextInsertionServiceTest, PasteboardFailuresReturnFalse) {
     insert("a");
     runFor(clock, 300ms);
     EXPECT_EQ(result, false);
-    EXPECT_EQ(trace.lines.back(), "[TextInsertion] Failed to write text to pasteboard");
+    EXPECT_EQ(trace.lines().back(), "[TextInsertion] Failed to write text to pasteboard");
     EXPECT_EQ(keys.pasteCount, 0);
 
     // No chord: the previous text goes back at once.
     pasteboard.writeFails = false;
     pasteboard.contents = "previous";
     keys.fails = true;
-    trace.lines.clear();
+    trace.clear();
     insert("b");
     runFor(clock, 120ms);
     EXPECT_EQ(result, false);
     EXPECT_EQ(pasteboard.contents, "previous");
-    EXPECT_THAT(trace.lines, ElementsAre("[TextInsertion] Frontmost app: gedit",
-                                         "[TextInsertion] AX set selected text returned success "
-                                         "but no focused element change was detected",
-                                         "[TextInsertion] AX direct insertion failed, falling back "
-                                         "to pasteboard",
-                                         "[TextInsertion] Failed to create Cmd+V events",
-                                         "[TextInsertion] Restored previous pasteboard string"));
+    EXPECT_THAT(trace.lines(),
+                ElementsAre("[TextInsertion] Frontmost app: gedit",
+                            "[TextInsertion] AX set selected text returned success "
+                            "but no focused element change was detected",
+                            "[TextInsertion] AX direct insertion failed, falling back "
+                            "to pasteboard",
+                            "[TextInsertion] Failed to create Cmd+V events",
+                            "[TextInsertion] Restored previous pasteboard string"));
     EXPECT_FALSE(service.isInjectingKeys()) << "a chord never sent leaves no keys to ignore";
 }
 
@@ -277,7 +278,7 @@ TEST_F(TextInsertionServiceTest, WithoutRestoreTheDictatedTextStaysOnTheClipboar
     runFor(clock, 400ms);
     EXPECT_EQ(result, true);
     EXPECT_EQ(pasteboard.contents, "残す");
-    EXPECT_EQ(trace.lines.back(), "[TextInsertion] Pasteboard fallback completed");
+    EXPECT_EQ(trace.lines().back(), "[TextInsertion] Pasteboard fallback completed");
     EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す"));
 }
 
@@ -287,7 +288,7 @@ TEST_F(TextInsertionServiceTest, AccessibilitySettingsOpenThroughTheWorkspace) {
                 ElementsAre(platform::Workspace::PermissionPane::accessibility));
     workspace.canOpenHelp = false;
     service.openAccessibilitySettings();
-    EXPECT_THAT(trace.lines,
+    EXPECT_THAT(trace.lines(),
                 ElementsAre("[TextInsertion] Failed to build Accessibility settings URL"));
 }
 
@@ -321,18 +322,18 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
     EXPECT_THAT(fcitx5.commits, ElementsAre("日本語👍🏽"));
     EXPECT_THAT(ibus.commits, ElementsAre("日本語👍🏽"));
     EXPECT_THAT(accessibility.calls, IsEmpty());
-    EXPECT_THAT(trace.lines,
+    EXPECT_THAT(trace.lines(),
                 ElementsAre("[TextInsertion] Input method fcitx5: no focused input context",
                             "[TextInsertion] Input method insertion succeeded: ibus "
                             "(InputContext_3)"));
 
-    trace.lines.clear();
+    trace.clear();
     accessibility.trusted = true;
     ibus.answer = {Outcome::unavailable, "ibus-daemon is not running"};
     runInsert(withInputMethods, "x", true, result);
     runFor(clock, 120ms);
     EXPECT_EQ(result, true);
-    EXPECT_THAT(trace.lines,
+    EXPECT_THAT(trace.lines(),
                 ElementsAre("[TextInsertion] Input method fcitx5: no focused input context",
                             "[TextInsertion] Input method ibus unavailable: ibus-daemon is not "
                             "running",

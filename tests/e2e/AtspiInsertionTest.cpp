@@ -8,7 +8,6 @@
 #include <QCoreApplication>
 #include <QCoroTask>
 
-#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -70,21 +69,11 @@ class AtspiInsertionTest : public ::testing::Test {
     }
 
     bool insert(const std::string& text) {
-        trace.lines.clear();
+        trace.clear();
         return QCoro::waitFor(service.insert(text, true));
     }
 
-    bool traced(const std::string& line) const {
-        return std::find(trace.lines.begin(), trace.lines.end(), line) != trace.lines.end();
-    }
-
-    std::string traceText() const {
-        std::string all;
-        for (const auto& line : trace.lines) {
-            all += line + "\n";
-        }
-        return all;
-    }
+    std::string traceText() const { return ::testing::PrintToString(trace.lines()); }
 
     AtspiAccessibilityClient client;
     platform::QtClock clock;
@@ -112,7 +101,8 @@ TEST_F(AtspiInsertionTest, InsertsJapaneseAndEmojiIntoGtkAndQtTextFields) {
             InsertionTarget target(c.kind, {"--text", "前後ab", "--select", "1:2"});
             ASSERT_TRUE(focusedElement("前後ab").element);
             EXPECT_TRUE(insert("日本語😀")) << traceText();
-            EXPECT_TRUE(traced("[TextInsertion] AX direct insertion succeeded")) << traceText();
+            EXPECT_TRUE(trace.contains("[TextInsertion] AX direct insertion succeeded"))
+                << traceText();
             auto state = target.waitForState(
                 [](const InsertionTarget::State& s) { return s.text == "前日本語😀ab"; });
             ASSERT_TRUE(state);
@@ -141,11 +131,11 @@ TEST_F(AtspiInsertionTest, FallsBackWhenTheTargetIgnoresOrCannotTakeTheText) {
         ASSERT_TRUE(focusedElement("無視").element);
         EXPECT_TRUE(insert("こんにちは")) << traceText();
         EXPECT_TRUE(
-            traced("[TextInsertion] AX set selected text returned success but no focused "
-                   "element change was detected"))
+            trace.contains("[TextInsertion] AX set selected text returned success but no focused "
+                           "element change was detected"))
             << traceText();
-        EXPECT_TRUE(
-            traced("[TextInsertion] AX direct insertion failed, falling back to pasteboard"));
+        EXPECT_TRUE(trace.contains(
+            "[TextInsertion] AX direct insertion failed, falling back to pasteboard"));
         EXPECT_EQ(keySynthesizer.pasteCount, 1);
         EXPECT_EQ(ignoring.state()->text, "無視");
     }
@@ -155,8 +145,8 @@ TEST_F(AtspiInsertionTest, FallsBackWhenTheTargetIgnoresOrCannotTakeTheText) {
         ASSERT_TRUE(focusedElement("読み取り専用").element);
         const int pastesBefore = keySynthesizer.pasteCount;
         insert("こんにちは");
-        EXPECT_TRUE(traced("[TextInsertion] Failed to set selected text with AX: " +
-                           std::to_string(static_cast<int>(ErrorCode::notEditable))))
+        EXPECT_TRUE(trace.contains("[TextInsertion] Failed to set selected text with AX: " +
+                                   std::to_string(static_cast<int>(ErrorCode::notEditable))))
             << traceText();
         EXPECT_EQ(keySynthesizer.pasteCount, pastesBefore + 1);
         EXPECT_EQ(readOnly.state()->text, "読み取り専用");
@@ -179,7 +169,8 @@ TEST_F(AtspiInsertionTest, PasswordFieldIsNeitherReadNorWritten) {
                   static_cast<int>(ErrorCode::passwordField));
 
         EXPECT_FALSE(insert("秘密"));
-        EXPECT_TRUE(traced("[TextInsertion] Focused element is a password field, not inserting"))
+        EXPECT_TRUE(
+            trace.contains("[TextInsertion] Focused element is a password field, not inserting"))
             << traceText();
         EXPECT_EQ(keySynthesizer.pasteCount, 0);
         EXPECT_TRUE(pasteboard.operations.empty());

@@ -171,69 +171,55 @@ TEST_F(SpeechServiceTest, HintsThatCannotBeAppliedAreTracedAndEmptyHintsApplyNot
     stop();
 }
 
+// Supported or downloading assets go through the installation request
+// (or, without one, a second status read) and are used only when installed afterwards; unsupported
+// and unknown fall back at once.
 TEST_F(SpeechServiceTest, EveryAssetStatusDecidesBetweenAnalyzerInstallationAndFallback) {
-    // Unsupported and unknown fall back at once, without an installation request.
-    for (AssetStatus status : {AssetStatus::unsupported, AssetStatus::unknown}) {
+    using Installation = FakeModelEngine::Installation;
+    const std::string check =
+        "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP "
+        "supportedCount=3 installedCount=1 assetStatus=";
+    const std::string installing = "[SpeechService] Installing SpeechTranscriber assets progress=";
+    const std::string after =
+        "[SpeechService] SpeechTranscriber asset status after install request=";
+    auto notInstalled = [](const char* status) {
+        return fallbackLine(std::string("SpeechTranscriber assets are not installed after request "
+                                        "(status=") +
+                            status + ")");
+    };
+    auto expectOutcome = [&](std::vector<AssetStatus> statuses,
+                             std::optional<Installation> installation, int requests,
+                             int installationsRun, std::vector<std::string> expectedLines) {
+        SCOPED_TRACE(expectedLines.front());
         FakeModelEngine localEngine;
-        localEngine.statuses = {status};
+        localEngine.statuses = std::move(statuses);
+        localEngine.installation = std::move(installation);
         RecordingTraceOutput localTrace;
         auto localService =
             std::make_shared<SpeechService>(localEngine, recognizers, clock, localTrace);
         auto localEvents = localService->startTranscription(newAudio());
         ASSERT_TRUE(waitUntil([&] { return localService->activeEngine().has_value(); }));
-        const std::string name(platform::assetStatusName(status));
-        EXPECT_EQ(
-            localTrace.lines(),
-            (std::vector<std::string>{
-                "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP "
-                "supportedCount=3 installedCount=1 assetStatus=" +
-                    name,
-                fallbackLine("SpeechTranscriber assets are not installed after request (status=" +
-                             name + ")")}));
-        EXPECT_EQ(localEngine.installationRequests(), 0);
+        EXPECT_EQ(localService->activeEngine(),
+                  expectedLines.back() == usingAnalyzerLine
+                      ? SpeechService::TranscriptionEngine::speechAnalyzer
+                      : SpeechService::TranscriptionEngine::legacy);
+        EXPECT_EQ(localTrace.lines(), expectedLines);
+        EXPECT_EQ(localEngine.installationRequests(), requests);
+        EXPECT_EQ(localEngine.installationsRun(), installationsRun);
+        audioStreams.back()->close();
         QCoro::waitFor(localService->stop());
-    }
-}
-
-TEST_F(SpeechServiceTest, SupportedAssetsAreInstalledThroughTheRequestWithItsProgress) {
-    engine.statuses = {AssetStatus::supported, AssetStatus::installed};
-    engine.installation = FakeModelEngine::Installation{0.25, std::nullopt};
-    engine.installed = {};
-    start();
-    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
-    EXPECT_EQ(lines(),
-              (std::vector<std::string>{
-                  "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP "
-                  "supportedCount=3 installedCount=0 assetStatus=supported",
-                  "[SpeechService] Installing SpeechTranscriber assets progress=0.25",
-                  "[SpeechService] SpeechTranscriber asset status after install request=installed",
-                  usingAnalyzerLine}));
-    EXPECT_EQ(engine.installationsRun(), 1);
-    audio->close();
-    stop();
-}
-
-TEST_F(SpeechServiceTest, ProgressIsPrintedAsADecimalNumberAndAFailedInstallFallsBack) {
-    engine.statuses = {AssetStatus::downloading};
-    engine.installation = FakeModelEngine::Installation{0, std::string("model download failed")};
-    expectFallsBackWith("model download failed");
-    EXPECT_TRUE(trace.contains("[SpeechService] Installing SpeechTranscriber assets progress=0.0"));
-    EXPECT_FALSE(trace.contains(
-        "[SpeechService] SpeechTranscriber asset status after install request=downloading"));
-    stop();
-}
-
-TEST_F(SpeechServiceTest, DownloadingWithoutARequestReadsTheStatusOnceMoreAndFallsBack) {
-    engine.statuses = {AssetStatus::downloading, AssetStatus::downloading};
-    expectFallsBackWith(
-        "SpeechTranscriber assets are not installed after request (status=downloading)");
-    EXPECT_EQ(engine.installationRequests(), 1);
-    EXPECT_EQ(engine.installationsRun(), 0);
-    EXPECT_TRUE(trace.contains(
-        "[SpeechService] SpeechTranscriber asset status after install request=downloading"));
-    EXPECT_FALSE(
-        trace.contains("[SpeechService] Installing SpeechTranscriber assets progress=0.0"));
-    stop();
+    };
+    expectOutcome({AssetStatus::unsupported}, {}, 0, 0,
+                  {check + "unsupported", notInstalled("unsupported")});
+    expectOutcome({AssetStatus::unknown}, {}, 0, 0, {check + "unknown", notInstalled("unknown")});
+    expectOutcome(
+        {AssetStatus::supported, AssetStatus::installed}, Installation{0.25, {}}, 1, 1,
+        {check + "supported", installing + "0.25", after + "installed", usingAnalyzerLine});
+    expectOutcome(
+        {AssetStatus::downloading}, Installation{0, "model download failed"}, 1, 1,
+        {check + "downloading", installing + "0.0", fallbackLine("model download failed")});
+    expectOutcome({AssetStatus::downloading}, {}, 1, 0,
+                  {check + "downloading", after + "downloading", notInstalled("downloading")});
 }
 
 TEST_F(SpeechServiceTest, ModuleLocaleAndPrepareFailuresFallBackWithTheirDescriptions) {
@@ -421,20 +407,17 @@ TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARec
     EXPECT_EQ(recognizers.defaultRecognizer->tasks().size(), 1u);
     stop();
 
+    // Then an unavailable default recogniser, then none at all.
     recognizers.defaultRecognizer->available = false;
-    audio = newAudio();
-    start();
-    EXPECT_TRUE(events->isClosed());
-    EXPECT_EQ(events->receive(), std::nullopt);
-    EXPECT_EQ(lines().back(), "[SpeechService] No SFSpeechRecognizer available");
-    stop();
-
-    recognizers.defaultRecognizer = nullptr;
-    audio = newAudio();
-    start();
-    EXPECT_TRUE(events->isClosed());
-    EXPECT_EQ(lines().back(), "[SpeechService] No SFSpeechRecognizer available");
-    stop();
+    for (int round = 0; round < 2; ++round) {
+        audio = newAudio();
+        start();
+        EXPECT_TRUE(events->isClosed());
+        EXPECT_EQ(events->receive(), std::nullopt);
+        EXPECT_EQ(lines().back(), "[SpeechService] No SFSpeechRecognizer available");
+        stop();
+        recognizers.defaultRecognizer = nullptr;
+    }
 }
 
 TEST_F(SpeechServiceTest, StopWhenNothingStartedIsHarmless) {

@@ -39,26 +39,4 @@ void FakeAudioInput::close() {
     isStarted = false;
 }
 
-void FakeAudioInput::deliver(std::span<const float> interleaved) {
-    if (!handler_ || !deviceFormat) {
-        return;
-    }
-    Frames frames;
-    frames.format = *deviceFormat;
-    frames.frameCount = static_cast<std::uint32_t>(interleaved.size() / deviceFormat->channelCount);
-    frames.float32Samples = interleaved;
-    handler_(frames);
-}
-
-void FakeAudioInput::deliver(std::span<const std::int16_t> interleaved) {
-    if (!handler_ || !deviceFormat) {
-        return;
-    }
-    Frames frames;
-    frames.format = *deviceFormat;
-    frames.frameCount = static_cast<std::uint32_t>(interleaved.size() / deviceFormat->channelCount);
-    frames.int16Samples = interleaved;
-    handler_(frames);
-}
-
 }  // namespace kelvo::test

@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "platform/AudioInput.h"
@@ -28,8 +29,22 @@ class FakeAudioInput final : public platform::AudioInput {
     void close() override;
 
     // Calls the capture handler with one read; ignored when not started.
-    void deliver(std::span<const float> interleaved);
-    void deliver(std::span<const std::int16_t> interleaved);
+    template <typename Sample>
+    void deliver(std::span<const Sample> interleaved) {
+        if (!handler_ || !deviceFormat) {
+            return;
+        }
+        Frames frames;
+        frames.format = *deviceFormat;
+        frames.frameCount =
+            static_cast<std::uint32_t>(interleaved.size() / deviceFormat->channelCount);
+        if constexpr (std::is_same_v<Sample, float>) {
+            frames.float32Samples = interleaved;
+        } else {
+            frames.int16Samples = interleaved;
+        }
+        handler_(frames);
+    }
 
     Authorization authorizationStatus = Authorization::authorized;
     bool grantsRequest = true;

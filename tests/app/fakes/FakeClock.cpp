@@ -73,12 +73,4 @@ std::size_t FakeClock::pendingCount() const {
     return queue_.size();
 }
 
-FakeClock::Duration FakeClock::nextDelay() const {
-    std::scoped_lock lock(mutex_);
-    if (queue_.empty()) {
-        return Duration::max();
-    }
-    return queue_.begin()->first.first - now_;
-}
-
 }  // namespace kelvo::test

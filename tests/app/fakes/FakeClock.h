@@ -30,8 +30,6 @@ class FakeClock final : public platform::Clock {
     void runPending();
     // Number of callbacks still waiting.
     std::size_t pendingCount() const;
-    // Delay until the earliest waiting callback, or Duration::max() when none waits.
-    Duration nextDelay() const;
 
   private:
     bool runOneDueBy(TimePoint limit);

@@ -100,11 +100,6 @@ bool FakeModelTranscriber::inputFinished() const {
     return inputFinished_;
 }
 
-bool FakeModelTranscriber::wasCancelled() const {
-    std::lock_guard lock(mutex_);
-    return cancelled_;
-}
-
 std::vector<std::string> FakeModelTranscriber::appliedContextualStrings() const {
     std::lock_guard lock(mutex_);
     return contextualStrings_;

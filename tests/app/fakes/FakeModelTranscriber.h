@@ -38,7 +38,6 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
     void failResults(std::string description);
     std::size_t analyzedSampleCount() const;
     bool inputFinished() const;
-    bool wasCancelled() const;
     // Told on cancel(); lets a test learn of it after the service has freed this transcriber.
     std::function<void()> onCancel;
     std::vector<std::string> appliedContextualStrings() const;

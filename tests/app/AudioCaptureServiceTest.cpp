@@ -136,11 +136,8 @@ void expectToneSurvives(const AudioInput::Format& format, std::size_t reads) {
     EXPECT_NEAR(static_cast<double>(risingZeroCrossings(output, from, to)), toneHz, 1.0);
 }
 
-TEST(AudioCaptureServiceTest, ConvertsA48kHzStereoFloatToneTo16kHzMono) {
+TEST(AudioCaptureServiceTest, Converts48kHzStereoFloatAnd44100HzMonoInt16TonesTo16kHzMono) {
     expectToneSurvives({48000, 2, AudioInput::SampleFormat::float32}, 30);
-}
-
-TEST(AudioCaptureServiceTest, ConvertsA44100HzMonoInt16ToneTo16kHzMono) {
     expectToneSurvives({44100, 1, AudioInput::SampleFormat::int16}, 30);
 }
 
@@ -219,20 +216,9 @@ TEST(AudioCaptureServiceTest, FloatSamplesBeyondFullScaleClipInsteadOfWrapping) 
               (std::vector<std::int16_t>{32767, -32768, 32767, -32768, 32767, -32768, 16384}));
 }
 
-TEST(AudioCaptureServiceTest, SecondStartFailsAndLeavesTheRunningCaptureAlone) {
-    ensureCoreApplication();
-    FakeAudioInput input;
-    AudioCaptureService service(input);
-    auto stream = startCapture(service);
-    EXPECT_EQ(startFailure(service), "Already recording");
-    EXPECT_TRUE(service.isRecording());
-    EXPECT_EQ(input.openCount, 1);
-    EXPECT_TRUE(input.isStarted);
-    EXPECT_FALSE(stream->isClosed());
-    service.stop();
-}
-
-TEST(AudioCaptureServiceTest, StopIsHarmlessWhenIdleOrRepeatedAndEndsTheStream) {
+// A second start fails and leaves the running capture alone; stop is harmless when idle or
+// repeated, ends the stream, and the next start makes a fresh one.
+TEST(AudioCaptureServiceTest, StartAndStopFollowTheRecordingState) {
     ensureCoreApplication();
     FakeAudioInput input;
     AudioCaptureService service(input);
@@ -240,14 +226,17 @@ TEST(AudioCaptureServiceTest, StopIsHarmlessWhenIdleOrRepeatedAndEndsTheStream) 
     EXPECT_EQ(input.closeCount, 0);
 
     auto stream = startCapture(service);
+    EXPECT_EQ(startFailure(service), "Already recording");
     EXPECT_TRUE(service.isRecording());
+    EXPECT_EQ(input.openCount, 1);
+    EXPECT_TRUE(input.isStarted);
+    EXPECT_FALSE(stream->isClosed());
     service.stop();
     service.stop();
     EXPECT_FALSE(service.isRecording());
     EXPECT_EQ(input.closeCount, 1);
     EXPECT_EQ(stream->receive(), std::nullopt);
 
-    // Each start makes a fresh stream.
     auto next = startCapture(service);
     EXPECT_NE(next, stream);
     EXPECT_FALSE(next->isClosed());

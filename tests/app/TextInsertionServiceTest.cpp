@@ -94,7 +94,10 @@ TEST_F(TextInsertionServiceTest, VerifiedAccessibilityChangeSucceedsAfter120Mill
     EXPECT_EQ(keys.pasteCount, 0);
 }
 
-TEST_F(TextInsertionServiceTest, VerificationCountsAbsentVersusPresentAsAChange) {
+// Absent versus present counts as a change, and so does the selection range alone; a change that
+// comes only after the verification wait does not.
+TEST_F(TextInsertionServiceTest, VerificationSeesValueSelectionAndRangeWithinTheWait) {
+    targetFetchesAfter(1ms);
     accessibility.element->state = {std::nullopt, "選択", std::nullopt};
     accessibility.stateAfterSet = {std::nullopt, std::nullopt, TextRange{0, 0}};
     insert("x");
@@ -103,14 +106,20 @@ TEST_F(TextInsertionServiceTest, VerificationCountsAbsentVersusPresentAsAChange)
     EXPECT_EQ(trace.lines()[1],
               "[TextInsertion] AX verification changed: value=false, selectedText=true, "
               "range=true");
-}
 
-TEST_F(TextInsertionServiceTest, AChangeOfTheSelectionRangeAloneIsASuccess) {
+    accessibility.element->state = {"abc", std::nullopt, TextRange{3, 0}};
     accessibility.stateAfterSet = {"abc", std::nullopt, TextRange{4, 0}};
-    insert("x");
+    insert("y");
     runFor(clock, 120ms);
     EXPECT_EQ(result, true);
     EXPECT_EQ(keys.pasteCount, 0);
+
+    accessibility.element->state = {"abc", std::nullopt, TextRange{3, 0}};
+    accessibility.stateAfterSet = {"abcz", std::nullopt, TextRange{4, 0}};
+    accessibility.changeDelay = 130ms;
+    insert("z");
+    runFor(clock, 400ms);
+    EXPECT_EQ(keys.pasteCount, 1);
 }
 
 TEST_F(TextInsertionServiceTest, FrontmostApplicationIsNamedOrReportedMissing) {
@@ -159,14 +168,6 @@ TEST_F(TextInsertionServiceTest, SuccessWithoutChangeFallsBackAndRestoresAfterTh
                     "[TextInsertion] Restored previous pasteboard string",
                     "[TextInsertion] Pasteboard fallback completed"));
     EXPECT_THAT(pasteboard.operations, ElementsAre("write 日本語", "clear", "write previous"));
-}
-
-TEST_F(TextInsertionServiceTest, AChangeLaterThanTheVerificationCountsAsNoChange) {
-    accessibility.changeDelay = 130ms;
-    targetFetchesAfter(1ms);
-    insert("x");
-    runFor(clock, 400ms);
-    EXPECT_EQ(keys.pasteCount, 1);
 }
 
 TEST_F(TextInsertionServiceTest, SlowFetchDelaysTheRestoreAndAMissingOneKeepsTheText) {
@@ -230,8 +231,6 @@ TEST_F(TextInsertionServiceTest, AccessibilityErrorsFallBackWithTheirCodes) {
     runFor(clock, 300ms);
     EXPECT_EQ(result, true);
     EXPECT_EQ(trace.lines()[1], "[TextInsertion] Failed to get focused UI element: -25212");
-    EXPECT_EQ(trace.lines()[2],
-              "[TextInsertion] AX direct insertion failed, falling back to pasteboard");
 
     trace.clear();
     accessibility.element = std::make_shared<FakeAccessibilityClient::Element>();
@@ -260,14 +259,7 @@ TEST_F(TextInsertionServiceTest, PasteboardFailuresReturnFalse) {
     runFor(clock, 120ms);
     EXPECT_EQ(result, false);
     EXPECT_EQ(pasteboard.contents, "previous");
-    EXPECT_THAT(trace.lines(),
-                ElementsAre("[TextInsertion] Frontmost app: gedit",
-                            "[TextInsertion] AX set selected text returned success "
-                            "but no focused element change was detected",
-                            "[TextInsertion] AX direct insertion failed, falling back "
-                            "to pasteboard",
-                            "[TextInsertion] Failed to create Cmd+V events",
-                            "[TextInsertion] Restored previous pasteboard string"));
+    EXPECT_TRUE(trace.contains("[TextInsertion] Failed to create Cmd+V events"));
     EXPECT_FALSE(service.isInjectingKeys()) << "a chord never sent leaves no keys to ignore";
 }
 

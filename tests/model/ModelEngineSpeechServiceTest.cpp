@@ -102,14 +102,8 @@ TEST_F(ModelEngineSpeechServiceTest, WithoutAModelItFallsBackAndDownloadsNothing
     service->startTranscription(audio);
     ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
     EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
-    EXPECT_EQ(trace.lines(),
-              (std::vector<std::string>{
-                  "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja "
-                  "supportedCount=100 installedCount=0 assetStatus=supported",
-                  "[SpeechService] SpeechTranscriber asset status after install request=supported",
-                  "[SpeechService] SpeechAnalyzer unavailable: SpeechTranscriber assets are not "
-                  "installed after request (status=supported). Falling back to SFSpeechRecognizer",
-                  "[SpeechService] No SFSpeechRecognizer available"}));
+    EXPECT_TRUE(trace.contains(
+        "[SpeechService] SpeechTranscriber asset status after install request=supported"));
     EXPECT_TRUE(server.ranges().empty());
     audio->close();
     QCoro::waitFor(service->stop());
@@ -121,16 +115,9 @@ TEST_F(ModelEngineSpeechServiceTest, TheChosenModelIsInstalledThenTranscribes) {
     const std::vector<TranscriptionEvent> events = dictate(1.5);
 
     EXPECT_TRUE(inventory.isInstalled(*inventory.catalog().find("base")));
-    const std::vector<std::string> lines = trace.lines();
-    ASSERT_GE(lines.size(), 5u);
-    EXPECT_EQ(lines[0],
-              "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja "
-              "supportedCount=100 installedCount=0 assetStatus=supported");
-    EXPECT_EQ(lines[1], "[SpeechService] Installing SpeechTranscriber assets progress=0.0");
-    EXPECT_EQ(lines[2],
-              "[SpeechService] SpeechTranscriber asset status after install request=installed");
-    EXPECT_EQ(lines[3], "[SpeechService] contextualStrings applied count=1");
-    EXPECT_EQ(lines[4], "[SpeechService] Using SpeechAnalyzer/SpeechTranscriber");
+    EXPECT_TRUE(trace.contains(
+        "[SpeechService] SpeechTranscriber asset status after install request=installed"));
+    EXPECT_TRUE(trace.contains("[SpeechService] Using SpeechAnalyzer/SpeechTranscriber"));
     // The reader thread may still trace the last final after this line; both are there.
     EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
 

@@ -20,8 +20,7 @@
 #include "fakes/FakeStatusItemPresenter.h"
 #include "fakes/FakeWorkspace.h"
 #include "fakes/InMemoryDictionaryStore.h"
-#include "fakes/RecordingSystemLog.h"
-#include "fakes/RecordingTraceOutput.h"
+#include "fakes/RecordingLog.h"
 #include "fakes/ScriptedKeyMonitor.h"
 #include "fakes/TestEventLoop.h"
 
@@ -46,7 +45,7 @@ class DictationSessionTest : public ::testing::Test {
             app::GlobalHotkeyService::Dependencies{manager, monitor, workspace, clock, log,
                                                    [this] { return insertion.isInjectingKeys(); }});
         hotkeys->start();
-        log.lines.clear();
+        log.clear();
     }
 
     void TearDown() override { runFor(clock, 5s); }
@@ -61,8 +60,8 @@ class DictationSessionTest : public ::testing::Test {
     }
 
     FakeClock clock;
-    RecordingSystemLog log;
-    RecordingTraceOutput trace;
+    RecordingLog log;
+    RecordingLog trace;
     FakeStatusItemPresenter status;
     FakeAudioSource audio{clock};
     FakeRecognizer speech{clock};
@@ -89,7 +88,7 @@ TEST_F(DictationSessionTest, HoldReleasedWhileTheMicrophoneOpensIsQueuedAndDrain
     runFor(clock, 200ms);  // the microphone is open now; the drain wait runs
     speech.send(TranscriptionEvent::partial("話した"));
     runFor(clock, 650ms + 200ms);
-    EXPECT_THAT(log.lines, ::testing::Contains("[KelvoVoice] Fn hold up stopped duration=0.30"));
+    EXPECT_THAT(log.lines(), ::testing::Contains("[KelvoVoice] Fn hold up stopped duration=0.30"));
     EXPECT_EQ(trace.lines().back(), "[TextInsertion] AX direct insertion succeeded");
     EXPECT_EQ(manager->lastInsertedText(), "話した");
     EXPECT_EQ(manager->recordingState(), RecordingState::idle);
@@ -113,10 +112,10 @@ TEST_F(DictationSessionTest, OurOwnPasteChordCannotTriggerADictation) {
     EXPECT_EQ(audio.startCount, 1);
     EXPECT_EQ(manager->lastInsertedText(), "貼り付け");
     // The echo was dropped before the gesture logic saw it, not merely refused by the controller.
-    EXPECT_EQ(
-        std::count(log.lines.begin(), log.lines.end(), "[KelvoVoice] Fn down handled started=true"),
-        1);
-    EXPECT_THAT(log.lines,
+    const std::vector<std::string> lines = log.lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "[KelvoVoice] Fn down handled started=true"),
+              1);
+    EXPECT_THAT(log.lines(),
                 ::testing::Not(::testing::Contains("[KelvoVoice] Fn down handled started=false")));
 }
 

@@ -7,7 +7,7 @@
 #include "fakes/FakeClock.h"
 #include "fakes/FakeRequestHandler.h"
 #include "fakes/FakeWorkspace.h"
-#include "fakes/RecordingSystemLog.h"
+#include "fakes/RecordingLog.h"
 #include "fakes/ScriptedKeyMonitor.h"
 #include "fakes/TestEventLoop.h"
 
@@ -25,7 +25,7 @@ class GlobalHotkeyServiceTest : public ::testing::Test {
         service = std::make_unique<app::GlobalHotkeyService>(app::GlobalHotkeyService::Dependencies{
             handler, monitor, workspace, clock, log, [this] { return injecting; }});
         service->start();
-        log.lines.clear();
+        log.clear();
     }
 
     void press() {
@@ -47,7 +47,7 @@ class GlobalHotkeyServiceTest : public ::testing::Test {
     std::shared_ptr<FakeRequestHandler> handler = std::make_shared<FakeRequestHandler>();
     ScriptedKeyMonitor monitor;
     FakeWorkspace workspace;
-    RecordingSystemLog log;
+    RecordingLog log;
     bool injecting = false;
     std::unique_ptr<app::GlobalHotkeyService> service;
 };
@@ -56,7 +56,7 @@ TEST(GlobalHotkeyServiceStartTest, LogsThePermissionStateAndRequestsOnlyWhenMiss
     FakeClock clock;
     auto handler = std::make_shared<FakeRequestHandler>();
     FakeWorkspace workspace;
-    RecordingSystemLog log;
+    RecordingLog log;
 
     ScriptedKeyMonitor trusted;
     app::GlobalHotkeyService first({handler, trusted, workspace, clock, log, {}});
@@ -71,7 +71,7 @@ TEST(GlobalHotkeyServiceStartTest, LogsThePermissionStateAndRequestsOnlyWhenMiss
     second.start();
     EXPECT_EQ(denied.requestCount, 1);
     EXPECT_EQ(denied.startCount, 1);  // installed anyway; it just receives nothing
-    EXPECT_THAT(log.lines,
+    EXPECT_THAT(log.lines(),
                 ElementsAre("[KelvoVoice] GlobalHotkeyService started inputMonitoringTrusted=true",
                             "[KelvoVoice] Input Monitoring permission requested granted=false",
                             "[KelvoVoice] GlobalHotkeyService started "
@@ -82,7 +82,7 @@ TEST(GlobalHotkeyServiceStartTest, LogsThePermissionStateAndRequestsOnlyWhenMiss
                 ElementsAre(platform::Workspace::PermissionPane::inputMonitoring));
     workspace.canOpenHelp = false;
     second.openInputMonitoringSettings();
-    EXPECT_EQ(log.lines.back(), "[KelvoVoice] Failed to build Input Monitoring settings URL");
+    EXPECT_EQ(log.lines().back(), "[KelvoVoice] Failed to build Input Monitoring settings URL");
 }
 
 TEST_F(GlobalHotkeyServiceTest, EventsAreHandledOnTheMainThreadAfterTheMonitorReturns) {
@@ -95,22 +95,22 @@ TEST_F(GlobalHotkeyServiceTest, EventsAreHandledOnTheMainThreadAfterTheMonitorRe
 TEST_F(GlobalHotkeyServiceTest, HoldThresholdIsInclusiveAt280Milliseconds) {
     tap(280ms);
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "stopDictation fn-hold"));
-    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=true",
-                                       "[KelvoVoice] Fn hold up stopped duration=0.28"));
+    EXPECT_THAT(log.lines(), ElementsAre("[KelvoVoice] Fn down handled started=true",
+                                         "[KelvoVoice] Fn hold up stopped duration=0.28"));
     EXPECT_FALSE(service->didStartFromFn());
     EXPECT_FALSE(service->awaitingSecondTap());
 
     // 0.27 s is a tap: the recording runs on until the 400 ms window has passed.
     handler->requests.clear();
-    log.lines.clear();
+    log.clear();
     tap(270ms);
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
     runFor(clock, 399ms);
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
     runFor(clock, 1ms);
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "discardDictation fn-tap"));
-    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=true",
-                                       "[KelvoVoice] Fn single tap \u2192 discarded"));
+    EXPECT_THAT(log.lines(), ElementsAre("[KelvoVoice] Fn down handled started=true",
+                                         "[KelvoVoice] Fn single tap \u2192 discarded"));
     EXPECT_FALSE(service->awaitingSecondTap());
     press();  // after the window: a new gesture
     EXPECT_THAT(handler->requests,
@@ -121,8 +121,8 @@ TEST_F(GlobalHotkeyServiceTest, HoldLogsItsDurationEvenWithoutAStop) {
     handler->acceptStart = false;  // e.g. a stop was still running at the press
     tap(1234ms);
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
-    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=false",
-                                       "[KelvoVoice] Fn hold up stopped duration=1.23"));
+    EXPECT_THAT(log.lines(), ElementsAre("[KelvoVoice] Fn down handled started=false",
+                                         "[KelvoVoice] Fn hold up stopped duration=1.23"));
 }
 
 TEST_F(GlobalHotkeyServiceTest, DoubleTapStartsHandsFreeUntilTheNextRelease) {
@@ -139,10 +139,10 @@ TEST_F(GlobalHotkeyServiceTest, DoubleTapStartsHandsFreeUntilTheNextRelease) {
     runFor(clock, 50ms);
     release();
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "stopDictation fn-toggle-off"));
-    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=true",
-                                       "[KelvoVoice] Fn second-tap down (double-tap pending)",
-                                       "[KelvoVoice] Fn double-tap \u2192 toggle ON active=true",
-                                       "[KelvoVoice] Fn toggle OFF"));
+    EXPECT_THAT(log.lines(), ElementsAre("[KelvoVoice] Fn down handled started=true",
+                                         "[KelvoVoice] Fn second-tap down (double-tap pending)",
+                                         "[KelvoVoice] Fn double-tap \u2192 toggle ON active=true",
+                                         "[KelvoVoice] Fn toggle OFF"));
     EXPECT_FALSE(service->isToggleActive());
     EXPECT_FALSE(service->awaitingSecondTap());
     // didStartFromFn survives toggle off; the next idle press overwrites it.
@@ -154,9 +154,10 @@ TEST_F(GlobalHotkeyServiceTest, RefusedStartOrNoControllerNeitherStopsNorEntersH
     tap(100ms);
     tap(100ms);
     EXPECT_FALSE(service->isToggleActive());
-    EXPECT_THAT(log.lines, ElementsAre("[KelvoVoice] Fn down handled started=false",
-                                       "[KelvoVoice] Fn second-tap down (double-tap pending)",
-                                       "[KelvoVoice] Fn double-tap \u2192 toggle ON active=false"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("[KelvoVoice] Fn down handled started=false",
+                            "[KelvoVoice] Fn second-tap down (double-tap pending)",
+                            "[KelvoVoice] Fn double-tap \u2192 toggle ON active=false"));
     // The next press is an ordinary one again.
     handler->acceptStart = true;
     tap(500ms);
@@ -165,11 +166,11 @@ TEST_F(GlobalHotkeyServiceTest, RefusedStartOrNoControllerNeitherStopsNorEntersH
 
     // Without a controller the requests are skipped and count as refused.
     handler.reset();
-    log.lines.clear();
+    log.clear();
     tap(100ms);
     tap(100ms);
     EXPECT_FALSE(service->isToggleActive());
-    EXPECT_EQ(log.lines.front(), "[KelvoVoice] Fn down handled started=false");
+    EXPECT_EQ(log.lines().front(), "[KelvoVoice] Fn down handled started=false");
 }
 
 TEST_F(GlobalHotkeyServiceTest, OnlyChangesOfTheTriggerStateCount) {

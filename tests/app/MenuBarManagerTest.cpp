@@ -13,8 +13,7 @@
 #include "fakes/FakeStatusItemPresenter.h"
 #include "fakes/FakeTextInserter.h"
 #include "fakes/InMemoryDictionaryStore.h"
-#include "fakes/RecordingSystemLog.h"
-#include "fakes/RecordingTraceOutput.h"
+#include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
 
 namespace kelvo::test {
@@ -61,12 +60,10 @@ class MenuBarManagerTest : public ::testing::Test {
         ASSERT_FALSE(manager->isTransitioning());
     }
 
-    std::vector<std::string> logLines() const { return log.lines; }
-
     std::vector<std::string> journal;
     FakeClock clock;
-    RecordingSystemLog log{&journal};
-    RecordingTraceOutput trace{&journal};
+    RecordingLog log{&journal, "log: "};
+    RecordingLog trace{&journal, "trace: "};
     FakeStatusItemPresenter status{&journal};
     FakeAudioSource audio{clock, &journal};
     FakeRecognizer speech{clock, &journal};
@@ -136,8 +133,8 @@ TEST_F(MenuBarManagerTest, MenuActionTogglesBetweenStartAndStop) {
     manager->startDictation();
     runFor(clock, 100ms);
     EXPECT_EQ(manager->recordingState(), RecordingState::idle);
-    EXPECT_THAT(logLines(), ElementsAre("[KelvoVoice] Starting dictation trigger=menu",
-                                        "[KelvoVoice] Stopping dictation trigger=menu"));
+    EXPECT_THAT(log.lines(), ElementsAre("[KelvoVoice] Starting dictation trigger=menu",
+                                         "[KelvoVoice] Stopping dictation trigger=menu"));
 }
 
 TEST_F(MenuBarManagerTest, RequestsWhileIdleOrRecordingFollowTheStateTable) {
@@ -146,7 +143,7 @@ TEST_F(MenuBarManagerTest, RequestsWhileIdleOrRecordingFollowTheStateTable) {
     EXPECT_FALSE(manager->discardDictation("fn-tap"));  // silently
     startRecording();
     EXPECT_FALSE(manager->startDictation("fn"));
-    EXPECT_THAT(logLines(),
+    EXPECT_THAT(log.lines(),
                 ElementsAre("[KelvoVoice] Ignored stopDictation trigger=menu because recording "
                             "is not active",
                             "[KelvoVoice] Starting dictation trigger=menu",
@@ -195,7 +192,7 @@ TEST_F(MenuBarManagerTest, OnlyAHoldStopWaits650MillisecondsForTheLastWords) {
         EXPECT_EQ(audio.stopCount, stopsBefore + 1);
         runFor(clock, 100ms);
         EXPECT_EQ(inserter.insertions.back().first, c.drain > 0ms ? "テストです" : "テスト");
-        EXPECT_EQ(log.lines.back() ==
+        EXPECT_EQ(log.lines().back() ==
                       "[KelvoVoice] Waiting 650ms before stopping dictation for final partial "
                       "drain",
                   c.drain > 0ms);
@@ -213,13 +210,13 @@ TEST_F(MenuBarManagerTest, QueuedRequestsCombineLatestStopWinsAndDiscardOverride
     manager->stopDictation("fn-hold");
     manager->stopDictation("menu");
     runFor(clock, 50ms);
-    EXPECT_THAT(log.lines.back(),
+    EXPECT_THAT(log.lines().back(),
                 "[KelvoVoice] Running queued stop after start completed trigger=menu");
     runFor(clock, 100ms);
     EXPECT_EQ(manager->recordingState(), RecordingState::idle);
 
     // Discard then stop: both accepted, the discard runs and the stop is dropped.
-    log.lines.clear();
+    log.clear();
     manager->startDictation("fn");
     EXPECT_TRUE(manager->discardDictation("fn-tap"));
     EXPECT_TRUE(manager->queuedDiscard());
@@ -227,7 +224,7 @@ TEST_F(MenuBarManagerTest, QueuedRequestsCombineLatestStopWinsAndDiscardOverride
     runFor(clock, 50ms);
     speech.send(TranscriptionEvent::final_("捨てる"));
     runFor(clock, 100ms);
-    EXPECT_THAT(logLines(),
+    EXPECT_THAT(log.lines(),
                 ElementsAre("[KelvoVoice] Starting dictation trigger=fn",
                             "[KelvoVoice] Queued discard trigger=fn-tap until start completes",
                             "[KelvoVoice] Queued stopDictation trigger=fn-hold until start "
@@ -235,7 +232,7 @@ TEST_F(MenuBarManagerTest, QueuedRequestsCombineLatestStopWinsAndDiscardOverride
                             "[KelvoVoice] Running queued discard after start completed"));
 
     // Stop then discard: the discard clears the queued stop and runs alone.
-    log.lines.clear();
+    log.clear();
     manager->startDictation("fn");
     manager->stopDictation("fn-hold");
     manager->discardDictation("fn-tap");
@@ -254,13 +251,13 @@ TEST_F(MenuBarManagerTest, EveryRequestDuringAFinishIsIgnored) {
     manager->stopDictation("fn-hold");
     for (auto step : {1ms, 700ms, 50ms}) {  // during the drain, the recogniser stop, the insertion
         runFor(clock, step);
-        log.lines.clear();
+        log.clear();
         EXPECT_TRUE(manager->isTransitioning());
         EXPECT_FALSE(manager->startDictation("fn"));
         EXPECT_FALSE(manager->stopDictation("fn-toggle-off"));
         EXPECT_FALSE(manager->discardDictation("fn-tap"));
         EXPECT_FALSE(manager->pasteLastText());
-        EXPECT_THAT(log.lines,
+        EXPECT_THAT(log.lines(),
                     ElementsAre("[KelvoVoice] Ignored startDictation trigger=fn because "
                                 "transition is active",
                                 "[KelvoVoice] Ignored stopDictation trigger=fn-toggle-off because "
@@ -347,7 +344,7 @@ TEST_F(MenuBarManagerTest, FillerRemovalFollowsThePreferenceReadAtEachStop) {
     speech.send(TranscriptionEvent::final_("えーとテスト"));
     manager->stopDictation("menu");
     runFor(clock, 100ms);
-    EXPECT_EQ(log.lines.back(), "[KelvoVoice] Filler removal applied");
+    EXPECT_EQ(log.lines().back(), "[KelvoVoice] Filler removal applied");
     EXPECT_THAT(inserter.insertions, ElementsAre(std::make_pair("テスト", true)));
 
     preferences.setBool("kvmac_fillerRemovalEnabled", false);
@@ -380,7 +377,7 @@ TEST_F(MenuBarManagerTest, FailedInsertionKeepsTheTextForPastingAgain) {
         speech.send(TranscriptionEvent::final_("大事な話"));
         manager->stopDictation("menu");
         runFor(clock, 100ms);
-        EXPECT_EQ(log.lines.back(),
+        EXPECT_EQ(log.lines().back(),
                   "[KelvoVoice] Insertion failed; dictated text kept for pasting again");
         EXPECT_EQ(manager->lastUninsertedText(), "大事な話");
         EXPECT_FALSE(manager->lastInsertedText().has_value());
@@ -409,7 +406,7 @@ TEST_F(MenuBarManagerTest, FailedInsertionKeepsTheTextForPastingAgain) {
     EXPECT_THAT(inserter.insertions,
                 ElementsAre(std::make_pair("大事な話", true), std::make_pair("大事な話", true),
                             std::make_pair("大事な話", true), std::make_pair("大事な話", true)));
-    EXPECT_THAT(logLines(),
+    EXPECT_THAT(log.lines(),
                 ::testing::IsSupersetOf(
                     {"[KelvoVoice] Insertion error: accessibility bus went away",
                      "[KelvoVoice] Ignored pasteLastText because there is no dictated text",

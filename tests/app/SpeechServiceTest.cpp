@@ -11,7 +11,7 @@
 #include "fakes/FakeClock.h"
 #include "fakes/FakeModelEngine.h"
 #include "fakes/FakeSegmentRecognizerProvider.h"
-#include "fakes/RecordingTraceOutput.h"
+#include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
 #include "fakes/WaitUntil.h"
 
@@ -86,7 +86,7 @@ class SpeechServiceTest : public ::testing::Test {
     }
 
     FakeClock clock;
-    RecordingTraceOutput trace;
+    RecordingLog trace;
     FakeModelEngine engine;
     FakeSegmentRecognizerProvider recognizers;
     std::shared_ptr<SpeechService> service;
@@ -194,7 +194,7 @@ TEST_F(SpeechServiceTest, EveryAssetStatusDecidesBetweenAnalyzerInstallationAndF
         FakeModelEngine localEngine;
         localEngine.statuses = std::move(statuses);
         localEngine.installation = std::move(installation);
-        RecordingTraceOutput localTrace;
+        RecordingLog localTrace;
         auto localService =
             std::make_shared<SpeechService>(localEngine, recognizers, clock, localTrace);
         auto localEvents = localService->startTranscription(newAudio());

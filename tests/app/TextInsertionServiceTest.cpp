@@ -12,7 +12,7 @@
 #include "fakes/FakePasteboard.h"
 #include "fakes/FakePreferences.h"
 #include "fakes/FakeWorkspace.h"
-#include "fakes/RecordingTraceOutput.h"
+#include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
 
 namespace kelvo::test {
@@ -59,7 +59,7 @@ class TextInsertionServiceTest : public ::testing::Test {
     FakePasteboard pasteboard;
     FakeKeySynthesizer keys;
     FakeWorkspace workspace;
-    RecordingTraceOutput trace;
+    RecordingLog trace;
     app::TextInsertionService service{{accessibility, pasteboard, keys, workspace, clock, trace}};
     std::optional<bool> result;
 };

@@ -19,7 +19,7 @@
 #include "fakes/FakeKeySynthesizer.h"
 #include "fakes/FakePasteboard.h"
 #include "fakes/FakeWorkspace.h"
-#include "fakes/RecordingTraceOutput.h"
+#include "fakes/RecordingLog.h"
 #include "platform/QtClock.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
 
@@ -80,7 +80,7 @@ class AtspiInsertionTest : public ::testing::Test {
     test::FakePasteboard pasteboard;
     test::FakeKeySynthesizer keySynthesizer;
     test::FakeWorkspace workspace;
-    test::RecordingTraceOutput trace;
+    test::RecordingLog trace;
     app::TextInsertionService service{
         {client, pasteboard, keySynthesizer, workspace, clock, trace}};
 };

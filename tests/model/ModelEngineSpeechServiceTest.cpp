@@ -14,7 +14,7 @@
 #include "TestAudio.h"
 #include "fakes/FakeClock.h"
 #include "fakes/FakeSegmentRecognizerProvider.h"
-#include "fakes/RecordingTraceOutput.h"
+#include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
 #include "fakes/WaitUntil.h"
 #include "platform/AssetInstallationRequest.h"
@@ -91,7 +91,7 @@ class ModelEngineSpeechServiceTest : public ::testing::Test {
                              {"", server.baseURL()}};
     ScriptedModelEngine engine{inventory};
     FakeClock clock;
-    RecordingTraceOutput trace;
+    RecordingLog trace;
     FakeSegmentRecognizerProvider recognizers;
     std::shared_ptr<SpeechService> service =
         std::make_shared<SpeechService>(engine, recognizers, clock, trace);

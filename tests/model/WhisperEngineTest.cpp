@@ -18,7 +18,7 @@
 #include "core/services/ModelInstallation.h"
 #include "fakes/FakeClock.h"
 #include "fakes/FakeSegmentRecognizerProvider.h"
-#include "fakes/RecordingTraceOutput.h"
+#include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
 #include "fakes/WaitUntil.h"
 #include "platform/AssetInstallationRequest.h"
@@ -136,7 +136,7 @@ TEST_F(WhisperEngineTest, LoadsInBackgroundDecodesProgressivelyAndReleasesWhenId
 }
 
 TEST_F(WhisperEngineTest, SpeechServiceRunsOnTheWhisperEngine) {
-    RecordingTraceOutput trace;
+    RecordingLog trace;
     FakeSegmentRecognizerProvider recognizers;
     auto service = std::make_shared<app::SpeechService>(*engine_, recognizers, clock_, trace);
     auto audio = std::make_shared<app::Channel<app::AudioBuffer>>();

@@ -1,8 +1,9 @@
 #pragma once
 
-// Remembers every trace line, in order, from any thread (the speech service traces from its
-// reader and start-up threads); optionally mirrors them into a shared journal (prefixed "trace: ")
-// that only the test thread writes.
+// Remembers every system-log or trace line written to it, in order, from any thread (the speech
+// service traces from its reader and start-up threads); optionally mirrors them, behind a prefix
+// ("log: ", "trace: "), into a shared journal that only the test thread writes to, so a test can
+// check the interleaving with other fakes.
 
 #include <algorithm>
 #include <mutex>
@@ -10,20 +11,22 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/SystemLog.h"
 #include "platform/TraceOutput.h"
 
 namespace kelvo::test {
 
-class RecordingTraceOutput final : public platform::TraceOutput {
+class RecordingLog final : public platform::SystemLog, public platform::TraceOutput {
   public:
-    explicit RecordingTraceOutput(std::vector<std::string>* journal = nullptr)
-        : journal_(journal) {}
+    explicit RecordingLog(std::vector<std::string>* journal = nullptr,
+                          std::string journalPrefix = {})
+        : journal_(journal), journalPrefix_(std::move(journalPrefix)) {}
 
     void write(std::string_view line) override {
         std::lock_guard lock(mutex_);
         lines_.emplace_back(line);
         if (journal_ != nullptr) {
-            journal_->push_back("trace: " + std::string(line));
+            journal_->push_back(journalPrefix_ + std::string(line));
         }
     }
 
@@ -46,6 +49,7 @@ class RecordingTraceOutput final : public platform::TraceOutput {
     mutable std::mutex mutex_;
     std::vector<std::string> lines_;
     std::vector<std::string>* journal_;
+    std::string journalPrefix_;
 };
 
 }  // namespace kelvo::test

@@ -245,21 +245,16 @@ TEST(AudioCaptureServiceTest, StartAndStopFollowTheRecordingState) {
 
 TEST(AudioCaptureServiceTest, PermissionIsAskedWhenUndeterminedAndRefusalsFailTheStart) {
     ensureCoreApplication();
-    {
+    // Denied: not asked again. Undetermined and refused at the prompt: asked once.
+    for (auto status :
+         {AudioInput::Authorization::denied, AudioInput::Authorization::notDetermined}) {
         FakeAudioInput input;
-        input.authorizationStatus = AudioInput::Authorization::denied;
-        AudioCaptureService service(input);
-        EXPECT_EQ(startFailure(service), "Microphone permission denied");
-        EXPECT_EQ(input.authorizationRequests, 0);
-        EXPECT_EQ(input.openCount, 0);
-    }
-    {
-        FakeAudioInput input;
-        input.authorizationStatus = AudioInput::Authorization::notDetermined;
+        input.authorizationStatus = status;
         input.grantsRequest = false;
         AudioCaptureService service(input);
         EXPECT_EQ(startFailure(service), "Microphone permission denied");
-        EXPECT_EQ(input.authorizationRequests, 1);
+        EXPECT_EQ(input.authorizationRequests, status == AudioInput::Authorization::denied ? 0 : 1);
+        EXPECT_EQ(input.openCount, 0);
         EXPECT_FALSE(service.isRecording());
     }
     {

@@ -57,29 +57,5 @@ TEST(ClockSleepTest, CancellationInterruptsTheWaitWithoutResumingInline) {
     EXPECT_EQ(events[1], std::make_pair(std::string("late"), false));
 }
 
-TEST(FakeClockTest, RunsCallbacksInDueOrderWithTheirOwnTime) {
-    FakeClock clock;
-    auto start = clock.now();
-    std::vector<std::pair<int, std::chrono::milliseconds>> ran;
-    auto record = [&](int n) {
-        return [&, n] {
-            ran.emplace_back(
-                n, std::chrono::duration_cast<std::chrono::milliseconds>(clock.now() - start));
-        };
-    };
-    clock.schedule(300ms, record(3));
-    clock.schedule(100ms, [&] {
-        record(1)();
-        clock.schedule(50ms, record(2));
-    });
-    auto cancelled = clock.schedule(200ms, record(99));
-    clock.cancel(cancelled);
-    clock.advance(1s);
-    std::vector<std::pair<int, std::chrono::milliseconds>> expected{
-        {1, 100ms}, {2, 150ms}, {3, 300ms}};
-    EXPECT_EQ(ran, expected);
-    EXPECT_EQ(clock.now() - start, 1s);
-}
-
 }  // namespace
 }  // namespace kelvo::test

@@ -160,8 +160,9 @@ TEST_F(KelvoVoiceAppTest, TargetWithoutAccessibilityGetsTextByPasteAndClipboardI
     EXPECT_EQ(KelvoVoiceApp::clipboardText().value_or(""), "前のクリップボード");
 }
 
-// A double tap records hands-free until the next press and release; a single short tap inserts
-// nothing.
+// The gestures on the real key monitor and timers: a single short tap discards, a double tap
+// records hands-free until the next tap stops (not discards) it. What a stop inserts is the
+// business of the other tests.
 TEST_F(KelvoVoiceAppTest, DoubleTapRecordsHandsFreeAndSingleTapInsertsNothing) {
     KelvoVoiceApp& app = startApp();
     InsertionTarget gtk("gtk-entry");
@@ -176,14 +177,9 @@ TEST_F(KelvoVoiceAppTest, DoubleTapRecordsHandsFreeAndSingleTapInsertsNothing) {
     KelvoVoiceApp::tapTrigger();
     KelvoVoiceApp::tapTrigger();
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] Fn double-tap → toggle ON active=true"));
-    KelvoVoiceApp::play(KelvoVoiceApp::englishSample());
     KelvoVoiceApp::tapTrigger();
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] Fn toggle OFF"));
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle", finished + 1));
-    auto state =
-        gtk.waitForState([](const InsertionTarget::State& s) { return !s.text.empty(); }, 20s);
-    ASSERT_TRUE(state.has_value());
-    EXPECT_TRUE(contains(state->text, "レポート")) << state->text;
     EXPECT_TRUE(contains(app.log(), "Stopping dictation trigger=fn-toggle-off"));
 }
 
@@ -195,24 +191,18 @@ bool windowShown(const std::string& title) {
     }
 }
 
-// The menu's items over the StatusNotifierItem's D-Bus menu: the dictation item drives a session,
-// and the window items open their windows.
+// The menu's items over the StatusNotifierItem's D-Bus menu: the dictation item starts and stops
+// a session (what a stop inserts is proven above), and the window items open their windows.
 TEST_F(KelvoVoiceAppTest, MenuStartsAndStopsDictationAndOpensWindows) {
     KelvoVoiceApp& app = startApp();
-    InsertionTarget gtk("gtk-entry");
     KelvoVoiceApp::clickMenu("Start Dictation");
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] Starting dictation trigger=menu"));
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem recording"));
     EXPECT_TRUE(
         waitUntil([] { return KelvoVoiceApp::menuEntries()[0] == "Stop Dictation\t1\t-"; }));
-    KelvoVoiceApp::play(KelvoVoiceApp::englishSample());
     KelvoVoiceApp::clickMenu("Stop Dictation");
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] Stopping dictation trigger=menu"));
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle", 2));
-    auto state =
-        gtk.waitForState([](const InsertionTarget::State& s) { return !s.text.empty(); }, 20s);
-    ASSERT_TRUE(state.has_value());
-    EXPECT_TRUE(contains(state->text, "レポート")) << state->text;
     EXPECT_TRUE(
         waitUntil([] { return KelvoVoiceApp::menuEntries()[0] == "Start Dictation\t1\t-"; }));
 

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
-#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -35,19 +34,6 @@ std::string generatedModel(std::size_t size) {
     return data;
 }
 
-std::string digest(const std::string& data, const EVP_MD* algorithm) {
-    unsigned char bytes[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(data.data(), data.size(), bytes, &length, algorithm, nullptr);
-    std::string hex;
-    for (unsigned int i = 0; i < length; ++i) {
-        static constexpr char kHex[] = "0123456789abcdef";
-        hex += kHex[bytes[i] >> 4];
-        hex += kHex[bytes[i] & 15];
-    }
-    return hex;
-}
-
 // Waits for a condition that another thread makes true; generous for a loaded machine.
 template <typename Condition>
 bool eventually(Condition condition) {
@@ -72,8 +58,8 @@ class ModelInstallationTest : public ::testing::Test {
         e.url = server_.baseURL() + e.fileName;
         e.sizeBytes = file_.size();
         e.sizeIsExact = true;
-        e.sha256 = digest(file_, EVP_sha256());
-        e.sha1 = digest(file_, EVP_sha1());
+        e.sha256 = testing::hexDigest(file_, EVP_sha256());
+        e.sha1 = testing::sha1Of(file_);
         e.rank = 10;
         return e;
     }

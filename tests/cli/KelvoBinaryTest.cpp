@@ -127,7 +127,7 @@ TEST_F(KelvoBinary, CommandRulesBrokenOnTheCommandLineAreUsageErrorsThatWriteNot
     };
     for (const auto& arguments : commandLines) {
         SCOPED_TRACE(arguments[0] + " " + arguments[1]);
-        const Outcome run = kelvo(arguments, kSavedResult);
+        const Outcome run = kelvo(arguments);
         EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.output, "");
         EXPECT_NE(run.errors.find("\nusage: kelvo "), std::string::npos) << run.errors;

@@ -36,23 +36,19 @@ TEST(MarkdownFormatter, TitleIsTheFirstSentenceOrLineUpToFortyCharacters) {
     EXPECT_EQ(MarkdownFormatter::title(" \t"), "");
     EXPECT_EQ(MarkdownFormatter::title(""), "");
 
-    std::string fifty;
-    for (int i = 0; i < 50; ++i) {
-        fifty += (i < 40 ? "あ" : "い");
-    }
-    std::string forty;
-    for (int i = 0; i < 40; ++i) {
-        forty += "あ";
-    }
-    EXPECT_EQ(MarkdownFormatter::title(fifty), forty);
+    const auto repeated = [](const std::string& text, int count) {
+        std::string out;
+        while (count-- > 0) {
+            out += text;
+        }
+        return out;
+    };
+    EXPECT_EQ(MarkdownFormatter::title(repeated("あ", 40) + repeated("い", 10)),
+              repeated("あ", 40));
     // Characters are user-perceived: a decomposed "が" counts once, and is not split.
-    std::string decomposed;
-    for (int i = 0; i < 41; ++i) {
-        decomposed += "か\u3099";
-    }
-    EXPECT_EQ(MarkdownFormatter::title(decomposed), decomposed.substr(0, 40 * 6));
+    EXPECT_EQ(MarkdownFormatter::title(repeated("か\u3099", 41)), repeated("か\u3099", 40));
     // Cut first, trimmed after: a space at position 40 does not survive.
-    EXPECT_EQ(MarkdownFormatter::title(forty.substr(0, 39 * 3) + " 後ろ"), forty.substr(0, 39 * 3));
+    EXPECT_EQ(MarkdownFormatter::title(repeated("あ", 39) + " 後ろ"), repeated("あ", 39));
 }
 
 TEST(MarkdownFormatter, MakeDocumentFillsTheFullFrontMatter) {

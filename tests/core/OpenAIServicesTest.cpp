@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "core/models/EnumNames.h"
@@ -108,17 +109,19 @@ TEST_F(OpenAITranscriptionServiceTest, ClientErrorsPassThroughUnchanged) {
     server.answer(403, "forbidden");
     OpenAITranscriptionService transcription(clientFor(server), "m");
     OpenAITextProcessingService processing(clientFor(server));
-    try {
-        transcription.transcribe(audio_, {"ja", std::nullopt, {}});
-        ADD_FAILURE() << "transcribe did not fail";
-    } catch (const APIError& error) {
-        EXPECT_STREQ(error.what(), "API error (403): forbidden");
-    }
-    try {
-        processing.process({"t", SummaryLevel::cleanup, ProcessingMode::cleanup, {}, {}});
-        ADD_FAILURE() << "process did not fail";
-    } catch (const APIError& error) {
-        EXPECT_STREQ(error.what(), "API error (403): forbidden");
+    for (const auto& call : std::vector<std::function<void()>>{
+             [&] {
+                 transcription.transcribe(audio_, {"ja", std::nullopt, {}});
+             },
+             [&] {
+                 processing.process({"t", SummaryLevel::cleanup, ProcessingMode::cleanup, {}, {}});
+             }}) {
+        try {
+            call();
+            ADD_FAILURE() << "the call did not fail";
+        } catch (const APIError& error) {
+            EXPECT_STREQ(error.what(), "API error (403): forbidden");
+        }
     }
 }
 

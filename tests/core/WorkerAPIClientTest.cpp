@@ -14,6 +14,7 @@
 #include "tests/core/TemporaryFolder.h"
 #include "tests/support/LoopbackHttpServer.h"
 #include "tests/support/RawHttpListener.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -21,6 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using test::LoopbackHttpServer;
 using test::RawHttpListener;
+using test::thrown;
 
 // Bytes that a careless multipart writer would mangle: a NUL, a CR LF and a fake boundary.
 const std::string kAudioBytes = std::string("RIFF\0\x01\xff", 7) + "\r\n--Kelvo-\r\n";
@@ -48,6 +50,10 @@ std::string pcmWav(std::uint32_t sampleRate, std::uint32_t frames) {
     putLittleEndian(wav, dataBytes, 4);
     wav.append(dataBytes, '\0');
     return wav;
+}
+
+void processX(const WorkerAPIClient& worker) {
+    worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
 }
 
 bool isUpperCaseUuid(const std::string& text) {
@@ -142,10 +148,10 @@ TEST_F(WorkerAPIClientTest, MultipartFormIsReadableByAnHttpServer) {
 
 TEST_F(WorkerAPIClientTest, DeviceTokenReplacesTheBearerTokenAndEmptyTokensSendNeither) {
     LoopbackHttpServer server;
-    client(server.url(), "t", "abc").process("x", "verbatim", "voiceInput", {}, std::nullopt);
-    client(server.url(), "t", "").process("x", "verbatim", "voiceInput", {}, std::nullopt);
-    client(server.url(), "t", std::nullopt).process("x", "verbatim", "voiceInput", {}, {});
-    client(server.url(), "", "").process("x", "verbatim", "voiceInput", {}, std::nullopt);
+    processX(client(server.url(), "t", "abc"));
+    processX(client(server.url(), "t", ""));
+    processX(client(server.url(), "t", std::nullopt));
+    processX(client(server.url(), "", ""));
     client(server.url(), "t", "abc").transcribe(audioFile("a.wav"), "m", "ja", {}, 1.0);
 
     const auto requests = server.requests();
@@ -164,8 +170,8 @@ TEST_F(WorkerAPIClientTest, DeviceTokenReplacesTheBearerTokenAndEmptyTokensSendN
 TEST_F(WorkerAPIClientTest, RequestIdIsTheCallersOrAFreshUpperCaseUuidAndEmptySendsNone) {
     LoopbackHttpServer server;
     const WorkerAPIClient worker = client(server.url());
-    worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
-    worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
+    processX(worker);
+    processX(worker);
     worker.process("x", "verbatim", "voiceInput", {}, std::nullopt, "my-id");
     worker.process("x", "verbatim", "voiceInput", {}, std::nullopt, "");
     worker.transcribe(audioFile("a.wav"), "m", "ja", {}, 1.0);
@@ -188,7 +194,7 @@ TEST_F(WorkerAPIClientTest, DurationHeaderHasThreeDecimalsAndIsMeasuredWhenNotGi
     worker.transcribe(wav, "m", "ja", {}, 2.5);
     worker.transcribe(wav, "m", "ja", {});
     worker.transcribe(audioFile("not-audio.m4a", "plain text, not audio"), "m", "ja", {});
-    worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
+    processX(worker);
 
     const auto requests = server.requests();
     ASSERT_EQ(requests.size(), 4u);
@@ -240,21 +246,16 @@ TEST_F(WorkerAPIClientTest, NonSuccessAnswersBecomeApiErrorsWithTheBodyText) {
     for (const auto& [status, body, description] : cases) {
         SCOPED_TRACE(status);
         server.answer(status, body);
-        try {
-            worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
-            ADD_FAILURE() << "process did not fail";
-        } catch (const APIError& error) {
-            EXPECT_EQ(error.what(), description);
-            EXPECT_EQ(error.statusCode(), status);
-        }
+        const auto error = thrown<APIError>([&] { processX(worker); });
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->what(), description);
+        EXPECT_EQ(error->statusCode(), status);
     }
     server.answer(401, "unauthorized");
-    try {
-        worker.transcribe(audioFile("a.wav"), "m", "ja", std::nullopt, 1.0);
-        ADD_FAILURE() << "transcribe did not fail";
-    } catch (const APIError& error) {
-        EXPECT_EQ(error.body(), "unauthorized");
-    }
+    const auto error = thrown<APIError>(
+        [&] { worker.transcribe(audioFile("a.wav"), "m", "ja", std::nullopt, 1.0); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->body(), "unauthorized");
 }
 
 TEST_F(WorkerAPIClientTest, RedirectsAreErrorsNamingTheTargetAndAreNeverFollowed) {
@@ -263,14 +264,11 @@ TEST_F(WorkerAPIClientTest, RedirectsAreErrorsNamingTheTargetAndAreNeverFollowed
     const WorkerAPIClient worker = client(server.url(), "secret-token");
     for (const int status : {301, 302, 307, 308}) {
         server.answer(status, "moved", {{"Location", elsewhere.url("/steal")}});
-        try {
-            worker.process("dictated words", "verbatim", "voiceInput", {}, std::nullopt);
-            ADD_FAILURE() << "a " << status << " answer was taken as success";
-        } catch (const APIError& error) {
-            EXPECT_EQ(error.statusCode(), status);
-            EXPECT_NE(std::string(error.what()).find(elsewhere.url("/steal")), std::string::npos)
-                << error.what();
-        }
+        const auto error = thrown<APIError>([&] { processX(worker); });
+        ASSERT_TRUE(error) << "a " << status << " answer was taken as success";
+        EXPECT_EQ(error->statusCode(), status);
+        EXPECT_NE(std::string(error->what()).find(elsewhere.url("/steal")), std::string::npos)
+            << error->what();
     }
     EXPECT_TRUE(elsewhere.requests().empty());
 }
@@ -279,18 +277,15 @@ TEST_F(WorkerAPIClientTest, ErrorBodiesAreShortenedEscapedAndNeverShowTheToken) 
     LoopbackHttpServer server;
     const WorkerAPIClient worker = client(server.url(), "secret-token");
     server.answer(401, "bad token secret-token\x1b[2J\r\n" + std::string(5000, 'x'));
-    try {
-        worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
-        ADD_FAILURE() << "process did not fail";
-    } catch (const APIError& error) {
-        const std::string shown = error.what();
-        EXPECT_EQ(shown.find("secret-token"), std::string::npos);
-        EXPECT_EQ(shown.find('\x1b'), std::string::npos);
-        EXPECT_EQ(shown.find('\n'), std::string::npos);
-        EXPECT_NE(shown.find("\\x1B[2J\\r\\n"), std::string::npos) << shown;
-        EXPECT_LT(shown.size(), 600u);
-        EXPECT_EQ(error.body().find("secret-token"), std::string::npos);
-    }
+    const auto error = thrown<APIError>([&] { processX(worker); });
+    ASSERT_TRUE(error);
+    const std::string shown = error->what();
+    EXPECT_EQ(shown.find("secret-token"), std::string::npos);
+    EXPECT_EQ(shown.find('\x1b'), std::string::npos);
+    EXPECT_EQ(shown.find('\n'), std::string::npos);
+    EXPECT_NE(shown.find("\\x1B[2J\\r\\n"), std::string::npos) << shown;
+    EXPECT_LT(shown.size(), 600u);
+    EXPECT_EQ(error->body().find("secret-token"), std::string::npos);
 }
 
 TEST_F(WorkerAPIClientTest, AnAnswerOfSeveralMegabytesIsAnErrorNotARecord) {
@@ -298,12 +293,9 @@ TEST_F(WorkerAPIClientTest, AnAnswerOfSeveralMegabytesIsAnErrorNotARecord) {
     const WorkerAPIClient worker = client(server.url());
     server.answer(200,
                   R"({"text":")" + std::string(WorkerAPIClient::maximumAnswerBytes, 'a') + R"("})");
-    try {
-        worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
-        ADD_FAILURE() << "an oversized answer was accepted";
-    } catch (const DecodingError& error) {
-        EXPECT_NE(std::string(error.what()).find("larger than"), std::string::npos) << error.what();
-    }
+    const auto error = thrown<DecodingError>([&] { processX(worker); });
+    ASSERT_TRUE(error) << "an oversized answer was accepted";
+    EXPECT_NE(std::string(error->what()).find("larger than"), std::string::npos) << error->what();
 }
 
 TEST_F(WorkerAPIClientTest, SuccessfulBodiesDecodeAndMissingTextIsADecodingError) {
@@ -320,11 +312,11 @@ TEST_F(WorkerAPIClientTest, SuccessfulBodiesDecodeAndMissingTextIsADecodingError
 
     server.answer(200, R"({"language":"ja"})");
     EXPECT_THROW(worker.transcribe(file, "m", "ja", std::nullopt, 1.0), DecodingError);
-    EXPECT_THROW(worker.process("x", "verbatim", "voiceInput", {}, std::nullopt), DecodingError);
+    EXPECT_THROW(processX(worker), DecodingError);
     server.answer(200, "not json");
-    EXPECT_THROW(worker.process("x", "verbatim", "voiceInput", {}, std::nullopt), DecodingError);
+    EXPECT_THROW(processX(worker), DecodingError);
     server.answer(200, R"({"text":42})");
-    EXPECT_THROW(worker.process("x", "verbatim", "voiceInput", {}, std::nullopt), DecodingError);
+    EXPECT_THROW(processX(worker), DecodingError);
 }
 
 TEST_F(WorkerAPIClientTest, AnswerSlowerThanTheTimeLimitFailsAsATimeout) {
@@ -332,48 +324,36 @@ TEST_F(WorkerAPIClientTest, AnswerSlowerThanTheTimeLimitFailsAsATimeout) {
     server.holdAnswers();
     // Rounded to zero milliseconds this would be curl's "no limit" and hang on the held answer.
     const WorkerAPIClient worker = client(server.url(), "t", std::nullopt, 0.0004);
-    try {
-        worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
-        ADD_FAILURE() << "process did not time out";
-    } catch (const TransportError& error) {
-        EXPECT_TRUE(error.timedOut()) << error.what();
-    }
-    try {
-        worker.transcribe(audioFile("a.wav"), "m", "ja", std::nullopt, 1.0);
-        ADD_FAILURE() << "transcribe did not time out";
-    } catch (const TransportError& error) {
-        EXPECT_TRUE(error.timedOut()) << error.what();
-    }
+    const auto processError = thrown<TransportError>([&] { processX(worker); });
+    ASSERT_TRUE(processError);
+    EXPECT_TRUE(processError->timedOut()) << processError->what();
+    const auto transcribeError = thrown<TransportError>(
+        [&] { worker.transcribe(audioFile("a.wav"), "m", "ja", std::nullopt, 1.0); });
+    ASSERT_TRUE(transcribeError);
+    EXPECT_TRUE(transcribeError->timedOut()) << transcribeError->what();
     server.releaseAnswers();
 }
 
 TEST_F(WorkerAPIClientTest, ConnectionClosedWithoutAnswerIsATransportErrorNotATimeout) {
     RawHttpListener listener(RawHttpListener::Behaviour::closeWithoutAnswer);
-    try {
-        client(listener.url()).process("x", "verbatim", "voiceInput", {}, std::nullopt);
-        ADD_FAILURE() << "process did not fail";
-    } catch (const TransportError& error) {
-        EXPECT_EQ(error.kind(), TransportError::Kind::connectionLost) << error.what();
-        EXPECT_STRNE(error.what(), "");
-    }
+    const auto error = thrown<TransportError>([&] { processX(client(listener.url())); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind(), TransportError::Kind::connectionLost) << error->what();
+    EXPECT_STRNE(error->what(), "");
 }
 
 TEST_F(WorkerAPIClientTest, UnreadableAudioOrUnencodableTextFailsBeforeAnythingIsSent) {
     LoopbackHttpServer server;
     const WorkerAPIClient worker = client(server.url());
-    try {
-        worker.transcribe(folder_.path() / "missing.wav", "m", "ja", std::nullopt);
-        ADD_FAILURE() << "transcribe did not fail";
-    } catch (const FileError& error) {
-        EXPECT_NE(std::string(error.what()).find("missing.wav"), std::string::npos);
-    }
+    const auto error = thrown<FileError>(
+        [&] { worker.transcribe(folder_.path() / "missing.wav", "m", "ja", std::nullopt); });
+    ASSERT_TRUE(error);
+    EXPECT_NE(std::string(error->what()).find("missing.wav"), std::string::npos);
     EXPECT_THROW(worker.transcribe(folder_.path(), "m", "ja", std::nullopt, 1.0), FileError);
     EXPECT_THROW(worker.process("bad \xff text", "verbatim", "voiceInput", {}, std::nullopt),
                  EncodingError);
     // A token pasted with its line break must not smuggle in a header of its own.
-    EXPECT_THROW(client(server.url(), "t\r\nX-Admin: 1")
-                     .process("x", "verbatim", "voiceInput", {}, std::nullopt),
-                 EncodingError);
+    EXPECT_THROW(processX(client(server.url(), "t\r\nX-Admin: 1")), EncodingError);
     EXPECT_THROW(worker.process("x", "verbatim", "voiceInput", {}, std::nullopt, "id\nX: y"),
                  EncodingError);
     EXPECT_TRUE(server.requests().empty());

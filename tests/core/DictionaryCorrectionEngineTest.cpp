@@ -14,6 +14,7 @@
 
 #include "core/support/Error.h"
 #include "core/support/Unicode.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -136,13 +137,8 @@ TEST_F(DictionaryCorrectionEngineTest, HintsListCanonicalTextsInApplicationOrder
 
 TEST_F(DictionaryCorrectionEngineTest, ConstructionFailsWithTheStoreError) {
     store->failNextLoad = true;
-    try {
-        DictionaryCorrectionEngine engine(store);
-        FAIL() << "construction should fail";
-    } catch (const DecodingError& error) {
-        EXPECT_STREQ(error.what(),
-                     "/tmp/dictionary.json: element 0: missing required member \"id\"");
-    }
+    EXPECT_EQ(test::whatOf<DecodingError>([&] { DictionaryCorrectionEngine engine(store); }),
+              "/tmp/dictionary.json: element 0: missing required member \"id\"");
 }
 
 TEST_F(DictionaryCorrectionEngineTest, ReloadSwapsEntriesAndAFailedReloadKeepsTheOldOnes) {

@@ -13,6 +13,7 @@
 #include "core/support/Uuid.h"
 #include "tests/core/FileSizeLimit.h"
 #include "tests/core/TemporaryFolder.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -32,14 +33,8 @@ class JSONDictionaryStoreTest : public ::testing::Test {
     JSONDictionaryStore store{file,
                               [this](const std::filesystem::path& url) { saved.push_back(url); }};
 
-    std::string expectDecodingError() {
-        try {
-            store.loadEntries();
-        } catch (const DecodingError& error) {
-            return error.what();
-        }
-        ADD_FAILURE() << "loadEntries should fail";
-        return {};
+    std::string loadError() {
+        return test::whatOf<DecodingError>([&] { store.loadEntries(); });
     }
 };
 
@@ -73,18 +68,17 @@ TEST_F(JSONDictionaryStoreTest, SaveWritesAPrettyPrintedArrayAndCallsDidSaveOnce
 
 TEST_F(JSONDictionaryStoreTest, DamagedFilesFailNamingTheFileAndAreLeftAlone) {
     folder.write("dictionary.json", "[{]");
-    const std::string invalid = expectDecodingError();
+    const std::string invalid = loadError();
     EXPECT_TRUE(invalid.starts_with(file.string() + ": invalid JSON: ")) << invalid;
     EXPECT_EQ(contentsOf(file), "[{]");
 
     Json entries = Json::array({Json(tokyo()), Json(tokyo())});
     entries[1].erase("priority");
     folder.write("dictionary.json", entries.dump());
-    EXPECT_EQ(expectDecodingError(),
-              file.string() + ": element 1: missing required member \"priority\"");
+    EXPECT_EQ(loadError(), file.string() + ": element 1: missing required member \"priority\"");
 
     folder.write("dictionary.json", R"({"entries": []})");
-    EXPECT_EQ(expectDecodingError(), file.string() + ": expected an array, found object");
+    EXPECT_EQ(loadError(), file.string() + ": expected an array, found object");
     EXPECT_EQ(contentsOf(file), R"({"entries": []})");
     EXPECT_TRUE(saved.empty());
 }
@@ -193,14 +187,9 @@ TEST_F(JSONDictionaryStoreTest, FolderFifoOrDeviceIsRefusedWithAClearError) {
         {file, "is not a regular file"},
         {"/dev/zero", "is not a regular file"}};
     for (const auto& [path, reason] : cases) {
-        try {
-            JSONDictionaryStore(path).loadEntries();
-            ADD_FAILURE() << path << " was read";
-        } catch (const FileError& error) {
-            EXPECT_NE(std::string(error.what()).find(path.string() + "\" " + reason),
-                      std::string::npos)
-                << error.what();
-        }
+        const std::string error =
+            test::whatOf<FileError>([&] { JSONDictionaryStore(path).loadEntries(); });
+        EXPECT_NE(error.find(path.string() + "\" " + reason), std::string::npos) << error;
     }
 }
 

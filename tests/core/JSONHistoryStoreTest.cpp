@@ -14,6 +14,7 @@
 #include "core/support/Uuid.h"
 #include "tests/core/FileSizeLimit.h"
 #include "tests/core/TemporaryFolder.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -113,14 +114,9 @@ TEST_F(JSONHistoryStoreTest, RecentItemsReturnsTheNewestAndReportsDamage) {
     Json damaged = Json(ten);
     damaged[4]["result"].erase("finalText");
     folder.write("history.json", damaged.dump());
-    try {
-        store.recentItems(3);
-        FAIL() << "recentItems should fail";
-    } catch (const DecodingError& error) {
-        EXPECT_EQ(std::string(error.what()),
-                  file.string() +
-                      ": element 4: member \"result\": missing required member \"finalText\"");
-    }
+    EXPECT_EQ(
+        test::whatOf<DecodingError>([&] { store.recentItems(3); }),
+        file.string() + ": element 4: member \"result\": missing required member \"finalText\"");
     EXPECT_THROW(store.recentItems(0), DecodingError);
     folder.write("history.json", "[");
     EXPECT_THROW(store.recentItems(1), DecodingError);
@@ -198,14 +194,9 @@ TEST_F(JSONHistoryStoreTest, FifoAtTheHistoryPathIsRefusedNotWaitedOn) {
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
     for (const auto& attempt : {std::function<void()>([&] { store.appendItem(item(1)); }),
                                 std::function<void()>([&] { store.recentItems(1); })}) {
-        try {
-            attempt();
-            ADD_FAILURE() << "a FIFO was accepted";
-        } catch (const FileError& error) {
-            EXPECT_NE(std::string(error.what()).find(file.string()), std::string::npos);
-            EXPECT_NE(std::string(error.what()).find("not a regular file"), std::string::npos)
-                << error.what();
-        }
+        const std::string error = test::whatOf<FileError>(attempt);
+        EXPECT_NE(error.find(file.string() + "\" is not a regular file"), std::string::npos)
+            << error;
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace kelvo::test {
@@ -15,6 +16,13 @@ std::optional<Exception> thrown(Operation&& operation) {
         return error;
     }
     return std::nullopt;
+}
+
+/// The description of the `Exception` that `operation` throws, or "<no error>".
+template <typename Exception, typename Operation>
+std::string whatOf(Operation&& operation) {
+    const auto error = thrown<Exception>(std::forward<Operation>(operation));
+    return error ? error->what() : "<no error>";
 }
 
 }  // namespace kelvo::test

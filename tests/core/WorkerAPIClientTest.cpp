@@ -6,11 +6,13 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/services/APIError.h"
 #include "core/services/TransportError.h"
 #include "core/support/Error.h"
 #include "core/support/Uuid.h"
+#include "tests/core/AudioFileProbe.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/support/LoopbackHttpServer.h"
 #include "tests/support/RawHttpListener.h"
@@ -26,31 +28,6 @@ using test::thrown;
 
 // Bytes that a careless multipart writer would mangle: a NUL, a CR LF and a fake boundary.
 const std::string kAudioBytes = std::string("RIFF\0\x01\xff", 7) + "\r\n--Kelvo-\r\n";
-
-void putLittleEndian(std::string& out, std::uint32_t value, int bytes) {
-    for (int i = 0; i < bytes; ++i) {
-        out += static_cast<char>((value >> (8 * i)) & 0xFF);
-    }
-}
-
-/// The bytes of a canonical 16-bit mono PCM WAV file of silence.
-std::string pcmWav(std::uint32_t sampleRate, std::uint32_t frames) {
-    const std::uint32_t dataBytes = frames * 2;
-    std::string wav = "RIFF";
-    putLittleEndian(wav, 36 + dataBytes, 4);
-    wav += "WAVEfmt ";
-    putLittleEndian(wav, 16, 4);
-    putLittleEndian(wav, 1, 2);  // PCM
-    putLittleEndian(wav, 1, 2);  // mono
-    putLittleEndian(wav, sampleRate, 4);
-    putLittleEndian(wav, sampleRate * 2, 4);
-    putLittleEndian(wav, 2, 2);
-    putLittleEndian(wav, 16, 2);
-    wav += "data";
-    putLittleEndian(wav, dataBytes, 4);
-    wav.append(dataBytes, '\0');
-    return wav;
-}
 
 void processX(const WorkerAPIClient& worker) {
     worker.process("x", "verbatim", "voiceInput", {}, std::nullopt);
@@ -189,7 +166,8 @@ TEST_F(WorkerAPIClientTest, RequestIdIsTheCallersOrAFreshUpperCaseUuidAndEmptySe
 TEST_F(WorkerAPIClientTest, DurationHeaderHasThreeDecimalsAndIsMeasuredWhenNotGiven) {
     LoopbackHttpServer server;
     const WorkerAPIClient worker = client(server.url());
-    const fs::path wav = audioFile("take.wav", pcmWav(50000, 61728));  // 1.23456 s
+    const fs::path wav = folder_.path() / "take.wav";
+    testing::writeWav(wav, 50000, std::vector<std::int16_t>(61728));  // 1.23456 s of silence
 
     worker.transcribe(wav, "m", "ja", {}, 2.5);
     worker.transcribe(wav, "m", "ja", {});

@@ -58,15 +58,12 @@ TEST(DictionaryEntryJson, MissingOrMistypedRequiredMembersFail) {
     nullNote["note"] = nullptr;
     EXPECT_EQ(nullNote.get<DictionaryEntry>().note, std::nullopt);
 
-    Json fractional = sampleEntry();
-    fractional["priority"] = 2.5;
-    EXPECT_THROW(fractional.get<DictionaryEntry>(), DecodingError);
-    Json numericFlag = sampleEntry();
-    numericFlag["enabled"] = 1;
-    EXPECT_THROW(numericFlag.get<DictionaryEntry>(), DecodingError);
-    Json badId = sampleEntry();
-    badId["id"] = "not-a-uuid";
-    EXPECT_THROW(badId.get<DictionaryEntry>(), DecodingError);
+    for (const auto& [key, value] :
+         {std::pair<const char*, Json>{"priority", 2.5}, {"enabled", 1}, {"id", "not-a-uuid"}}) {
+        Json mistyped = sampleEntry();
+        mistyped[key] = value;
+        EXPECT_THROW(mistyped.get<DictionaryEntry>(), DecodingError) << key;
+    }
 
     Json lowerId = sampleEntry();
     lowerId["id"] = "3f2504e0-4f89-11d3-9a0c-0305e82c3301";

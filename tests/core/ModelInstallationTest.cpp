@@ -17,6 +17,7 @@
 #include "core/services/ModelInstallationError.h"
 #include "core/services/ModelInventory.h"
 #include "core/support/Error.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -71,15 +72,12 @@ class ModelInstallationTest : public ::testing::Test {
     // Runs an installation and returns the error kind it threw, if any.
     static std::optional<Kind> install(const ModelInventory& models, const ModelCatalogEntry& e,
                                        std::string* message = nullptr) {
-        try {
-            ModelInstallation(models, e).run();
-            return std::nullopt;
-        } catch (const ModelInstallationError& error) {
-            if (message) {
-                *message = error.what();
-            }
-            return error.kind();
+        const auto error =
+            test::thrown<ModelInstallationError>([&] { ModelInstallation(models, e).run(); });
+        if (error && message) {
+            *message = error->what();
         }
+        return error ? std::optional(error->kind()) : std::nullopt;
     }
 
     void expectNothingInstalled(const ModelInventory& models, const ModelCatalogEntry& e) const {

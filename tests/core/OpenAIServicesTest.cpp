@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 #include <memory>
 
 #include "core/models/EnumNames.h"
@@ -11,6 +10,7 @@
 #include "core/support/Uuid.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/support/LoopbackHttpServer.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -109,20 +109,14 @@ TEST_F(OpenAITranscriptionServiceTest, ClientErrorsPassThroughUnchanged) {
     server.answer(403, "forbidden");
     OpenAITranscriptionService transcription(clientFor(server), "m");
     OpenAITextProcessingService processing(clientFor(server));
-    for (const auto& call : std::vector<std::function<void()>>{
-             [&] {
-                 transcription.transcribe(audio_, {"ja", std::nullopt, {}});
-             },
-             [&] {
-                 processing.process({"t", SummaryLevel::cleanup, ProcessingMode::cleanup, {}, {}});
-             }}) {
-        try {
-            call();
-            ADD_FAILURE() << "the call did not fail";
-        } catch (const APIError& error) {
-            EXPECT_STREQ(error.what(), "API error (403): forbidden");
-        }
-    }
+    EXPECT_EQ(test::whatOf<APIError>([&] {
+                  transcription.transcribe(audio_, {"ja", std::nullopt, {}});
+              }),
+              "API error (403): forbidden");
+    EXPECT_EQ(test::whatOf<APIError>([&] {
+                  processing.process({"t", SummaryLevel::cleanup, ProcessingMode::cleanup, {}, {}});
+              }),
+              "API error (403): forbidden");
 }
 
 }  // namespace

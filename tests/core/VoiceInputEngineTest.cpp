@@ -9,6 +9,7 @@
 
 #include "core/engines/LocalPlaceholderTextProcessingService.h"
 #include "core/support/Error.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -176,15 +177,8 @@ TEST_F(VoiceInputEngineTest, SecondPassRestoresSpellingsAndIdsOfBothPassesAreKep
 }
 
 TEST_F(VoiceInputEngineTest, CollaboratorFailuresPassThroughAndRecordNothing) {
-    const auto failureOf = [&](const VoiceInputRequest& request) -> std::string {
-        try {
-            engine.process(request);
-        } catch (const ServiceFailure& error) {
-            return error.what();
-        } catch (const FileError& error) {
-            return error.what();
-        }
-        return "<no failure>";
+    const auto failureOf = [&](const VoiceInputRequest& request) {
+        return test::whatOf<ServiceFailure>([&] { engine.process(request); });
     };
     transcription->failure = "Transcription failed: 503";
     EXPECT_EQ(failureOf(audioRequest(SummaryLevel::cleanup)), "Transcription failed: 503");
@@ -194,7 +188,8 @@ TEST_F(VoiceInputEngineTest, CollaboratorFailuresPassThroughAndRecordNothing) {
     EXPECT_TRUE(history->appended.empty());
 
     history->fail = true;
-    EXPECT_EQ(failureOf(textRequest("とうきょう", SummaryLevel::verbatim)),
+    EXPECT_EQ(test::whatOf<FileError>(
+                  [&] { engine.process(textRequest("とうきょう", SummaryLevel::verbatim)); }),
               "Could not replace \"/data/history.json\": No space left on device");
 }
 

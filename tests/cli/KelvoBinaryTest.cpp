@@ -331,9 +331,7 @@ TEST_F(KelvoBinary, DictionaryEntriesAreAddedAndRemovedByID) {
     EXPECT_EQ(listed[1], (DictionaryEntry{second, "東京", {}, {}, "", 50, true, std::nullopt}));
 
     std::string lowerCase = entry.id;
-    for (char& c : lowerCase) {
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
+    std::transform(lowerCase.begin(), lowerCase.end(), lowerCase.begin(), ::tolower);
     const Outcome removed = kelvo({"dictionary", "remove", lowerCase});
     EXPECT_EQ(removed.status, 0) << removed.errors;
     EXPECT_EQ(removed.output, "");

@@ -100,19 +100,24 @@ void expectFileNotFound(AudioRecorderService& service) {
 
 // --- state rules (scripted sources) ------------------------------------------------------------
 
-TEST(AudioRecorderServiceRules, RemovedFileFailsFileNotFoundAndLeavesTheServiceIdle) {
-    RecorderTestFolder folder;
-    EventCounter drained;
-    AudioRecorderService service(finiteSources(3200, drained));
-    service.startRecording();
-    drained.waitFor(1);
-    const std::vector<std::string> names = folder.fileNames();
-    ASSERT_EQ(names.size(), 1u);
-    std::filesystem::remove(folder.path() / names[0]);
-
-    expectFileNotFound(service);
-    expectNotRecording(service);
-    EXPECT_TRUE(folder.fileNames().empty());
+// A recording whose file was removed, and one without audio (whose file is discarded).
+TEST(AudioRecorderServiceRules, RemovedOrEmptyRecordingFailsFileNotFoundAndLeavesNoFile) {
+    for (const std::size_t sampleCount : {3200, 0}) {
+        SCOPED_TRACE(sampleCount);
+        RecorderTestFolder folder;
+        EventCounter drained;
+        AudioRecorderService service(finiteSources(sampleCount, drained));
+        service.startRecording();
+        drained.waitFor(1);
+        const std::vector<std::string> names = folder.fileNames();
+        ASSERT_EQ(names.size(), 1u);
+        if (sampleCount > 0) {
+            std::filesystem::remove(folder.path() / names[0]);
+        }
+        expectFileNotFound(service);
+        expectNotRecording(service);
+        EXPECT_TRUE(folder.fileNames().empty());
+    }
 }
 
 TEST(AudioRecorderServiceRules, EachStoppedRecordingIsANewUuidNamedFileInTheTemporaryFolder) {
@@ -141,17 +146,6 @@ TEST(AudioRecorderServiceRules, EachStoppedRecordingIsANewUuidNamedFileInTheTemp
     EXPECT_EQ(folder.fileNames().size(), 2u) << "the caller deletes recordings, not the service";
     EXPECT_EQ(service.lastRecordingSampleCount(), 3200);
     EXPECT_NEAR(testing::probeAudioFile(second).durationSeconds, 0.2, 1024.0 / 16000);
-}
-
-TEST(AudioRecorderServiceRules, RecordingWithoutAudioIsDiscarded) {
-    RecorderTestFolder folder;
-    EventCounter drained;
-    AudioRecorderService service(finiteSources(0, drained));
-    service.startRecording();
-    drained.waitFor(1);
-    expectFileNotFound(service);
-    EXPECT_TRUE(folder.fileNames().empty());
-    expectNotRecording(service);
 }
 
 TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <optional>
 #include <string>
@@ -27,24 +26,7 @@ namespace fs = std::filesystem;
 
 using Outcome = test::KelvoProcess::Outcome;
 
-/// Runs `kelvo` with `arguments` in `workingFolder`, feeding `input` on standard input.
-Outcome runKelvo(const std::vector<std::string>& arguments, const std::string& input,
-                 const std::map<std::string, std::string>& environment,
-                 const fs::path& workingFolder) {
-    std::vector<std::string> environmentTexts;
-    for (const auto& [name, value] : environment) {
-        environmentTexts.push_back(name + "=" + value);
-    }
-    return test::KelvoProcess(KELVO_BINARY, arguments, environmentTexts, input, workingFolder)
-        .finish();
-}
-
 using testing::contentsOf;
-
-void writeFile(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
 
 /// A pipeline result as `kelvo process` prints it.
 const char* const kSavedResult = R"({
@@ -67,13 +49,17 @@ class KelvoBinary : public ::testing::Test {
                        {"PATH", "/usr/bin:/bin"}};
     }
 
+    /// Runs `kelvo` in the work folder with only `environment`, feeding `input`.
     Outcome kelvo(const std::vector<std::string>& arguments, const std::string& input = "") {
-        return runKelvo(arguments, input, environment, root / "work");
+        std::vector<std::string> texts;
+        for (const auto& [name, value] : environment) {
+            texts.push_back(name + "=" + value);
+        }
+        return test::KelvoProcess(KELVO_BINARY, arguments, texts, input, root / "work").finish();
     }
 
-    fs::path appFolder() const { return root / "data" / "KelvoVoiceMac"; }
-    fs::path defaultDictionary() const { return appFolder() / "dictionary.json"; }
-    fs::path defaultHistory() const { return appFolder() / "history.json"; }
+    fs::path defaultDictionary() const { return root / "data/KelvoVoiceMac/dictionary.json"; }
+    fs::path defaultHistory() const { return root / "data/KelvoVoiceMac/history.json"; }
 
     /// Adds an entry through the tool and returns its identifier.
     std::string addEntry(const std::vector<std::string>& options) {
@@ -211,7 +197,7 @@ TEST_F(KelvoBinary, DefaultFilesLiveInTheXdgDataHomeWhichIsCreatedOnlyOnWrite) {
 
 TEST_F(KelvoBinary, ADamagedDictionaryIsReportedAndNeverOverwritten) {
     const std::string damaged = "[{\"id\": \"3F2504E0-4F89-11D3-9A0C-0305E82C3301\",";
-    writeFile(defaultDictionary(), damaged);
+    folder.write(defaultDictionary(), damaged);
     const std::vector<std::vector<std::string>> commandLines{
         {"correct", "とうきょう"},
         {"hints"},
@@ -292,7 +278,7 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
     EXPECT_EQ(unwritable.errors.find('\n'), unwritable.errors.size() - 1) << unwritable.errors;
 
     // A damaged history cannot be listed; the failure names the file.
-    writeFile(history, "not json");
+    folder.write(history, "not json");
     const Outcome damaged = kelvo({"history", "--history", history});
     EXPECT_EQ(damaged.status, 1);
     EXPECT_TRUE(damaged.errors.starts_with("kelvo: " + history + ": ")) << damaged.errors;
@@ -425,9 +411,9 @@ TEST_F(KelvoBinary, SaveFailureExitsWithOneAndPrintsTheFailedResult) {
 
 TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
     const fs::path vault = root / "vault";
-    writeFile(vault / "note.md", "---\ntitle: \"二\"\n---\nSee [[Plan|plan]]");
-    writeFile(vault / "projects" / "plan.markdown", "plan");
-    writeFile(root / "secret.md", "outside");
+    folder.write(vault / "note.md", "---\ntitle: \"二\"\n---\nSee [[Plan|plan]]");
+    folder.write(vault / "projects" / "plan.markdown", "plan");
+    folder.write(root / "secret.md", "outside");
     // One date for all, so that names decide the order.
     for (const fs::path& item : {vault / "projects", vault / "projects" / "plan.markdown"}) {
         fs::last_write_time(item, fs::last_write_time(vault / "note.md"));
@@ -450,7 +436,7 @@ TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
     EXPECT_EQ(outside.errors, "kelvo: 見つかりません: ../secret.md\n");
 
     // A name chosen to drive the terminal is shown with its control characters escaped.
-    writeFile(vault / "bell\x07\x1b[2J.md", "x");
+    folder.write(vault / "bell\x07\x1b[2J.md", "x");
     const std::string shown = kelvo({"vault", "list", "--folder", vault.string()}).output;
     EXPECT_NE(shown.find("bell\\x07\\x1B[2J.md\n"), std::string::npos) << shown;
     EXPECT_EQ(shown.find('\x1b'), std::string::npos);

@@ -202,11 +202,5 @@ TEST_F(BookmarkManagerTest, ConcurrentSavesOfDifferentKeysAreAllKept) {
     }
 }
 
-// The other two descriptions are shown by the failures above.
-TEST(BookmarkManagerError, AccessDeniedDescriptionIsExact) {
-    EXPECT_STREQ(BookmarkManager::Error::securityScopedAccessDenied("/home/a/Vault").what(),
-                 "Unable to access security-scoped resource: /home/a/Vault");
-}
-
 }  // namespace
 }  // namespace kelvo

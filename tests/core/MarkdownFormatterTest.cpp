@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "core/engines/PlainTextFormatter.h"
-
 namespace kelvo {
 namespace {
 
@@ -157,12 +155,6 @@ TEST(MarkdownFormatter, TodoListBoxesEveryNonEmptyLine) {
     EXPECT_EQ(MarkdownFormatter::todoList("\n \n"), "");
     EXPECT_EQ(MarkdownFormatter::body("a\nb", ProcessingMode::markdown), "a\nb");
     EXPECT_EQ(MarkdownFormatter::body("a\nb", ProcessingMode::todo), "- [ ] a\n- [ ] b");
-}
-
-TEST(PlainTextFormatter, GivesTheFinalTextUnchanged) {
-    VoiceInputResult value = result("  最終\n");
-    value.processedText = "other";
-    EXPECT_EQ(PlainTextFormatter::format(value), "  最終\n");
 }
 
 }  // namespace

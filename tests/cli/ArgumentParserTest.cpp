@@ -7,6 +7,7 @@
 
 #include "core/models/DictionaryScope.h"
 #include "core/models/SummaryLevel.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo::cli {
 namespace {
@@ -16,12 +17,7 @@ ParsedArguments parse(const ArgumentParser& parser, std::vector<std::string> arg
 }
 
 std::string usageErrorOf(const ArgumentParser& parser, std::vector<std::string> arguments) {
-    try {
-        parser.parse(arguments);
-    } catch (const UsageError& error) {
-        return error.what();
-    }
-    return "(no error)";
+    return test::whatOf<UsageError>([&] { parser.parse(arguments); });
 }
 
 ArgumentParser sampleParser() {
@@ -84,14 +80,11 @@ TEST(ParsedArguments, CountsAreNonNegativeDecimalIntegers) {
     EXPECT_EQ(parse(parser, {"--limit", "0"}).count("--limit"), 0u);
     EXPECT_EQ(parse(parser, {"--limit", "20"}).count("--limit"), 20u);
     for (const char* bad : {"-1", "+3", "1.5", "abc", "", " 3", "3 ", "99999999999999999999"}) {
-        try {
-            parse(parser, {"--limit", bad}).count("--limit");
-            ADD_FAILURE() << "accepted '" << bad << "'";
-        } catch (const UsageError& error) {
-            EXPECT_EQ(std::string(error.what()), std::string("invalid value '") + bad +
-                                                     "' for --limit (expected a non-negative "
-                                                     "integer)");
-        }
+        EXPECT_EQ(test::whatOf<UsageError>([&] {
+                      parse(parser, {"--limit", bad}).count("--limit");
+                  }),
+                  std::string("invalid value '") + bad +
+                      "' for --limit (expected a non-negative integer)");
     }
 }
 
@@ -110,13 +103,10 @@ TEST(ParsedArguments, EnumerationValuesAreExactCaseNames) {
     EXPECT_EQ(parse(parser, {"--level", "bulletsOrTodo"}).enumeration<SummaryLevel>("--level"),
               SummaryLevel::bulletsOrTodo);
     EXPECT_EQ(parse(parser, {}).enumeration<SummaryLevel>("--level"), std::nullopt);
-    try {
-        parse(parser, {"--scope", "All"}).enumeration<DictionaryScope>("--scope");
-        ADD_FAILURE() << "accepted 'All'";
-    } catch (const UsageError& error) {
-        EXPECT_STREQ(error.what(),
-                     "invalid value 'All' for --scope (expected all|userOnly|disabled)");
-    }
+    EXPECT_EQ(test::whatOf<UsageError>([&] {
+                  parse(parser, {"--scope", "All"}).enumeration<DictionaryScope>("--scope");
+              }),
+              "invalid value 'All' for --scope (expected all|userOnly|disabled)");
     // Levels are stored as integers, but the command line takes names only.
     EXPECT_THROW(parse(parser, {"--level", "5"}).enumeration<SummaryLevel>("--level"), UsageError);
 }

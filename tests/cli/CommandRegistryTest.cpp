@@ -84,33 +84,25 @@ TEST_F(CommandRegistryTest, FailureDiscardsOutputAndReportsOneLine) {
 }
 
 TEST_F(CommandRegistryTest, UsageErrorsExitTwoWithReasonAndUsageLine) {
-    const Outcome unknownOption = run({"echo", "--lower", "x"});
-    EXPECT_EQ(unknownOption.status, 2);
-    EXPECT_EQ(unknownOption.output, "");
-    EXPECT_EQ(unknownOption.errors,
-              "kelvo: unknown option '--lower'\nusage: kelvo echo [--upper] [TEXT]\n");
-
-    const Outcome fromCommand = run({"group", "first", "--value", "bad"});
-    EXPECT_EQ(fromCommand.status, 2);
-    EXPECT_EQ(fromCommand.output, "");
-    EXPECT_EQ(fromCommand.errors,
-              "kelvo: invalid value 'bad' for --value\nusage: kelvo group first --value V\n");
-
-    const Outcome unknownCommand = run({"nonsense"});
-    EXPECT_EQ(unknownCommand.status, 2);
-    EXPECT_EQ(unknownCommand.errors,
-              "kelvo: unknown command 'nonsense'\n"
-              "usage: kelvo <command> [options] (see 'kelvo help')\n");
-
-    EXPECT_EQ(run({}).errors,
-              "kelvo: missing command\nusage: kelvo <command> [options] (see 'kelvo help')\n");
-
-    const Outcome unknownMember = run({"group", "third"});
-    EXPECT_EQ(unknownMember.status, 2);
-    EXPECT_EQ(unknownMember.errors,
-              "kelvo: unknown group command 'third'\n"
-              "usage: kelvo group first --value V\nusage: kelvo group second\n");
-    EXPECT_EQ(run({"group"}).errors.substr(0, 29), "kelvo: missing group command\n");
+    const std::string general = "usage: kelvo <command> [options] (see 'kelvo help')\n";
+    const std::string group = "usage: kelvo group first --value V\nusage: kelvo group second\n";
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"echo", "--lower", "x"},
+         "kelvo: unknown option '--lower'\nusage: kelvo echo [--upper] [TEXT]\n"},
+        {{"group", "first", "--value", "bad"},
+         "kelvo: invalid value 'bad' for --value\nusage: kelvo group first --value V\n"},
+        {{"nonsense"}, "kelvo: unknown command 'nonsense'\n" + general},
+        {{}, "kelvo: missing command\n" + general},
+        {{"group", "third"}, "kelvo: unknown group command 'third'\n" + group},
+        {{"group"}, "kelvo: missing group command\n" + group},
+    };
+    for (const auto& [arguments, errors] : cases) {
+        SCOPED_TRACE(errors);
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(outcome.output, "");
+        EXPECT_EQ(outcome.errors, errors);
+    }
 }
 
 TEST_F(CommandRegistryTest, HelpGoesToStandardOutputWithExitZero) {

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <optional>
 #include <string>
@@ -27,24 +26,18 @@ namespace fs = std::filesystem;
 
 using Outcome = test::KelvoProcess::Outcome;
 
-/// Runs `kelvo` with `arguments` in `workingFolder`, feeding `input` on standard input.
-Outcome runKelvo(const std::vector<std::string>& arguments, const std::string& input,
-                 const std::map<std::string, std::string>& environment,
-                 const fs::path& workingFolder) {
-    std::vector<std::string> environmentTexts;
-    for (const auto& [name, value] : environment) {
-        environmentTexts.push_back(name + "=" + value);
-    }
-    return test::KelvoProcess(KELVO_BINARY, arguments, environmentTexts, input, workingFolder)
-        .finish();
-}
-
 using testing::contentsOf;
 
-void writeFile(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
+/// A pipeline result as `kelvo process` prints it.
+const char* const kSavedResult = R"({
+  "rawTranscript": "ぎじろく。来週までに資料",
+  "correctedText": "議事録。来週までに資料",
+  "processedText": "議事録。来週までに資料",
+  "finalText": "議事録 2/3。来週までに資料",
+  "summaryLevel": 1,
+  "processingMode": "cleanup",
+  "usedDictionaryEntryIDs": []
+})";
 
 class KelvoBinary : public ::testing::Test {
   protected:
@@ -56,13 +49,17 @@ class KelvoBinary : public ::testing::Test {
                        {"PATH", "/usr/bin:/bin"}};
     }
 
+    /// Runs `kelvo` in the work folder with only `environment`, feeding `input`.
     Outcome kelvo(const std::vector<std::string>& arguments, const std::string& input = "") {
-        return runKelvo(arguments, input, environment, root / "work");
+        std::vector<std::string> texts;
+        for (const auto& [name, value] : environment) {
+            texts.push_back(name + "=" + value);
+        }
+        return test::KelvoProcess(KELVO_BINARY, arguments, texts, input, root / "work").finish();
     }
 
-    fs::path appFolder() const { return root / "data" / "KelvoVoiceMac"; }
-    fs::path defaultDictionary() const { return appFolder() / "dictionary.json"; }
-    fs::path defaultHistory() const { return appFolder() / "history.json"; }
+    fs::path defaultDictionary() const { return root / "data/KelvoVoiceMac/dictionary.json"; }
+    fs::path defaultHistory() const { return root / "data/KelvoVoiceMac/history.json"; }
 
     /// Adds an entry through the tool and returns its identifier.
     std::string addEntry(const std::vector<std::string>& options) {
@@ -100,20 +97,24 @@ TEST_F(KelvoBinary, ExitStatusTellsSuccessFailureAndUsageErrorApart) {
     EXPECT_EQ(help.status, 0);
     EXPECT_TRUE(help.output.starts_with("usage: kelvo <command>")) << help.output;
     EXPECT_EQ(help.errors, "");
-    EXPECT_EQ(kelvo({"help"}).output, help.output);
 }
 
-TEST_F(KelvoBinary, UnknownEnumerationValuesAreUsageErrorsThatWriteNothing) {
+TEST_F(KelvoBinary, CommandRulesBrokenOnTheCommandLineAreUsageErrorsThatWriteNothing) {
     // How each value is parsed is the parser's test; these are rules of the commands themselves.
     const std::vector<std::vector<std::string>> commandLines{
         {"process", "--text", "x", "--audio", "a.m4a"},
         {"history", "--limit", "-1"},
         {"dictionary", "add", "--reading", "とうきょう"},
         {"dictionary", "rename"},
+        {"dictionary", "remove"},
+        {"prompt", "--level", "verbatim"},
+        {"save", "--folder", "vault", "--policy", "replace"},
+        {"vault", "list"},
     };
     for (const auto& arguments : commandLines) {
+        SCOPED_TRACE(arguments[0] + " " + arguments[1]);
         const Outcome run = kelvo(arguments);
-        EXPECT_EQ(run.status, 2) << arguments[0] << " " << arguments[1];
+        EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.output, "");
         EXPECT_NE(run.errors.find("\nusage: kelvo "), std::string::npos) << run.errors;
     }
@@ -128,6 +129,7 @@ TEST_F(KelvoBinary, UnknownEnumerationValuesAreUsageErrorsThatWriteNothing) {
         << errors;
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 2) << errors;
     EXPECT_FALSE(fs::exists(root / "data")) << "a usage error created the data folder";
+    EXPECT_FALSE(fs::exists(root / "work" / "vault"));
 }
 
 TEST_F(KelvoBinary, TextComesWholeFromStandardInputAndLeavesWithOneLineFeed) {
@@ -136,28 +138,20 @@ TEST_F(KelvoBinary, TextComesWholeFromStandardInputAndLeavesWithOneLineFeed) {
     const Outcome corrected = kelvo({"correct"}, input);
     EXPECT_EQ(corrected.status, 0) << corrected.errors;
     EXPECT_EQ(corrected.output, input + "\n");
-
     EXPECT_EQ(kelvo({"correct"}).output, "\n");
     // A positional TEXT wins; standard input is then not read.
     EXPECT_EQ(kelvo({"normalize", "ＡＢＣ１２３　ｘ"}, "ignored").output, "ABC123 x\n");
-    EXPECT_EQ(kelvo({"normalize"}, "　テスト　").output, "テスト\n");
-    // Only "--" starts an option, so a todo line can be passed as it is.
-    EXPECT_EQ(kelvo({"todo", "- 牛乳"}).output, "- [ ] 牛乳\n");
-    EXPECT_EQ(kelvo({"todo"}, "買い物\n- 牛乳\n* パン\n- [x] 済み\n").output,
-              "- [ ] 買い物\n- [ ] 牛乳\n- [ ] パン\n- [x] 済み\n");
-    EXPECT_EQ(kelvo({"todo", "--", "--x"}).output, "- [ ] --x\n");
+    EXPECT_EQ(kelvo({"todo"}, "買い物\n- 牛乳\n").output, "- [ ] 買い物\n- [ ] 牛乳\n");
 
     // Large input arrives whole.
     std::string large;
+    std::string expected;
     for (int i = 0; i < 20000; ++i) {
         large += "えーと東京の会議。\n";
+        expected += "東京の会議。\n";
     }
     const Outcome fillers = kelvo({"fillers"}, large);
     EXPECT_EQ(fillers.status, 0);
-    std::string expected;
-    for (int i = 0; i < 20000; ++i) {
-        expected += "東京の会議。\n";
-    }
     EXPECT_TRUE(fillers.output == expected + "\n") << fillers.output.size() << " bytes";
 
     // Text that is not UTF-8 is refused, as the JSON commands refuse it, never passed through.
@@ -170,30 +164,22 @@ TEST_F(KelvoBinary, TextComesWholeFromStandardInputAndLeavesWithOneLineFeed) {
 }
 
 TEST_F(KelvoBinary, DefaultFilesLiveInTheXdgDataHomeWhichIsCreatedOnlyOnWrite) {
-    const Outcome read = kelvo({"correct", "とうきょう"});
-    EXPECT_EQ(read.status, 0);
-    EXPECT_FALSE(fs::exists(root / "data")) << "a read created the data folder";
+    EXPECT_EQ(kelvo({"correct", "とうきょう"}).status, 0);
     EXPECT_EQ(kelvo({"dictionary", "list"}).output, "[]\n");
     EXPECT_EQ(kelvo({"history"}).output, "[]\n");
-    EXPECT_FALSE(fs::exists(root / "data"));
+    EXPECT_FALSE(fs::exists(root / "data")) << "a read created the data folder";
 
     addEntry({"--canonical", "東京", "--reading", "とうきょう"});
     EXPECT_TRUE(fs::exists(defaultDictionary()));
     EXPECT_EQ(kelvo({"correct", "とうきょうへ"}).output, "東京へ\n");
-
     EXPECT_EQ(kelvo({"process", "--text", "とうきょう"}).status, 0);
     EXPECT_TRUE(fs::exists(defaultHistory()));
 
     // Without XDG_DATA_HOME the folder is ~/.local/share.
     environment.erase("XDG_DATA_HOME");
     addEntry({"--canonical", "大阪"});
-    const fs::path homeDictionary =
-        root / "home" / ".local" / "share" / "KelvoVoiceMac" / "dictionary.json";
-    ASSERT_TRUE(fs::exists(homeDictionary));
-    const auto entries =
-        Json::parse(contentsOf(homeDictionary)).get<std::vector<DictionaryEntry>>();
-    ASSERT_EQ(entries.size(), 1u);
-    EXPECT_EQ(entries[0].canonicalText, "大阪");
+    const fs::path homeFolder = root / "home" / ".local" / "share" / "KelvoVoiceMac";
+    EXPECT_NE(contentsOf(homeFolder / "dictionary.json").find("大阪"), std::string::npos);
 
     // Explicit paths are used as given, relative to the working folder.
     const Outcome explicitAdd =
@@ -203,16 +189,15 @@ TEST_F(KelvoBinary, DefaultFilesLiveInTheXdgDataHomeWhichIsCreatedOnlyOnWrite) {
 
     // The default history stays in the data folder even beside another dictionary, so that
     // `kelvo history` (which has no --dictionary) lists what process recorded.
-    const fs::path homeHistory = homeDictionary.parent_path() / "history.json";
     EXPECT_EQ(kelvo({"process", "--text", "x", "--dictionary", "sub/dir/d.json"}).status, 0);
     EXPECT_FALSE(fs::exists(root / "work" / "sub" / "dir" / "history.json"));
     EXPECT_EQ(Json::parse(kelvo({"history"}).output).size(), 1u);
-    EXPECT_TRUE(fs::exists(homeHistory));
+    EXPECT_TRUE(fs::exists(homeFolder / "history.json"));
 }
 
 TEST_F(KelvoBinary, ADamagedDictionaryIsReportedAndNeverOverwritten) {
     const std::string damaged = "[{\"id\": \"3F2504E0-4F89-11D3-9A0C-0305E82C3301\",";
-    writeFile(defaultDictionary(), damaged);
+    folder.write(defaultDictionary(), damaged);
     const std::vector<std::vector<std::string>> commandLines{
         {"correct", "とうきょう"},
         {"hints"},
@@ -231,29 +216,12 @@ TEST_F(KelvoBinary, ADamagedDictionaryIsReportedAndNeverOverwritten) {
         EXPECT_EQ(contentsOf(defaultDictionary()), damaged);
     }
     EXPECT_FALSE(fs::exists(defaultHistory())) << "process wrote history despite the failure";
-
-    // A well-formed entry that lacks a required member fails too, naming the file and member.
-    const std::string missingPriority = R"([
-  {
-    "id": "3F2504E0-4F89-11D3-9A0C-0305E82C3301",
-    "canonicalText": "東京",
-    "readings": [],
-    "commonMisrecognitions": [],
-    "replacementText": "",
-    "enabled": true
-  }
-])";
-    const fs::path explicitFile = root / "work" / "partial.json";
-    writeFile(explicitFile, missingPriority);
-    const Outcome run = kelvo({"correct", "--dictionary", explicitFile.string(), "東京"});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_TRUE(run.errors.starts_with("kelvo: " + explicitFile.string() + ": ")) << run.errors;
-    EXPECT_NE(run.errors.find("\"priority\""), std::string::npos) << run.errors;
-    EXPECT_EQ(contentsOf(explicitFile), missingPriority);
 }
 
-TEST_F(KelvoBinary, JsonOutputIsPrettyWithRecordKeysAndUnescapedJapanese) {
+TEST_F(KelvoBinary, CorrectAndHintsFollowTheScopeAndPrintJsonWithRecordKeys) {
+    EXPECT_EQ(kelvo({"hints"}).output, "");
     const std::string id = addEntry({"--canonical", "東京", "--reading", "とうきょう"});
+    addEntry({"--canonical", "Kubernetes", "--priority", "90"});
     const Outcome corrected = kelvo({"correct", "--json", "とうきょうと東京"});
     EXPECT_EQ(corrected.status, 0);
     EXPECT_EQ(corrected.output, "{\n  \"text\": \"東京と東京\",\n  \"usedEntryIDs\": [\n    \"" +
@@ -261,23 +229,8 @@ TEST_F(KelvoBinary, JsonOutputIsPrettyWithRecordKeysAndUnescapedJapanese) {
     EXPECT_EQ(kelvo({"correct", "--json", "--scope", "disabled", "とうきょう"}).output,
               "{\n  \"text\": \"とうきょう\",\n  \"usedEntryIDs\": []\n}\n");
 
-    const Outcome listed = kelvo({"dictionary", "list"});
-    EXPECT_EQ(listed.output,
-              "[\n  {\n    \"id\": \"" + id +
-                  "\",\n    \"canonicalText\": \"東京\",\n    \"readings\": [\n"
-                  "      \"とうきょう\"\n    ],\n    \"commonMisrecognitions\": [],\n"
-                  "    \"replacementText\": \"\",\n    \"priority\": 50,\n"
-                  "    \"enabled\": true\n  }\n]\n");
-}
-
-TEST_F(KelvoBinary, HintsArePrintedOnePerLineInApplicationOrder) {
-    EXPECT_EQ(kelvo({"hints"}).output, "");
-    addEntry({"--canonical", "議事録", "--priority", "10"});
-    addEntry({"--canonical", "Kubernetes", "--priority", "90"});
-    addEntry({"--canonical", "無効", "--disabled"});
-    const Outcome hints = kelvo({"hints"});
-    EXPECT_EQ(hints.status, 0);
-    EXPECT_EQ(hints.output, "Kubernetes\n議事録\n");
+    // One per line, in application order.
+    EXPECT_EQ(kelvo({"hints"}).output, "Kubernetes\n東京\n");
     EXPECT_EQ(kelvo({"hints", "--scope", "disabled"}).output, "");
 }
 
@@ -289,11 +242,9 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
         {"process", "--text", "えーと、とうきょうに行く", "--level", "trim", "--history", history});
     ASSERT_EQ(first.status, 0) << first.errors;
     const auto result = Json::parse(first.output).get<VoiceInputResult>();
-    EXPECT_EQ(result.correctedText, "えーと、東京に行く");
     EXPECT_EQ(result.finalText, "東京に行く");
     EXPECT_EQ(result.summaryLevel, SummaryLevel::trim);
     EXPECT_EQ(result.usedDictionaryEntryIDs, (std::vector<std::string>{id, id}));
-    EXPECT_EQ(first.output.back(), '\n');
     EXPECT_EQ(first.output.find("\\u"), std::string::npos);
 
     const Outcome second =
@@ -307,21 +258,15 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
     ASSERT_EQ(listed.status, 0) << listed.errors;
     const auto items = Json::parse(listed.output).get<std::vector<HistoryItem>>();
     ASSERT_EQ(items.size(), 2u);
-    EXPECT_TRUE(isUuid(items[0].id));
     EXPECT_EQ(items[0].request.audioFileURL, root / "work" / "missing.m4a");
     EXPECT_EQ(items[0].request.processingMode, ProcessingMode::todo);
     EXPECT_EQ(items[0].request.outputFormat, OutputFormat::todoList);
     EXPECT_EQ(items[0].request.dictionaryScope, DictionaryScope::disabled);
     EXPECT_EQ(items[0].request.targetLanguage, "en");
     EXPECT_EQ(items[1].request.rawText, "えーと、とうきょうに行く");
-    EXPECT_EQ(items[1].request.processingMode, ProcessingMode::voiceInput);
-    EXPECT_EQ(items[1].request.outputFormat, OutputFormat::plainText);
     EXPECT_EQ(items[1].result, result);
-    EXPECT_LE(items[1].createdAt, items[0].createdAt);
-
     EXPECT_EQ(Json::parse(kelvo({"history", "--history", history, "--limit", "1"}).output).size(),
               1u);
-    EXPECT_EQ(kelvo({"history", "--history", history, "--limit", "0"}).output, "[]\n");
 
     // When the history cannot be written, the computed result is not printed either.
     const fs::path folderInTheWay = root / "work" / "taken.json";
@@ -330,11 +275,10 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
         kelvo({"process", "--text", "とうきょう", "--history", folderInTheWay.string()});
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_EQ(unwritable.output, "");
-    EXPECT_TRUE(unwritable.errors.starts_with("kelvo: ")) << unwritable.errors;
     EXPECT_EQ(unwritable.errors.find('\n'), unwritable.errors.size() - 1) << unwritable.errors;
 
     // A damaged history cannot be listed; the failure names the file.
-    writeFile(history, "not json");
+    folder.write(history, "not json");
     const Outcome damaged = kelvo({"history", "--history", history});
     EXPECT_EQ(damaged.status, 1);
     EXPECT_TRUE(damaged.errors.starts_with("kelvo: " + history + ": ")) << damaged.errors;
@@ -355,30 +299,25 @@ TEST_F(KelvoBinary, DictionaryEntriesAreAddedAndRemovedByID) {
                "K8s", "--priority", "-3", "--disabled", "--note", "コンテナ基盤"});
     ASSERT_EQ(added.status, 0) << added.errors;
     const auto entry = Json::parse(added.output).get<DictionaryEntry>();
-    EXPECT_TRUE(isUuid(entry.id));
     EXPECT_EQ(entry.id, canonicalUuid(entry.id)) << "identifiers are upper case";
-    EXPECT_EQ(entry.canonicalText, "Kubernetes");
-    EXPECT_EQ(entry.readings, (std::vector<std::string>{"クバネティス", "くばねてぃす"}));
-    EXPECT_EQ(entry.commonMisrecognitions, (std::vector<std::string>{"食う場ネティス"}));
-    EXPECT_EQ(entry.replacementText, "K8s");
-    EXPECT_EQ(entry.priority, -3);
-    EXPECT_FALSE(entry.enabled);
-    EXPECT_EQ(entry.note, "コンテナ基盤");
+    EXPECT_EQ(entry, (DictionaryEntry{entry.id,
+                                      "Kubernetes",
+                                      {"クバネティス", "くばねてぃす"},
+                                      {"食う場ネティス"},
+                                      "K8s",
+                                      -3,
+                                      false,
+                                      "コンテナ基盤"}));
 
     const std::string second = addEntry({"--canonical", "東京"});
     const auto listed =
         Json::parse(kelvo({"dictionary", "list"}).output).get<std::vector<DictionaryEntry>>();
     ASSERT_EQ(listed.size(), 2u);
     EXPECT_EQ(listed[0], entry);
-    EXPECT_EQ(listed[1].id, second);
-    EXPECT_EQ(listed[1].priority, 50);
-    EXPECT_TRUE(listed[1].enabled);
-    EXPECT_EQ(listed[1].note, std::nullopt);
+    EXPECT_EQ(listed[1], (DictionaryEntry{second, "東京", {}, {}, "", 50, true, std::nullopt}));
 
     std::string lowerCase = entry.id;
-    for (char& c : lowerCase) {
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
+    std::transform(lowerCase.begin(), lowerCase.end(), lowerCase.begin(), ::tolower);
     const Outcome removed = kelvo({"dictionary", "remove", lowerCase});
     EXPECT_EQ(removed.status, 0) << removed.errors;
     EXPECT_EQ(removed.output, "");
@@ -386,39 +325,20 @@ TEST_F(KelvoBinary, DictionaryEntriesAreAddedAndRemovedByID) {
         Json::parse(kelvo({"dictionary", "list"}).output).get<std::vector<DictionaryEntry>>();
     ASSERT_EQ(remaining.size(), 1u);
     EXPECT_EQ(remaining[0].id, second);
-
-    const std::string before = contentsOf(defaultDictionary());
-    const Outcome again = kelvo({"dictionary", "remove", entry.id});
-    EXPECT_EQ(again.status, 1);
-    EXPECT_EQ(again.errors, "kelvo: no dictionary entry with ID " + entry.id + "\n");
-    EXPECT_EQ(contentsOf(defaultDictionary()), before);
-    EXPECT_EQ(kelvo({"dictionary", "remove"}).status, 2);
 }
 
 TEST_F(KelvoBinary, RenderTurnsAPipelineResultIntoMarkdown) {
-    addEntry({"--canonical", "議事録", "--reading", "ぎじろく"});
-    const Outcome processed =
-        kelvo({"process", "--text", "ぎじろくを作る。明日まで", "--history", "h.json"});
-    ASSERT_EQ(processed.status, 0);
-
-    const Outcome rendered = kelvo({"render", "--tag", "会議", "--tag", "memo"}, processed.output);
+    const Outcome rendered = kelvo({"render", "--tag", "会議", "--tag", "memo"}, kSavedResult);
     ASSERT_EQ(rendered.status, 0) << rendered.errors;
-    const std::string created = "created: \"";
-    const std::size_t createdAt = rendered.output.find(created);
-    ASSERT_NE(createdAt, std::string::npos) << rendered.output;
-    const std::size_t createdEnd = rendered.output.find('\n', createdAt);
-    EXPECT_EQ(rendered.output.substr(0, createdAt), "---\n");
-    EXPECT_EQ(rendered.output.substr(createdEnd + 1),
-              "dictionary_corrections: 2\nprocessing_mode: \"voiceInput\"\n"
-              "source: \"KelvoVoice\"\nsummary_level: \"verbatim\"\ntitle: \"議事録を作る\"\n"
-              "tags: [会議, memo]\n---\n\n# 議事録を作る\n\n議事録を作る。明日まで\n");
-
-    const Outcome simple = kelvo({"render", "--simple"}, processed.output);
-    ASSERT_EQ(simple.status, 0);
+    EXPECT_TRUE(rendered.output.starts_with("---\ncreated: \"")) << rendered.output;
     EXPECT_TRUE(
-        simple.output.ends_with("title: \"議事録を作る\"\n---\n\n# 議事録を作る\n\n"
-                                "議事録を作る。明日まで\n"))
-        << simple.output;
+        rendered.output.ends_with("tags: [会議, memo]\n---\n\n# 議事録 2/3\n\n"
+                                  "議事録 2/3。来週までに資料\n"))
+        << rendered.output;
+
+    const Outcome simple = kelvo({"render", "--simple"}, kSavedResult);
+    ASSERT_EQ(simple.status, 0);
+    EXPECT_EQ(simple.output.find("source:"), std::string::npos) << simple.output;
 
     const Outcome invalid = kelvo({"render"}, "{\"rawTranscript\": ");
     EXPECT_EQ(invalid.status, 1);
@@ -433,31 +353,14 @@ TEST_F(KelvoBinary, RenderTurnsAPipelineResultIntoMarkdown) {
 }
 
 TEST_F(KelvoBinary, PromptIsBuiltFromLevelModeAndHints) {
-    const Outcome plain = kelvo({"prompt", "--level", "verbatim", "--mode", "voiceInput"});
+    const Outcome plain = kelvo({"prompt", "--level", "translate", "--mode", "voiceInput"});
     EXPECT_EQ(plain.status, 0);
-    EXPECT_TRUE(plain.output.ends_with("。\n")) << plain.output;
-    EXPECT_EQ(plain.output.find("東京"), std::string::npos);
-
-    const Outcome hinted = kelvo({"prompt", "--level", "verbatim", "--mode", "voiceInput", "--hint",
-                                  "東京", "--hint", "AI"});
-    EXPECT_EQ(hinted.status, 0);
+    EXPECT_TRUE(plain.output.starts_with("あなたはプロの翻訳者です。")) << plain.output;
+    const Outcome hinted = kelvo({"prompt", "--level", "translate", "--mode", "voiceInput",
+                                  "--hint", "東京", "--hint", "AI"});
     EXPECT_TRUE(hinted.output.starts_with(plain.output.substr(0, plain.output.size() - 1)));
     EXPECT_TRUE(hinted.output.ends_with("東京、AI\n")) << hinted.output;
-
-    EXPECT_EQ(kelvo({"prompt", "--level", "verbatim"}).errors,
-              "kelvo: missing option '--mode'\n"
-              "usage: kelvo prompt --level L --mode M [--hint H]...\n");
 }
-
-const char* const kSavedResult = R"({
-  "rawTranscript": "ぎじろく。来週までに資料",
-  "correctedText": "議事録。来週までに資料",
-  "processedText": "議事録。来週までに資料",
-  "finalText": "議事録 2/3。来週までに資料",
-  "summaryLevel": 1,
-  "processingMode": "cleanup",
-  "usedDictionaryEntryIDs": []
-})";
 
 TEST_F(KelvoBinary, SaveWritesTheNoteIntoTheFolderAndPrintsTheResult) {
     const fs::path vault = root / "vault";
@@ -483,7 +386,7 @@ TEST_F(KelvoBinary, SaveWritesTheNoteIntoTheFolderAndPrintsTheResult) {
         << text;
 }
 
-TEST_F(KelvoBinary, SaveFailuresExitWithOneAndTheReason) {
+TEST_F(KelvoBinary, SaveFailureExitsWithOneAndPrintsTheFailedResult) {
     const fs::path vault = root / "vault";
     // Saving twice within one minute clashes on the name; should the minute turn between the two
     // runs, the pair is repeated once.
@@ -502,69 +405,38 @@ TEST_F(KelvoBinary, SaveFailuresExitWithOneAndTheReason) {
     const Json failed = Json::parse(second.output);
     EXPECT_EQ(failed.at("success"), false);
     EXPECT_FALSE(failed.contains("savedURL"));
-    EXPECT_EQ(failed.at("destinationType"), "localFolder");
     EXPECT_EQ(failed.at("error"), "File already exists at " + first.string());
     EXPECT_EQ(second.errors, "kelvo: File already exists at " + first.string() + "\n");
-
-    const Outcome escaping =
-        kelvo({"save", "--folder", vault.string(), "--subpath", "../elsewhere"}, kSavedResult);
-    EXPECT_EQ(escaping.status, 1);
-    EXPECT_EQ(escaping.errors,
-              "kelvo: Subpath leads outside the destination folder: ../elsewhere\n");
-    EXPECT_FALSE(fs::exists(root / "elsewhere"));
-
-    writeFile(root / "blocker", "file");
-    const Outcome blocked =
-        kelvo({"save", "--folder", (root / "blocker" / "vault").string()}, kSavedResult);
-    EXPECT_EQ(blocked.status, 1);
-    EXPECT_EQ(blocked.errors, "kelvo: Failed to create directory: Not a directory\n");
-
-    const Outcome badPolicy =
-        kelvo({"save", "--folder", vault.string(), "--policy", "replace"}, kSavedResult);
-    EXPECT_EQ(badPolicy.status, 2);
-    EXPECT_TRUE(badPolicy.errors.starts_with("kelvo: invalid value 'replace' for --policy"))
-        << badPolicy.errors;
 }
 
 TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
     const fs::path vault = root / "vault";
-    writeFile(vault / "note 10.md", "ten");
-    writeFile(vault / "note 2.md",
-              "---\ntitle: \"二\"\ntags: [a]\n---\nSee [[Plan|plan]], [[Plan]]");
-    writeFile(vault / "projects" / "plan.markdown", "plan");
-    writeFile(vault / "skip.txt", "not a note");
-    writeFile(root / "secret.md", "outside");
-    // Everything at one date, so that names decide the order.
-    for (const fs::path& item : {vault / "note 10.md", vault / "note 2.md", vault / "projects",
-                                 vault / "projects" / "plan.markdown"}) {
-        fs::last_write_time(item, fs::last_write_time(vault / "skip.txt"));
+    folder.write(vault / "note.md", "---\ntitle: \"二\"\n---\nSee [[Plan|plan]]");
+    folder.write(vault / "projects" / "plan.markdown", "plan");
+    folder.write(root / "secret.md", "outside");
+    // One date for all, so that names decide the order.
+    for (const fs::path& item : {vault / "projects", vault / "projects" / "plan.markdown"}) {
+        fs::last_write_time(item, fs::last_write_time(vault / "note.md"));
     }
 
     const Outcome listed = kelvo({"vault", "list", "--folder", vault.string()});
     ASSERT_EQ(listed.status, 0) << listed.errors;
-    // Ties on the date go by name: "plan.markdown" before "projects".
-    EXPECT_EQ(listed.output, "note 2.md\nnote 10.md\nprojects/plan.markdown\nprojects\n");
+    EXPECT_EQ(listed.output, "note.md\nprojects/plan.markdown\nprojects\n");
+    EXPECT_EQ(kelvo({"vault", "search", "PLAN", "--folder", vault.string()}).output,
+              "projects/plan.markdown\n");
 
-    const Outcome found = kelvo({"vault", "search", " NOTE ", "--folder", vault.string()});
-    EXPECT_EQ(found.output, "note 2.md\nnote 10.md\n");
-    EXPECT_EQ(kelvo({"vault", "search", "projects", "--folder", vault.string()}).output, "");
-
-    const Outcome read = kelvo({"vault", "read", "note 2.md", "--folder", vault.string()});
+    const Outcome read = kelvo({"vault", "read", "note.md", "--folder", vault.string()});
     ASSERT_EQ(read.status, 0) << read.errors;
-    EXPECT_EQ(Json::parse(read.output),
-              Json::parse(R"({"frontmatter": [["title", "\"二\""], ["tags", "[a]"]],
-                              "body": "See [[Plan|plan]], [[Plan]]", "wikiLinks": ["Plan"]})"));
+    EXPECT_EQ(Json::parse(read.output), Json::parse(R"({"frontmatter": [["title", "\"二\""]],
+                              "body": "See [[Plan|plan]]", "wikiLinks": ["Plan"]})"));
 
     const Outcome outside = kelvo({"vault", "read", "../secret.md", "--folder", vault.string()});
     EXPECT_EQ(outside.status, 1);
     EXPECT_EQ(outside.output, "");
     EXPECT_EQ(outside.errors, "kelvo: 見つかりません: ../secret.md\n");
-    EXPECT_EQ(kelvo({"vault", "list", "--folder", (root / "missing").string()}).errors,
-              "kelvo: 保存先フォルダにアクセスできません\n");
-    EXPECT_EQ(kelvo({"vault", "list"}).status, 2);
 
     // A name chosen to drive the terminal is shown with its control characters escaped.
-    writeFile(vault / "bell\x07\x1b[2J.md", "x");
+    folder.write(vault / "bell\x07\x1b[2J.md", "x");
     const std::string shown = kelvo({"vault", "list", "--folder", vault.string()}).output;
     EXPECT_NE(shown.find("bell\\x07\\x1B[2J.md\n"), std::string::npos) << shown;
     EXPECT_EQ(shown.find('\x1b'), std::string::npos);

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -20,18 +19,6 @@ namespace {
 using test::KelvoProcess;
 using testing::ModelFileServer;
 
-std::string sha256Of(const std::string& data) {
-    unsigned char bytes[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(data.data(), data.size(), bytes, &length, EVP_sha256(), nullptr);
-    std::string hex;
-    for (unsigned int i = 0; i < length; ++i) {
-        hex += "0123456789abcdef"[bytes[i] >> 4];
-        hex += "0123456789abcdef"[bytes[i] & 15];
-    }
-    return hex;
-}
-
 class KelvoModelsTest : public ::testing::Test {
   protected:
     KelvoModelsTest() {
@@ -40,7 +27,7 @@ class KelvoModelsTest : public ::testing::Test {
                            {"url", server_.baseURL() + "ggml-tiny.bin"},
                            {"sizeBytes", file_.size()},
                            {"sizeIsExact", true},
-                           {"sha256", sha256Of(file_)},
+                           {"sha256", testing::hexDigest(file_, EVP_sha256())},
                            {"description", "for tests"}});
         catalog_ = folder_.write("catalog.json", catalog.dump());
     }

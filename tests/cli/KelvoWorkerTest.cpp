@@ -78,23 +78,18 @@ TEST_F(KelvoWorkerTest, TranscribesAndProcessesThroughTheWorkerWithTheDefaults) 
 
 TEST_F(KelvoWorkerTest, TokensComeFromTheEnvironmentUnlessGivenOnTheCommandLine) {
     LoopbackHttpServer server;
-    const std::map<std::string, std::string> environment = {{"KELVO_WORKER_TOKEN", "env-token"}};
-    ASSERT_EQ(process({"--text", "a", "--level", "cleanup", "--worker", server.url()}, environment)
-                  .status,
-              0);
-    ASSERT_EQ(process({"--text", "a", "--level", "cleanup", "--worker", server.url(), "--token",
-                       "line-token"},
-                      environment)
-                  .status,
-              0);
-    ASSERT_EQ(process({"--text", "a", "--level", "cleanup", "--worker", server.url()},
-                      {{"KELVO_WORKER_TOKEN", "env-token"}, {"KELVO_DEVICE_TOKEN", "device"}})
-                  .status,
-              0);
-    ASSERT_EQ(
-        process({"--audio", audio_.string(), "--worker", server.url(), "--model", "m-2"}).status,
-        0);
-
+    const std::map<std::string, std::string> envToken = {{"KELVO_WORKER_TOKEN", "env-token"}};
+    const std::vector<std::string> text = {"--text", "a", "--level", "cleanup"};
+    const std::pair<std::vector<std::string>, std::map<std::string, std::string>> runs[] = {
+        {text, envToken},
+        {{"--text", "a", "--level", "cleanup", "--token", "line-token"}, envToken},
+        {text, {{"KELVO_WORKER_TOKEN", "env-token"}, {"KELVO_DEVICE_TOKEN", "device"}}},
+        {{"--audio", audio_.string(), "--model", "m-2"}, {}},
+    };
+    for (auto [arguments, environment] : runs) {
+        arguments.insert(arguments.end(), {"--worker", server.url()});
+        ASSERT_EQ(process(arguments, environment).status, 0);
+    }
     const auto requests = server.requests();
     ASSERT_EQ(requests.size(), 4u);
     EXPECT_EQ(requests[0].header("Authorization"), "Bearer env-token");

@@ -6,7 +6,6 @@ extern "C" {
 }
 
 #include <cmath>
-#include <fstream>
 #include <memory>
 #include <numbers>
 #include <stdexcept>
@@ -102,30 +101,6 @@ double rms(const std::vector<float>& samples) {
         sum += static_cast<double>(s) * s;
     }
     return std::sqrt(sum / static_cast<double>(samples.size()));
-}
-
-void writeWav(const std::filesystem::path& path, int sampleRateHz,
-              const std::vector<std::int16_t>& samples) {
-    std::ofstream out(path, std::ios::binary);
-    auto u32 = [&](std::uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
-    auto u16 = [&](std::uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
-    const auto dataBytes = static_cast<std::uint32_t>(samples.size() * 2);
-    out.write("RIFF", 4);
-    u32(36 + dataBytes);
-    out.write("WAVEfmt ", 8);
-    u32(16);
-    u16(1);  // PCM
-    u16(1);  // mono
-    u32(static_cast<std::uint32_t>(sampleRateHz));
-    u32(static_cast<std::uint32_t>(sampleRateHz) * 2);
-    u16(2);
-    u16(16);
-    out.write("data", 4);
-    u32(dataBytes);
-    out.write(reinterpret_cast<const char*>(samples.data()), dataBytes);
-    if (!out) {
-        throw std::runtime_error("cannot write " + path.string());
-    }
 }
 
 std::vector<std::int16_t> sineSamples(double frequencyHz, double amplitude, int sampleRateHz,

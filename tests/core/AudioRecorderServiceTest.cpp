@@ -12,6 +12,7 @@
 #include "core/support/Uuid.h"
 #include "tests/core/AudioFileProbe.h"
 #include "tests/core/RecorderTestFolder.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -79,68 +80,55 @@ AudioRecorderService::SourceFactory finiteSources(std::size_t sampleCount, Event
     return [sampleCount, &drained] { return std::make_unique<FiniteSource>(sampleCount, drained); };
 }
 
-template <typename Operation>
-AudioRecorderError::Case recorderErrorCase(Operation operation, std::string& description) {
-    try {
-        operation();
-    } catch (const AudioRecorderError& error) {
-        description = error.what();
-        return error.errorCase();
-    }
-    ADD_FAILURE() << "no AudioRecorderError";
-    return AudioRecorderError::Case::notRecording;
+// Stopping fails with this case and its description, and the service stays idle.
+void expectStopFails(AudioRecorderService& service, AudioRecorderError::Case errorCase,
+                     const char* description) {
+    const auto error = test::thrown<AudioRecorderError>([&] { service.stopRecording(); });
+    ASSERT_TRUE(error) << description;
+    EXPECT_EQ(error->errorCase(), errorCase);
+    EXPECT_STREQ(error->what(), description);
 }
 
 void expectNotRecording(AudioRecorderService& service) {
-    std::string description;
-    EXPECT_EQ(recorderErrorCase([&] { service.stopRecording(); }, description),
-              AudioRecorderError::Case::notRecording);
-    EXPECT_EQ(description, "Recording has not started");
+    expectStopFails(service, AudioRecorderError::Case::notRecording, "Recording has not started");
 }
 
 void expectFileNotFound(AudioRecorderService& service) {
-    std::string description;
-    EXPECT_EQ(recorderErrorCase([&] { service.stopRecording(); }, description),
-              AudioRecorderError::Case::fileNotFound);
-    EXPECT_EQ(description, "Recorded audio file not found");
+    expectStopFails(service, AudioRecorderError::Case::fileNotFound,
+                    "Recorded audio file not found");
 }
 
 // --- state rules (scripted sources) ------------------------------------------------------------
 
-TEST(AudioRecorderServiceRules, StopWithoutARecordingFailsNotRecording) {
-    RecorderTestFolder folder;
-    EventCounter drained;
-    AudioRecorderService service(finiteSources(3200, drained));
-    expectNotRecording(service);
-
-    service.startRecording();
-    drained.waitFor(1);
-    EXPECT_NO_THROW(service.stopRecording());
-    expectNotRecording(service);
+// A recording whose file was removed, and one without audio (whose file is discarded).
+TEST(AudioRecorderServiceRules, RemovedOrEmptyRecordingFailsFileNotFoundAndLeavesNoFile) {
+    for (const std::size_t sampleCount : {3200, 0}) {
+        SCOPED_TRACE(sampleCount);
+        RecorderTestFolder folder;
+        EventCounter drained;
+        AudioRecorderService service(finiteSources(sampleCount, drained));
+        service.startRecording();
+        drained.waitFor(1);
+        const std::vector<std::string> names = folder.fileNames();
+        ASSERT_EQ(names.size(), 1u);
+        if (sampleCount > 0) {
+            std::filesystem::remove(folder.path() / names[0]);
+        }
+        expectFileNotFound(service);
+        expectNotRecording(service);
+        EXPECT_TRUE(folder.fileNames().empty());
+    }
 }
 
-TEST(AudioRecorderServiceRules, RemovedFileFailsFileNotFoundAndLeavesTheServiceIdle) {
+TEST(AudioRecorderServiceRules, EachStoppedRecordingIsANewUuidNamedFileInTheTemporaryFolder) {
     RecorderTestFolder folder;
     EventCounter drained;
     AudioRecorderService service(finiteSources(3200, drained));
-    service.startRecording();
-    drained.waitFor(1);
-    const std::vector<std::string> names = folder.fileNames();
-    ASSERT_EQ(names.size(), 1u);
-    std::filesystem::remove(folder.path() / names[0]);
-
-    expectFileNotFound(service);
     expectNotRecording(service);
-    EXPECT_TRUE(folder.fileNames().empty());
-}
-
-TEST(AudioRecorderServiceRules, EachRecordingIsANewUuidNamedFileInTheTemporaryFolder) {
-    RecorderTestFolder folder;
-    EventCounter drained;
-    AudioRecorderService service(finiteSources(3200, drained));
     service.startRecording();
     drained.waitFor(1);
     const auto first = service.stopRecording();
+    expectNotRecording(service);
     service.startRecording();
     drained.waitFor(2);
     const auto second = service.stopRecording();
@@ -158,17 +146,6 @@ TEST(AudioRecorderServiceRules, EachRecordingIsANewUuidNamedFileInTheTemporaryFo
     EXPECT_EQ(folder.fileNames().size(), 2u) << "the caller deletes recordings, not the service";
     EXPECT_EQ(service.lastRecordingSampleCount(), 3200);
     EXPECT_NEAR(testing::probeAudioFile(second).durationSeconds, 0.2, 1024.0 / 16000);
-}
-
-TEST(AudioRecorderServiceRules, RecordingWithoutAudioIsDiscarded) {
-    RecorderTestFolder folder;
-    EventCounter drained;
-    AudioRecorderService service(finiteSources(0, drained));
-    service.startRecording();
-    drained.waitFor(1);
-    expectFileNotFound(service);
-    EXPECT_TRUE(folder.fileNames().empty());
-    expectNotRecording(service);
 }
 
 TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
@@ -287,12 +264,8 @@ TEST_F(AudioRecorderServicePulseAudio, UnreachableServerFailsWithPulseAudiosMess
     const std::string server = std::getenv("PULSE_SERVER");
     ::setenv("PULSE_SERVER", ("unix:" + (folder_.path() / "no-server").string()).c_str(), 1);
     AudioRecorderService service;
-    try {
-        service.startRecording();
-        ADD_FAILURE() << "started without a server";
-    } catch (const PulseAudioCapture::Error& error) {
-        EXPECT_STREQ(error.what(), "Connection refused");
-    }
+    EXPECT_EQ(test::whatOf<PulseAudioCapture::Error>([&] { service.startRecording(); }),
+              "Connection refused");
     ::setenv("PULSE_SERVER", server.c_str(), 1);
     EXPECT_TRUE(folder_.fileNames().empty());
     expectNotRecording(service);

@@ -8,6 +8,7 @@
 
 #include "core/models/Json.h"
 #include "tests/core/TemporaryFolder.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -77,13 +78,11 @@ TEST_F(BookmarkManagerTest, RefusedSuiteHasNoDefaults) {
         SCOPED_TRACE(name);
         const BookmarkManager manager(name);
         EXPECT_EQ(manager.defaults(), std::nullopt);
-        try {
-            manager.saveBookmark(temp_.path(), "key");
-            FAIL() << "saveBookmark succeeded";
-        } catch (const BookmarkManager::Error& error) {
-            EXPECT_EQ(error.errorCase(), BookmarkManager::Error::Case::userDefaultsUnavailable);
-            EXPECT_STREQ(error.what(), ("Unable to open UserDefaults suite: " + name).c_str());
-        }
+        const auto error = test::thrown<BookmarkManager::Error>(
+            [&] { manager.saveBookmark(temp_.path(), "key"); });
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->errorCase(), BookmarkManager::Error::Case::userDefaultsUnavailable);
+        EXPECT_EQ(error->what(), "Unable to open UserDefaults suite: " + name);
         EXPECT_FALSE(manager.hasBookmark("key"));
         EXPECT_EQ(manager.resolveScopedURL("key"), std::nullopt);
         manager.removeBookmark("key");
@@ -95,12 +94,9 @@ TEST_F(BookmarkManagerTest, SuiteThatCannotBeWrittenFailsTheSave) {
     const fs::path blocker = temp_.write("blocker", "not a folder");
     const ScopedEnvironment xdg("XDG_CONFIG_HOME", (blocker / "config").string());
     const BookmarkManager manager("suite");
-    try {
-        manager.saveBookmark(makeFolder("vault"), "vault");
-        FAIL() << "saveBookmark succeeded";
-    } catch (const BookmarkManager::Error& error) {
-        EXPECT_STREQ(error.what(), "Unable to open UserDefaults suite: suite");
-    }
+    EXPECT_EQ(test::whatOf<BookmarkManager::Error>(
+                  [&] { manager.saveBookmark(makeFolder("vault"), "vault"); }),
+              "Unable to open UserDefaults suite: suite");
     EXPECT_FALSE(manager.hasBookmark("vault"));
 }
 
@@ -115,13 +111,11 @@ TEST_F(BookmarkManagerTest, ConfigurationHomeFallsBackToDotConfigUnderHome) {
 TEST_F(BookmarkManagerTest, FolderThatCannotBeBookmarkedGivesTheSystemMessage) {
     const BookmarkManager manager("suite");
     const auto expectFailure = [&](const fs::path& url, const char* description) {
-        try {
-            manager.saveBookmark(url, "key");
-            FAIL() << "saveBookmark succeeded for " << url;
-        } catch (const BookmarkManager::Error& error) {
-            EXPECT_EQ(error.errorCase(), BookmarkManager::Error::Case::bookmarkCreationFailed);
-            EXPECT_STREQ(error.what(), description);
-        }
+        const auto error =
+            test::thrown<BookmarkManager::Error>([&] { manager.saveBookmark(url, "key"); });
+        ASSERT_TRUE(error) << url;
+        EXPECT_EQ(error->errorCase(), BookmarkManager::Error::Case::bookmarkCreationFailed);
+        EXPECT_STREQ(error->what(), description);
     };
     expectFailure(temp_.path() / "missing", "Failed to create bookmark: No such file or directory");
     expectFailure(temp_.write("note.md", "text"), "Failed to create bookmark: Not a directory");
@@ -206,15 +200,6 @@ TEST_F(BookmarkManagerTest, ConcurrentSavesOfDifferentKeysAreAllKept) {
     for (int index = 0; index < 8; ++index) {
         EXPECT_EQ(manager.resolveURL("key" + std::to_string(index)), vault) << index;
     }
-}
-
-TEST(BookmarkManagerError, DescriptionsAreExact) {
-    EXPECT_STREQ(BookmarkManager::Error::securityScopedAccessDenied("/home/a/Vault").what(),
-                 "Unable to access security-scoped resource: /home/a/Vault");
-    EXPECT_STREQ(BookmarkManager::Error::bookmarkCreationFailed("boom").what(),
-                 "Failed to create bookmark: boom");
-    EXPECT_STREQ(BookmarkManager::Error::userDefaultsUnavailable("s").what(),
-                 "Unable to open UserDefaults suite: s");
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 
 #include "core/support/Error.h"
 #include "core/support/Unicode.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -70,115 +71,58 @@ class DictionaryCorrectionEngineTest : public ::testing::Test {
 
 using Ids = std::vector<std::string>;
 
-TEST_F(DictionaryCorrectionEngineTest, DisabledScopeAndEmptyDictionaryChangeNothing) {
+TEST_F(DictionaryCorrectionEngineTest, EntriesRewriteTheTextInPriorityThenStoredOrder) {
     const auto tokyo = entry(kIdA, "東京", {"とうきょう"}, 10);
-    auto disabledScope = apply({tokyo}, "とうきょう", DictionaryScope::disabled);
-    EXPECT_EQ(disabledScope.text, "とうきょう");
-    EXPECT_TRUE(disabledScope.usedEntryIDs.empty());
-
-    auto empty = apply({}, "とうきょう");
-    EXPECT_EQ(empty.text, "とうきょう");
-    EXPECT_TRUE(empty.usedEntryIDs.empty());
-
-    auto onlyDisabled =
-        apply({entry(kIdA, "東京", {"とうきょう"}, 10, "", {}, /*enabled=*/false)}, "とうきょう");
-    EXPECT_EQ(onlyDisabled.text, "とうきょう");
-    EXPECT_TRUE(onlyDisabled.usedEntryIDs.empty());
-
-    // userOnly acts exactly like all.
-    auto userOnly = apply({tokyo}, "とうきょうに行く", DictionaryScope::userOnly);
-    EXPECT_EQ(userOnly.text, "東京に行く");
-}
-
-TEST_F(DictionaryCorrectionEngineTest, ReadingsAndMisrecognitionsBecomeTheReplacement) {
-    auto reading = apply({entry(kIdA, "東京", {"とうきょう"}, 10)}, "とうきょうに行く");
-    EXPECT_EQ(reading.text, "東京に行く");
-    EXPECT_EQ(reading.usedEntryIDs, Ids{kIdA});
-
-    // Every occurrence is replaced; a non-empty replacement wins over the canonical text; the
-    // entry is still reported once.
-    auto everyCandidate = apply({entry(kIdA, "Kelvo", {"けるぼ"}, 0, "KelvoVoice", {"ケルボ"})},
-                                "けるぼとケルボとけるぼ");
-    EXPECT_EQ(everyCandidate.text, "KelvoVoiceとKelvoVoiceとKelvoVoice");
-    EXPECT_EQ(everyCandidate.usedEntryIDs, Ids{kIdA});
-
-    // No word boundaries: a candidate matches inside a longer word.
-    EXPECT_EQ(apply({entry(kIdA, "AI", {"えーあい"})}, "ちえーあいす").text, "ちAIす");
-
-    // An empty reading is skipped instead of matching everywhere.
-    auto emptyReading = apply({entry(kIdA, "東京", {"", "とうきょう"})}, "大阪");
-    EXPECT_EQ(emptyReading.text, "大阪");
-    EXPECT_TRUE(emptyReading.usedEntryIDs.empty());
-}
-
-TEST_F(DictionaryCorrectionEngineTest, CanonicalTextAlreadyPresentCountsAsUsed) {
-    auto result = apply({entry(kIdA, "AI", {})}, "AIの話");
-    EXPECT_EQ(result.text, "AIの話");
-    EXPECT_EQ(result.usedEntryIDs, Ids{kIdA});
-}
-
-TEST_F(DictionaryCorrectionEngineTest, PriorityThenStoredOrderDecidesApplication) {
-    // Equal priority: stored order. B rewrites "い" before C could see "いう".
-    auto equal = apply({entry(kIdB, "X", {"い"}, 1), entry(kIdC, "Y", {"いう"}, 1)}, "いう");
-    EXPECT_EQ(equal.text, "Xう");
-    EXPECT_EQ(equal.usedEntryIDs, Ids{kIdB});
-
-    // Higher priority first whatever the stored order; no longest-match rule.
-    auto byPriority = apply({entry(kIdB, "X", {"い"}, 1), entry(kIdC, "Y", {"いう"}, 5)}, "いう");
-    EXPECT_EQ(byPriority.text, "Y");
-    EXPECT_EQ(byPriority.usedEntryIDs, Ids{kIdC});
-}
-
-TEST_F(DictionaryCorrectionEngineTest, LaterEntriesSeeWhatEarlierOnesInserted) {
-    // A (2): いう, reading あ. B (1): X, reading いう. あ → いう → X, both used, A first.
-    auto chained = apply({entry(kIdA, "いう", {"あ"}, 2), entry(kIdB, "X", {"いう"}, 1)}, "あ");
-    EXPECT_EQ(chained.text, "X");
-    EXPECT_EQ(chained.usedEntryIDs, (Ids{kIdA, kIdB}));
-
-    // Swapped priorities: B runs first and finds nothing; A's insertion is never revisited.
-    auto swapped = apply({entry(kIdA, "いう", {"あ"}, 1), entry(kIdB, "X", {"いう"}, 2)}, "あ");
-    EXPECT_EQ(swapped.text, "いう");
-    EXPECT_EQ(swapped.usedEntryIDs, Ids{kIdA});
-
-    // Within one entry, later candidates search the text the earlier ones produced.
-    auto withinEntry = apply({entry(kIdA, "X", {"a", "Xb"})}, "ab");
-    EXPECT_EQ(withinEntry.text, "X");  // "ab" → "Xb" → "X"
-}
-
-TEST_F(DictionaryCorrectionEngineTest, ReplacementContainingItsCandidateDoesNotLoop) {
-    auto result = apply({entry(kIdA, "東京都", {"東京"})}, "東京と東京");
-    EXPECT_EQ(result.text, "東京都と東京都");
-    EXPECT_EQ(result.usedEntryIDs, Ids{kIdA});
-}
-
-TEST_F(DictionaryCorrectionEngineTest, MatchingIsCanonicalButCaseAndWidthSensitive) {
-    // "café" composed in the dictionary, decomposed in the text, and the other way round.
-    const std::string composed = "caf\u00E9";
-    const std::string decomposed = "cafe\u0301";
-    auto nfdText = apply({entry(kIdA, "Café", {composed})}, decomposed + "で");
-    EXPECT_EQ(nfdText.text, "Caf\u00E9で");
-    EXPECT_EQ(nfdText.usedEntryIDs, Ids{kIdA});
-    auto nfdCandidate = apply({entry(kIdA, "カフェ", {decomposed})}, composed);
-    EXPECT_EQ(nfdCandidate.text, "カフェ");
-
-    // が written as か + combining voiced mark.
-    EXPECT_EQ(apply({entry(kIdA, "画像", {"がぞう"})}, "か\u3099ぞう").text, "画像");
-
-    // A bare base letter does not match inside its composed form.
-    EXPECT_TRUE(apply({entry(kIdA, "E", {"e"})}, composed).usedEntryIDs.empty());
-
-    EXPECT_EQ(apply({entry(kIdA, "TOKYO", {"tokyo"})}, "Tokyo").usedEntryIDs, Ids{});
-    auto fullWidth = apply({entry(kIdA, "AI", {})}, "ＡＩ");
-    EXPECT_EQ(fullWidth.text, "ＡＩ");
-    EXPECT_TRUE(fullWidth.usedEntryIDs.empty());
-    EXPECT_TRUE(apply({entry(kIdA, "X", {"かたかな"})}, "カタカナ").usedEntryIDs.empty());
-}
-
-TEST_F(DictionaryCorrectionEngineTest, TextWithoutRewritesComesBackByteForByte) {
-    // Normalisation is only for matching: an unmatched decomposed text is returned as given.
-    const std::string decomposed = "cafe\u0301 AI";
-    EXPECT_EQ(apply({entry(kIdA, "東京", {"とうきょう"})}, decomposed).text, decomposed);
-    EXPECT_EQ(apply({entry(kIdA, "AI", {})}, decomposed).text, decomposed);
+    const auto offTokyo = entry(kIdA, "東京", {"とうきょう"}, 10, "", {}, false);
+    const auto ai = entry(kIdA, "AI", {});
+    const std::string nfc = "caf\u00E9";
+    const std::string nfd = "cafe\u0301";
+    const struct {
+        std::vector<DictionaryEntry> entries;
+        std::string text;
+        std::string expected;
+        Ids used;
+        DictionaryScope scope = DictionaryScope::all;
+    } cases[] = {
+        {{tokyo}, "とうきょう", "とうきょう", {}, DictionaryScope::disabled},
+        {{tokyo}, "とうきょうに", "東京に", {kIdA}, DictionaryScope::userOnly},  // as all
+        {{}, "とうきょう", "とうきょう", {}},
+        {{offTokyo}, "とうきょう", "とうきょう", {}},
+        // Every occurrence; a non-empty replacement wins over the canonical text; reported once.
+        {{entry(kIdA, "K", {"けるぼ"}, 0, "KV", {"ケルボ"})},
+         "けるぼとケルボとけるぼ",
+         "KVとKVとKV",
+         {kIdA}},
+        {{entry(kIdA, "AI", {"えーあい"})}, "ちえーあいす", "ちAIす", {kIdA}},  // no word bounds
+        {{entry(kIdA, "東京", {"", "とうきょう"})}, "大阪", "大阪", {}},  // empty reading skipped
+        {{ai}, "AIの話", "AIの話", {kIdA}},  // canonical text already there counts as used
+        // Equal priority: stored order, B rewrites "い" before C could see "いう". Higher priority
+        // first whatever the stored order; no longest-match rule.
+        {{entry(kIdB, "X", {"い"}, 1), entry(kIdC, "Y", {"いう"}, 1)}, "いう", "Xう", {kIdB}},
+        {{entry(kIdB, "X", {"い"}, 1), entry(kIdC, "Y", {"いう"}, 5)}, "いう", "Y", {kIdC}},
+        // あ → いう → X, A first; swapped, B finds nothing and A's insertion is never revisited.
+        {{entry(kIdA, "いう", {"あ"}, 2), entry(kIdB, "X", {"いう"}, 1)}, "あ", "X", {kIdA, kIdB}},
+        {{entry(kIdA, "いう", {"あ"}, 1), entry(kIdB, "X", {"いう"}, 2)}, "あ", "いう", {kIdA}},
+        {{entry(kIdA, "X", {"a", "Xb"})}, "ab", "X", {kIdA}},  // ab → Xb → X within one entry
+        {{entry(kIdA, "東京都", {"東京"})}, "東京と東京", "東京都と東京都", {kIdA}},  // no loop
+        // Matching is canonical (composed or decomposed alike) but case, width and kana exact.
+        {{entry(kIdA, "Café", {nfc})}, nfd + "で", "Caf\u00E9で", {kIdA}},
+        {{entry(kIdA, "カフェ", {nfd})}, nfc, "カフェ", {kIdA}},
+        {{entry(kIdA, "画像", {"がぞう"})}, "か\u3099ぞう", "画像", {kIdA}},
+        {{entry(kIdA, "E", {"e"})}, nfc, nfc, {}},  // a base letter inside its composed form
+        {{entry(kIdA, "TOKYO", {"tokyo"})}, "Tokyo", "Tokyo", {}},
+        {{ai}, "ＡＩ", "ＡＩ", {}},
+        {{entry(kIdA, "X", {"かたかな"})}, "カタカナ", "カタカナ", {}},
+        // Normalisation is only for matching: text without rewrites comes back byte for byte.
+        {{tokyo}, nfd + " AI", nfd + " AI", {}},
+        {{ai}, nfd + " AI", nfd + " AI", {kIdA}},
+    };
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE("case " + std::to_string(i) + ": " + cases[i].text);
+        const auto result = apply(cases[i].entries, cases[i].text, cases[i].scope);
+        EXPECT_EQ(result.text, cases[i].expected);
+        EXPECT_EQ(result.usedEntryIDs, cases[i].used);
+    }
 }
 
 TEST_F(DictionaryCorrectionEngineTest, HintsListCanonicalTextsInApplicationOrder) {
@@ -193,13 +137,8 @@ TEST_F(DictionaryCorrectionEngineTest, HintsListCanonicalTextsInApplicationOrder
 
 TEST_F(DictionaryCorrectionEngineTest, ConstructionFailsWithTheStoreError) {
     store->failNextLoad = true;
-    try {
-        DictionaryCorrectionEngine engine(store);
-        FAIL() << "construction should fail";
-    } catch (const DecodingError& error) {
-        EXPECT_STREQ(error.what(),
-                     "/tmp/dictionary.json: element 0: missing required member \"id\"");
-    }
+    EXPECT_EQ(test::whatOf<DecodingError>([&] { DictionaryCorrectionEngine engine(store); }),
+              "/tmp/dictionary.json: element 0: missing required member \"id\"");
 }
 
 TEST_F(DictionaryCorrectionEngineTest, ReloadSwapsEntriesAndAFailedReloadKeepsTheOldOnes) {

@@ -16,7 +16,6 @@ std::string clean(std::string_view text) {
 TEST(FillerRemovalEngine, DefaultListHasTwentyTwoFillersWithTheLongVowelMarkAndIdeographicComma) {
     const auto& fillers = FillerRemovalEngine::defaultFillers();
     EXPECT_EQ(fillers.size(), 22u);
-    EXPECT_EQ(FillerRemovalEngine().fillers(), fillers);
     EXPECT_EQ(fillers.front(), "\u3048\u30FC\u3068");
     EXPECT_EQ(fillers[2], "\u3048\u30FC\u3001");
     EXPECT_EQ(fillers.back(), "ちょっと\u3001");

@@ -14,6 +14,7 @@
 #include "core/support/Uuid.h"
 #include "tests/core/FileSizeLimit.h"
 #include "tests/core/TemporaryFolder.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -66,17 +67,34 @@ TEST_F(JSONHistoryStoreTest, AppendPutsTheNewestFirstAndRoundTripsDates) {
     EXPECT_TRUE(text.starts_with("[\n  {\n    \"id\": ")) << text;
 }
 
-TEST_F(JSONHistoryStoreTest, AppendToAMissingOrDamagedFileStartsAFreshHistory) {
+TEST_F(JSONHistoryStoreTest, ADamagedFileIsMovedAsideOnceAndAFreshHistoryStarts) {
+    std::vector<std::pair<std::filesystem::path, std::string>> reports;
+    JSONHistoryStore reporting(file, [&](const std::filesystem::path& damaged,
+                                         const std::filesystem::path& movedTo,
+                                         const std::string& reason) {
+        EXPECT_EQ(damaged, file);
+        EXPECT_EQ(movedTo.parent_path(), file.parent_path());
+        EXPECT_TRUE(movedTo.filename().string().starts_with("history.json.damaged-")) << movedTo;
+        reports.emplace_back(movedTo, reason);
+    });
     const HistoryItem first = item(1);
-    store.appendItem(first);
+    reporting.appendItem(first);
     EXPECT_EQ(stored(), std::vector<HistoryItem>{first});
+    EXPECT_TRUE(reports.empty()) << "a missing file is no damage";
 
     for (const char* damaged : {"not json", "{}", R"([{"id": "nope"}])", ""}) {
+        SCOPED_TRACE(damaged);
         folder.write("history.json", damaged);
         const HistoryItem fresh = item(2);
-        EXPECT_NO_THROW(store.appendItem(fresh)) << damaged;
-        EXPECT_EQ(stored(), std::vector<HistoryItem>{fresh}) << damaged;
+        EXPECT_NO_THROW(reporting.appendItem(fresh));
+        EXPECT_EQ(stored(), std::vector<HistoryItem>{fresh});
+        ASSERT_FALSE(reports.empty());
+        EXPECT_EQ(contentsOf(reports.back().first), damaged);
     }
+    EXPECT_NE(reports[0].second.find("invalid JSON"), std::string::npos) << reports[0].second;
+    const std::size_t reported = reports.size();
+    reporting.appendItem(item(3));
+    EXPECT_EQ(reports.size(), reported);
 }
 
 TEST_F(JSONHistoryStoreTest, HistoryIsCappedAtFiveHundredRecords) {
@@ -113,14 +131,9 @@ TEST_F(JSONHistoryStoreTest, RecentItemsReturnsTheNewestAndReportsDamage) {
     Json damaged = Json(ten);
     damaged[4]["result"].erase("finalText");
     folder.write("history.json", damaged.dump());
-    try {
-        store.recentItems(3);
-        FAIL() << "recentItems should fail";
-    } catch (const DecodingError& error) {
-        EXPECT_EQ(std::string(error.what()),
-                  file.string() +
-                      ": element 4: member \"result\": missing required member \"finalText\"");
-    }
+    EXPECT_EQ(
+        test::whatOf<DecodingError>([&] { store.recentItems(3); }),
+        file.string() + ": element 4: member \"result\": missing required member \"finalText\"");
     EXPECT_THROW(store.recentItems(0), DecodingError);
     folder.write("history.json", "[");
     EXPECT_THROW(store.recentItems(1), DecodingError);
@@ -138,27 +151,6 @@ TEST_F(JSONHistoryStoreTest, FailedAppendKeepsThePreviousFile) {
     JSONHistoryStore elsewhere(folder.path() / "missing" / "history.json");
     EXPECT_THROW(elsewhere.appendItem(item(1)), FileError);
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing"));
-}
-
-TEST_F(JSONHistoryStoreTest, DamagedFileIsMovedAsideBeforeAFreshHistoryStarts) {
-    std::vector<std::string> reports;
-    JSONHistoryStore reporting(file, [&](const std::filesystem::path& damaged,
-                                         const std::filesystem::path& movedTo,
-                                         const std::string& reason) {
-        EXPECT_EQ(damaged, file);
-        EXPECT_EQ(contentsOf(movedTo), "not json");
-        EXPECT_TRUE(movedTo.filename().string().starts_with("history.json.damaged-")) << movedTo;
-        EXPECT_EQ(movedTo.parent_path(), file.parent_path());
-        reports.push_back(reason);
-    });
-    folder.write("history.json", "not json");
-    const HistoryItem fresh = item(1);
-    reporting.appendItem(fresh);
-    EXPECT_EQ(stored(), std::vector<HistoryItem>{fresh});
-    ASSERT_EQ(reports.size(), 1u);
-    EXPECT_NE(reports[0].find("invalid JSON"), std::string::npos) << reports[0];
-    reporting.appendItem(item(2));
-    EXPECT_EQ(reports.size(), 1u);
 }
 
 TEST_F(JSONHistoryStoreTest, ConcurrentWritersLoseNoRecord) {
@@ -198,14 +190,9 @@ TEST_F(JSONHistoryStoreTest, FifoAtTheHistoryPathIsRefusedNotWaitedOn) {
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
     for (const auto& attempt : {std::function<void()>([&] { store.appendItem(item(1)); }),
                                 std::function<void()>([&] { store.recentItems(1); })}) {
-        try {
-            attempt();
-            ADD_FAILURE() << "a FIFO was accepted";
-        } catch (const FileError& error) {
-            EXPECT_NE(std::string(error.what()).find(file.string()), std::string::npos);
-            EXPECT_NE(std::string(error.what()).find("not a regular file"), std::string::npos)
-                << error.what();
-        }
+        const std::string error = test::whatOf<FileError>(attempt);
+        EXPECT_NE(error.find(file.string() + "\" is not a regular file"), std::string::npos)
+            << error;
     }
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/support/Error.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -34,15 +35,11 @@ TEST(JsonFile, PrettyPrintingMatchesTheGeneralSerialiser) {
 }
 
 TEST(JsonFile, ParseErrorsNameTheFile) {
-    try {
-        jsonfile::parse("/data/history.json", "[1,");
-        FAIL() << "parse should fail";
-    } catch (const DecodingError& error) {
-        const std::string message = error.what();
-        EXPECT_TRUE(message.starts_with("/data/history.json: invalid JSON: parse error at line 1"))
-            << message;
-        EXPECT_EQ(message.find("[json.exception"), std::string::npos) << message;
-    }
+    const std::string message =
+        test::whatOf<DecodingError>([] { jsonfile::parse("/data/history.json", "[1,"); });
+    EXPECT_TRUE(message.starts_with("/data/history.json: invalid JSON: parse error at line 1"))
+        << message;
+    EXPECT_EQ(message.find("[json.exception"), std::string::npos) << message;
 }
 
 }  // namespace

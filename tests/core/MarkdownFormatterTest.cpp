@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "core/engines/PlainTextFormatter.h"
-
 namespace kelvo {
 namespace {
 
@@ -36,23 +34,19 @@ TEST(MarkdownFormatter, TitleIsTheFirstSentenceOrLineUpToFortyCharacters) {
     EXPECT_EQ(MarkdownFormatter::title(" \t"), "");
     EXPECT_EQ(MarkdownFormatter::title(""), "");
 
-    std::string fifty;
-    for (int i = 0; i < 50; ++i) {
-        fifty += (i < 40 ? "あ" : "い");
-    }
-    std::string forty;
-    for (int i = 0; i < 40; ++i) {
-        forty += "あ";
-    }
-    EXPECT_EQ(MarkdownFormatter::title(fifty), forty);
+    const auto repeated = [](const std::string& text, int count) {
+        std::string out;
+        while (count-- > 0) {
+            out += text;
+        }
+        return out;
+    };
+    EXPECT_EQ(MarkdownFormatter::title(repeated("あ", 40) + repeated("い", 10)),
+              repeated("あ", 40));
     // Characters are user-perceived: a decomposed "が" counts once, and is not split.
-    std::string decomposed;
-    for (int i = 0; i < 41; ++i) {
-        decomposed += "か\u3099";
-    }
-    EXPECT_EQ(MarkdownFormatter::title(decomposed), decomposed.substr(0, 40 * 6));
+    EXPECT_EQ(MarkdownFormatter::title(repeated("か\u3099", 41)), repeated("か\u3099", 40));
     // Cut first, trimmed after: a space at position 40 does not survive.
-    EXPECT_EQ(MarkdownFormatter::title(forty.substr(0, 39 * 3) + " 後ろ"), forty.substr(0, 39 * 3));
+    EXPECT_EQ(MarkdownFormatter::title(repeated("あ", 39) + " 後ろ"), repeated("あ", 39));
 }
 
 TEST(MarkdownFormatter, MakeDocumentFillsTheFullFrontMatter) {
@@ -161,12 +155,6 @@ TEST(MarkdownFormatter, TodoListBoxesEveryNonEmptyLine) {
     EXPECT_EQ(MarkdownFormatter::todoList("\n \n"), "");
     EXPECT_EQ(MarkdownFormatter::body("a\nb", ProcessingMode::markdown), "a\nb");
     EXPECT_EQ(MarkdownFormatter::body("a\nb", ProcessingMode::todo), "- [ ] a\n- [ ] b");
-}
-
-TEST(PlainTextFormatter, GivesTheFinalTextUnchanged) {
-    VoiceInputResult value = result("  最終\n");
-    value.processedText = "other";
-    EXPECT_EQ(PlainTextFormatter::format(value), "  最終\n");
 }
 
 }  // namespace

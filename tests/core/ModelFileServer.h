@@ -7,10 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <condition_variable>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -18,18 +15,22 @@
 
 namespace kelvo::testing {
 
-// The SHA-1 of data in lower-case hex, as model catalogues publish it; computed here with OpenSSL
+// A digest of data in lower-case hex, as model catalogues publish it; computed here with OpenSSL
 // directly so that tests of the installer do not take the installer's word for it.
-inline std::string sha1Of(const std::string& data) {
+inline std::string hexDigest(const std::string& data, const EVP_MD* algorithm) {
     unsigned char bytes[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
-    EVP_Digest(data.data(), data.size(), bytes, &length, EVP_sha1(), nullptr);
+    EVP_Digest(data.data(), data.size(), bytes, &length, algorithm, nullptr);
     std::string hex;
     for (unsigned int i = 0; i < length; ++i) {
         hex += "0123456789abcdef"[bytes[i] >> 4];
         hex += "0123456789abcdef"[bytes[i] & 15];
     }
     return hex;
+}
+
+inline std::string sha1Of(const std::string& data) {
+    return hexDigest(data, EVP_sha1());
 }
 
 /// A loopback HTTP file server (raw sockets on 127.0.0.1, one connection at a time on its own
@@ -62,7 +63,6 @@ class ModelFileServer {
             std::lock_guard lock(mutex_);
             stopping_ = true;
         }
-        changed_.notify_all();
         ::shutdown(listenFd_, SHUT_RDWR);
         thread_.join();
         ::close(listenFd_);
@@ -206,7 +206,6 @@ class ModelFileServer {
     int port_ = 0;
     std::thread thread_;
     mutable std::mutex mutex_;
-    std::condition_variable changed_;
     bool stopping_ = false;
     Mode mode_ = Mode::normal;
     std::size_t limit_ = 0;

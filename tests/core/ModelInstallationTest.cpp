@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
-#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -18,6 +17,7 @@
 #include "core/services/ModelInstallationError.h"
 #include "core/services/ModelInventory.h"
 #include "core/support/Error.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -33,19 +33,6 @@ std::string generatedModel(std::size_t size) {
         c = static_cast<char>(state >> 24);
     }
     return data;
-}
-
-std::string digest(const std::string& data, const EVP_MD* algorithm) {
-    unsigned char bytes[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(data.data(), data.size(), bytes, &length, algorithm, nullptr);
-    std::string hex;
-    for (unsigned int i = 0; i < length; ++i) {
-        static constexpr char kHex[] = "0123456789abcdef";
-        hex += kHex[bytes[i] >> 4];
-        hex += kHex[bytes[i] & 15];
-    }
-    return hex;
 }
 
 // Waits for a condition that another thread makes true; generous for a loaded machine.
@@ -72,8 +59,8 @@ class ModelInstallationTest : public ::testing::Test {
         e.url = server_.baseURL() + e.fileName;
         e.sizeBytes = file_.size();
         e.sizeIsExact = true;
-        e.sha256 = digest(file_, EVP_sha256());
-        e.sha1 = digest(file_, EVP_sha1());
+        e.sha256 = testing::hexDigest(file_, EVP_sha256());
+        e.sha1 = testing::sha1Of(file_);
         e.rank = 10;
         return e;
     }
@@ -85,15 +72,12 @@ class ModelInstallationTest : public ::testing::Test {
     // Runs an installation and returns the error kind it threw, if any.
     static std::optional<Kind> install(const ModelInventory& models, const ModelCatalogEntry& e,
                                        std::string* message = nullptr) {
-        try {
-            ModelInstallation(models, e).run();
-            return std::nullopt;
-        } catch (const ModelInstallationError& error) {
-            if (message) {
-                *message = error.what();
-            }
-            return error.kind();
+        const auto error =
+            test::thrown<ModelInstallationError>([&] { ModelInstallation(models, e).run(); });
+        if (error && message) {
+            *message = error->what();
         }
+        return error ? std::optional(error->kind()) : std::nullopt;
     }
 
     void expectNothingInstalled(const ModelInventory& models, const ModelCatalogEntry& e) const {

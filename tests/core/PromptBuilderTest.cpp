@@ -19,18 +19,15 @@ constexpr ProcessingMode kModes[] = {ProcessingMode::voiceInput, ProcessingMode:
                                      ProcessingMode::markdown,   ProcessingMode::translate};
 
 TEST(PromptBuilder, HintsFormAThirdParagraphJoinedWithIdeographicCommas) {
-    const std::string base =
-        PromptBuilder::buildSystemPrompt(SummaryLevel::verbatim, ProcessingMode::voiceInput, {});
-    EXPECT_EQ(PromptBuilder::buildSystemPrompt(SummaryLevel::verbatim, ProcessingMode::voiceInput,
-                                               {"東京", "AI"}),
-              base + "\n\nこれらの語は必ずこの表記を維持してください: 東京、AI");
-    EXPECT_EQ(PromptBuilder::buildSystemPrompt(SummaryLevel::verbatim, ProcessingMode::voiceInput,
-                                               {"東京"}),
-              base + "\n\nこれらの語は必ずこの表記を維持してください: 東京");
+    const auto prompt = [](const std::vector<std::string>& hints) {
+        return PromptBuilder::buildSystemPrompt(SummaryLevel::verbatim, ProcessingMode::voiceInput,
+                                                hints);
+    };
+    const std::string lead = prompt({}) + "\n\nこれらの語は必ずこの表記を維持してください: ";
+    EXPECT_EQ(prompt({"東京", "AI"}), lead + "東京、AI");
+    EXPECT_EQ(prompt({"東京"}), lead + "東京");
     // Duplicates and order are kept; an empty hint still takes its place.
-    EXPECT_EQ(PromptBuilder::buildSystemPrompt(SummaryLevel::verbatim, ProcessingMode::voiceInput,
-                                               {"B", "A", "B", ""}),
-              base + "\n\nこれらの語は必ずこの表記を維持してください: B、A、B、");
+    EXPECT_EQ(prompt({"B", "A", "B", ""}), lead + "B、A、B、");
 }
 
 // Two paragraphs, one blank line between them, nothing after the last line: the first is the

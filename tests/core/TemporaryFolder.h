@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -60,24 +61,16 @@ class ScopedEnvironment {
     ScopedEnvironment(const char* name, const std::string& value) : name_(name) {
         if (const char* old = ::getenv(name)) {
             old_ = old;
-            hadOld_ = true;
         }
         ::setenv(name, value.c_str(), 1);
     }
-    ~ScopedEnvironment() {
-        if (hadOld_) {
-            ::setenv(name_, old_.c_str(), 1);
-        } else {
-            ::unsetenv(name_);
-        }
-    }
+    ~ScopedEnvironment() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
     ScopedEnvironment(const ScopedEnvironment&) = delete;
     ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
 
   private:
     const char* name_;
-    std::string old_;
-    bool hadOld_ = false;
+    std::optional<std::string> old_;
 };
 
 }  // namespace kelvo::testing

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "tests/core/TemporaryFolder.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -37,12 +38,7 @@ std::vector<std::string> pathsOf(const std::vector<VaultEntry>& entries) {
 
 template <typename Operation>
 std::string errorOf(Operation&& operation) {
-    try {
-        operation();
-    } catch (const VaultBrowser::Error& error) {
-        return error.what();
-    }
-    return "<no error>";
+    return test::whatOf<VaultBrowser::Error>(operation);
 }
 
 class VaultBrowserTest : public ::testing::Test {

@@ -9,6 +9,7 @@
 
 #include "core/engines/LocalPlaceholderTextProcessingService.h"
 #include "core/support/Error.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -176,33 +177,20 @@ TEST_F(VoiceInputEngineTest, SecondPassRestoresSpellingsAndIdsOfBothPassesAreKep
 }
 
 TEST_F(VoiceInputEngineTest, CollaboratorFailuresPassThroughAndRecordNothing) {
+    const auto failureOf = [&](const VoiceInputRequest& request) {
+        return test::whatOf<ServiceFailure>([&] { engine.process(request); });
+    };
     transcription->failure = "Transcription failed: 503";
-    try {
-        engine.process(audioRequest(SummaryLevel::cleanup));
-        FAIL() << "process should fail";
-    } catch (const ServiceFailure& error) {
-        EXPECT_STREQ(error.what(), "Transcription failed: 503");
-    }
+    EXPECT_EQ(failureOf(audioRequest(SummaryLevel::cleanup)), "Transcription failed: 503");
     EXPECT_TRUE(processing->calls.empty());
-    EXPECT_TRUE(history->appended.empty());
-
     processing->failure = "Processing failed";
-    try {
-        engine.process(textRequest("とうきょう", SummaryLevel::concise));
-        FAIL() << "process should fail";
-    } catch (const ServiceFailure& error) {
-        EXPECT_STREQ(error.what(), "Processing failed");
-    }
+    EXPECT_EQ(failureOf(textRequest("とうきょう", SummaryLevel::concise)), "Processing failed");
     EXPECT_TRUE(history->appended.empty());
 
     history->fail = true;
-    try {
-        engine.process(textRequest("とうきょう", SummaryLevel::verbatim));
-        FAIL() << "process should fail";
-    } catch (const FileError& error) {
-        EXPECT_STREQ(error.what(),
-                     "Could not replace \"/data/history.json\": No space left on device");
-    }
+    EXPECT_EQ(test::whatOf<FileError>(
+                  [&] { engine.process(textRequest("とうきょう", SummaryLevel::verbatim)); }),
+              "Could not replace \"/data/history.json\": No space left on device");
 }
 
 TEST_F(VoiceInputEngineTest, PlaceholderProcessingKeepsTheCorrectedText) {

@@ -18,7 +18,6 @@ namespace kelvo::test {
 class LoopbackHttpServer {
   public:
     struct Recorded {
-        std::string method;
         std::string path;
         httplib::Params params;
         httplib::Headers headers;
@@ -34,19 +33,19 @@ class LoopbackHttpServer {
     };
 
     LoopbackHttpServer() {
-        server_.Post(
-            R"(/.*)", [this](const httplib::Request& request, httplib::Response& response) {
-                std::unique_lock lock(mutex_);
-                requests_.push_back(Recorded{request.method, request.path, request.params,
-                                             request.headers, request.body, request.files});
-                changed_.notify_all();
-                changed_.wait(lock, [this] { return !holding_; });
-                response.status = status_;
-                for (const auto& [name, value] : answerHeaders_) {
-                    response.set_header(name, value);
-                }
-                response.set_content(answerBody_, "application/json");
-            });
+        server_.Post(R"(/.*)",
+                     [this](const httplib::Request& request, httplib::Response& response) {
+                         std::unique_lock lock(mutex_);
+                         requests_.push_back(Recorded{request.path, request.params, request.headers,
+                                                      request.body, request.files});
+                         changed_.notify_all();
+                         changed_.wait(lock, [this] { return !holding_; });
+                         response.status = status_;
+                         for (const auto& [name, value] : answerHeaders_) {
+                             response.set_header(name, value);
+                         }
+                         response.set_content(answerBody_, "application/json");
+                     });
         port_ = server_.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
     }
@@ -91,15 +90,6 @@ class LoopbackHttpServer {
     std::vector<Recorded> requests() const {
         std::lock_guard lock(mutex_);
         return requests_;
-    }
-
-    /// The only request so far; fails the test when there is not exactly one.
-    Recorded onlyRequest() const {
-        const auto all = requests();
-        if (all.size() != 1) {
-            throw std::runtime_error("expected one request, got " + std::to_string(all.size()));
-        }
-        return all.front();
     }
 
   private:

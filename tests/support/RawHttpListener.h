@@ -21,8 +21,7 @@ class RawHttpListener {
   public:
     enum class Behaviour { answerJson, closeWithoutAnswer };
 
-    explicit RawHttpListener(Behaviour behaviour, std::string answerBody = R"({"text":"ok"})")
-        : behaviour_(behaviour), answerBody_(std::move(answerBody)) {
+    explicit RawHttpListener(Behaviour behaviour) : behaviour_(behaviour) {
         listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
@@ -70,22 +69,16 @@ class RawHttpListener {
         return end == std::string::npos ? std::string() : raw.substr(end + 4);
     }
 
-    /// The value of the first header line with this name (case-insensitive), or "".
-    std::string header(const std::string& name) {
+    /// The value of the header line with this lower-case name, or "".
+    std::string header(const std::string& lowerName) {
         const std::string& raw = rawRequest();
-        const std::string head = raw.substr(0, raw.find("\r\n\r\n"));
-        std::size_t lineStart = head.find("\r\n");
-        while (lineStart != std::string::npos) {
-            lineStart += 2;
-            const std::size_t lineEnd = std::min(head.find("\r\n", lineStart), head.size());
-            const std::string line = head.substr(lineStart, lineEnd - lineStart);
-            const std::size_t colon = line.find(':');
-            if (colon != std::string::npos && lowered(line.substr(0, colon)) == lowered(name)) {
-                return line.substr(line.find_first_not_of(' ', colon + 1));
-            }
-            lineStart = head.find("\r\n", lineStart);
+        const std::string head = lowered(raw.substr(0, raw.find("\r\n\r\n")));
+        const auto at = head.find("\r\n" + lowerName + ":");
+        if (at == std::string::npos) {
+            return "";
         }
-        return "";
+        const auto start = raw.find_first_not_of(' ', at + lowerName.size() + 3);
+        return raw.substr(start, raw.find("\r\n", start) - start);
     }
 
   private:
@@ -119,15 +112,14 @@ class RawHttpListener {
         }
         if (behaviour_ == Behaviour::answerJson) {
             const std::string answer =
-                "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
-                std::to_string(answerBody_.size()) + "\r\nConnection: close\r\n\r\n" + answerBody_;
+                "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 13\r\n"
+                "Connection: close\r\n\r\n{\"text\":\"ok\"}";
             ::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
         }
         ::close(fd);
     }
 
     Behaviour behaviour_;
-    std::string answerBody_;
     int listenFd_ = -1;
     int port_ = 0;
     std::thread thread_;

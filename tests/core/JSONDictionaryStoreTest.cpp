@@ -174,7 +174,7 @@ TEST_F(JSONDictionaryStoreTest, LinkStaysALinkAndUnknownMembersSurviveASave) {
     entries[0].note.reset();  // a known optional member removed on purpose stays removed
     store.saveEntries(entries);
     EXPECT_TRUE(std::filesystem::is_symlink(file));
-    const Json written = Json::parse(contentsOf(folder.path() / "real/d.json"));
+    Json written = Json::parse(contentsOf(folder.path() / "real/d.json"));
     EXPECT_EQ(written[0]["colour"], "blue");
     EXPECT_FALSE(written[0].contains("note"));
 }

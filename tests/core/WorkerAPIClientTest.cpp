@@ -196,6 +196,7 @@ TEST_F(WorkerAPIClientTest, ProcessSendsCompactJsonAndTargetLanguageOnlyWhenNonE
     const auto requests = server.requests();
     ASSERT_EQ(requests.size(), 3u);
     EXPECT_EQ(requests[0].path, "/api/process");
+    ASSERT_EQ(requests[0].params.count("key"), 1u);
     EXPECT_EQ(requests[0].params.find("key")->second, "abc");
     EXPECT_EQ(requests[0].header("Content-Type"), "application/json");
     EXPECT_EQ(Json::parse(requests[0].body),

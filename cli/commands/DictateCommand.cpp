@@ -209,7 +209,8 @@ struct DictateOptions {
 /// application's engines, the model engine built the same way, recognisers) on a file or the
 /// microphone, ending with the text composed as the session composes it (the confirmed finals
 /// plus the last partial). The model that serves the locale starts loading at construction, so
-/// that it is ready, or nearly, when the audio comes.
+/// that it is ready, or nearly, when the audio comes; construction throws kelvo::Error when
+/// --model names no installed model for the locale.
 class Dictation {
   public:
     Dictation(const DictateOptions& options, const Environment& environment,
@@ -234,11 +235,13 @@ class Dictation {
           speech_(std::make_shared<app::SpeechService>(modelEngine_, recognizers_, clock_, trace_,
                                                        options.locale)),
           stderrIsTerminal_(isatty(STDERR_FILENO) == 1) {
+        checkModel();
         if (modelEngine_.isAvailable()) {
             builtInModelEngine_.loadInBackground(options.locale);
         }
     }
 
+  private:
     /// Throws kelvo::Error when --model names no installed model for the locale.
     void checkModel() const {
         if (!options_.model) {
@@ -259,27 +262,34 @@ class Dictation {
         }
     }
 
+  public:
     /// Throws kelvo::Error when no engine serves the locale.
     void checkLocale() {
-        if (modelEngine_.isAvailable()) {
-            const ModelCatalogEntry* serving = models_.modelForLocale(options_.locale);
-            if (serving && models_.isInstalled(*serving)) {
-                return;
-            }
+        const ModelCatalogEntry* serving = models_.modelForLocale(options_.locale);
+        const bool modelInstalled = serving && models_.isInstalled(*serving);
+        if (modelEngine_.isAvailable() && modelInstalled) {
+            return;
         }
         if (recognizers_.locator().find(options_.locale)) {
             return;
         }
-        const std::string pocketSphinx =
-            "put a PocketSphinx model for it in " +
-            (recognizers_.locator().roots().front() / options_.locale).string() +
-            "/ (an acoustic model folder, a .dict and a .lm.bin file)";
+        std::string advice = "put a PocketSphinx model for it in " +
+                             (recognizers_.locator().roots().front() / options_.locale).string() +
+                             "/ (an acoustic model folder, a .dict and a .lm.bin file)";
+        if (modelInstalled) {
+            advice = "the installed speech model " + serving->name + " needs the model engine, " +
+                     (platform::BuiltInModelEngine::isBuilt()
+                          ? "which --engine fallback turns off"
+                          : "and this build has none (it needs whisper.cpp)") +
+                     "; or " + advice;
+        } else if (modelEngine_.isAvailable()) {
+            advice =
+                "install a speech model with kelvo models install NAME (see kelvo models "
+                "list) or " +
+                advice;
+        }
         throw Error("no speech recognition model for " + options_.locale +
-                    " (installed: " + installedModelsText(recognizers_.locator()) + "); " +
-                    (modelEngine_.isAvailable() ? "install a speech model with kelvo models "
-                                                  "install NAME (see kelvo models list) or " +
-                                                      pocketSphinx
-                                                : pocketSphinx));
+                    " (installed: " + installedModelsText(recognizers_.locator()) + "); " + advice);
     }
 
     void setHints(std::vector<std::string> hints) {
@@ -545,14 +555,13 @@ void runDictate(const ParsedArguments& arguments, CommandContext& context) {
     options.events = arguments.has("--events");
     options.trace = arguments.has("--trace");
 
-    // Everything that can fail before any audio is touched fails here, first; the model loads
-    // meanwhile.
+    // Everything that can fail before any audio is touched fails here, first. The model starts
+    // loading before the file is decoded or the microphone opens.
     const auto dictionary = openCorrectionEngine(options.dictionary);
     ensureApplication();
     std::string text;
     {
         Dictation dictation(options, context.environment(), context.diagnostics());
-        dictation.checkModel();
         std::vector<AudioBuffer> fileAudio;
         if (options.file) {
             fileAudio = convertedFile(*options.file);

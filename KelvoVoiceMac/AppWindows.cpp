@@ -72,7 +72,8 @@ void AppWindows::openSettings() {
             dependencies_.preferences, [] { return platform::PulseAudioSourceList::list(); },
             AutostartEntry(AutostartEntry::defaultFile(), executable));
         platform::Preferences& preferences = dependencies_.preferences;
-        ModelInventory& inventory = dependencies_.backends.modelInventory();
+        PlatformBackends& backends = dependencies_.backends;
+        ModelInventory& inventory = backends.modelInventory();
         settingsWindow_->setModelSection(new ModelSettingsSection(
             inventory,
             ModelSettingsSection::Bindings{
@@ -98,8 +99,10 @@ void AppWindows::openSettings() {
                                                     PreferenceKeys::defaultModelIdleReleaseMinutes);
                     },
                 .setIdleReleaseMinutes =
-                    [&preferences](int minutes) {
+                    [&preferences, &backends](int minutes) {
                         preferences.setInt(PreferenceKeys::modelIdleReleaseMinutes, minutes);
+                        // A model loaded now is released after the new time, not the old one.
+                        backends.setModelIdleReleaseMinutes(minutes);
                     },
             }));
         settingsWindow_->setInputMethodSection(new InputMethodSettingsSection(

@@ -20,13 +20,10 @@
 #include "platform/linux/PocketSphinxRecognizerProvider.h"
 #include "platform/linux/PulseAudioInput.h"
 #include "platform/linux/QClipboardPasteboard.h"
-#include "platform/linux/UnavailableModelEngine.h"
 #include "platform/linux/X11Workspace.h"
 #include "platform/linux/XInputKeyMonitor.h"
 #include "platform/linux/XTestKeySynthesizer.h"
-#if KELVO_HAS_WHISPER
-#include "platform/whisper/WhisperModelEngine.h"
-#endif
+#include "platform/whisper/BuiltInModelEngine.h"
 
 namespace kelvo::app {
 namespace {
@@ -144,22 +141,16 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
             preferences.stringValue(PreferenceKeys::modelName, ""),
             preferences.stringValue(PreferenceKeys::modelDownloadBaseURL, ""),
         });
-#if KELVO_HAS_WHISPER
-    auto whisper = std::make_unique<platform::WhisperModelEngine>(
+    backends->builtInModelEngine_ = std::make_unique<platform::BuiltInModelEngine>(
         *backends->modelInventory_, clock,
-        [&systemLog](const std::string& line) { systemLog.write("[KelvoVoice] Model " + line); });
-    whisper->setIdleReleaseMinutes(preferences.intValue(
-        PreferenceKeys::modelIdleReleaseMinutes, PreferenceKeys::defaultModelIdleReleaseMinutes));
+        preferences.intValue(PreferenceKeys::modelIdleReleaseMinutes,
+                             PreferenceKeys::defaultModelIdleReleaseMinutes),
+        [&systemLog](const std::string& line) { systemLog.write(line); });
     // The first dictation must not wait for the model: load and warm it up now.
-    whisper->loadInBackground("ja-JP");
-    backends->installedModelEngine_ = std::move(whisper);
-    choose("modelEngine", "WhisperModelEngine");
-#else
-    backends->installedModelEngine_ = std::make_unique<platform::UnavailableModelEngine>();
-    choose("modelEngine", "none (built without whisper.cpp)");
-#endif
-    backends->modelEngine_ =
-        std::make_unique<PreferredModelEngine>(*backends->installedModelEngine_, [&preferences] {
+    backends->builtInModelEngine_->loadInBackground("ja-JP");
+    choose("modelEngine", platform::BuiltInModelEngine::name());
+    backends->modelEngine_ = std::make_unique<PreferredModelEngine>(
+        backends->builtInModelEngine_->engine(), [&preferences] {
             return preferences.stringValue(PreferenceKeys::recognitionEngine,
                                            PreferenceKeys::defaultRecognitionEngine) !=
                    PreferenceKeys::recognitionEngineFallback;
@@ -183,6 +174,10 @@ std::unique_ptr<platform::AudioInput> PlatformBackends::makeAudioInput() const {
             return std::make_unique<platform::PulseAudioInput>(source);
         },
         [preferences] { return preferences->stringValue(PreferenceKeys::microphoneSource, ""); });
+}
+
+void PlatformBackends::setModelIdleReleaseMinutes(int minutes) {
+    builtInModelEngine_->setIdleReleaseMinutes(minutes);
 }
 
 const std::string& PlatformBackends::triggerKey() const noexcept {

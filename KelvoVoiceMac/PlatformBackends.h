@@ -30,6 +30,7 @@
 #include "platform/SystemLog.h"
 #include "platform/Workspace.h"
 #include "platform/linux/Fcitx5AddonInstaller.h"
+#include "platform/whisper/BuiltInModelEngine.h"
 
 namespace kelvo::app {
 
@@ -69,6 +70,8 @@ class PlatformBackends {
     platform::ModelEngine& modelEngine() { return *modelEngine_; }
     // The model files on this machine, shared by the engine and the settings window.
     ModelInventory& modelInventory() { return *modelInventory_; }
+    // A new idle time before the loaded model is released (the settings changed it).
+    void setModelIdleReleaseMinutes(int minutes);
     platform::SegmentRecognizerProvider& segmentRecognizers() { return *segmentRecognizers_; }
     platform::AudioInput& audioInput() { return *audioInput_; }
     // The input-method routes, tried in this order before accessibility insertion (each reports
@@ -92,7 +95,7 @@ class PlatformBackends {
     std::unique_ptr<platform::KeySynthesizer> keySynthesizer_;
     std::unique_ptr<platform::Workspace> workspace_;
     std::unique_ptr<ModelInventory> modelInventory_;
-    std::unique_ptr<platform::ModelEngine> installedModelEngine_;
+    std::unique_ptr<platform::BuiltInModelEngine> builtInModelEngine_;
     std::unique_ptr<platform::ModelEngine> modelEngine_;
     std::unique_ptr<platform::SegmentRecognizerProvider> segmentRecognizers_;
     std::unique_ptr<platform::AudioInput> audioInput_;

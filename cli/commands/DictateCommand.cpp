@@ -25,12 +25,15 @@
 #include "KelvoVoiceMac/AudioConverter.h"
 #include "KelvoVoiceMac/CaptureError.h"
 #include "KelvoVoiceMac/Channel.h"
+#include "KelvoVoiceMac/PreferenceKeys.h"
+#include "KelvoVoiceMac/PreferredModelEngine.h"
 #include "KelvoVoiceMac/SpeechService.h"
 #include "KelvoVoiceMac/TranscriptionEvent.h"
 #include "cli/DataLocations.h"
 #include "cli/commands/AudioFileReader.h"
 #include "cli/commands/CommandGroups.h"
 #include "cli/commands/DictionaryAccess.h"
+#include "cli/commands/ModelInventoryAccess.h"
 #include "cli/commands/SecondsOption.h"
 #include "core/engines/FillerRemovalEngine.h"
 #include "core/models/Json.h"
@@ -40,7 +43,7 @@
 #include "platform/linux/PocketSphinxModelLocator.h"
 #include "platform/linux/PocketSphinxRecognizerProvider.h"
 #include "platform/linux/PulseAudioInput.h"
-#include "platform/linux/UnavailableModelEngine.h"
+#include "platform/whisper/BuiltInModelEngine.h"
 
 namespace kelvo::cli {
 
@@ -48,6 +51,7 @@ namespace {
 
 using app::AudioBuffer;
 using app::Channel;
+using app::PreferenceKeys;
 using app::TranscriptionEvent;
 
 constexpr const char* kDefaultLocale = "ja-JP";
@@ -191,6 +195,9 @@ class StopRequestWatch {
 struct DictateOptions {
     std::optional<std::filesystem::path> file;
     std::string locale = kDefaultLocale;
+    // The application's recognition setting words: "automatic" or "fallback".
+    std::string engine = PreferenceKeys::defaultRecognitionEngine;
+    std::optional<std::string> model;
     std::filesystem::path dictionary;
     bool keepFillers = false;
     bool events = false;
@@ -199,8 +206,11 @@ struct DictateOptions {
 };
 
 /// One dictation: the application's recognition path (converter, SpeechService with the
-/// application's engine choice, recognisers) on a file or the microphone, ending with the text
-/// composed as the session composes it (the confirmed finals plus the last partial).
+/// application's engines, the model engine built the same way, recognisers) on a file or the
+/// microphone, ending with the text composed as the session composes it (the confirmed finals
+/// plus the last partial). The model that serves the locale starts loading at construction, so
+/// that it is ready, or nearly, when the audio comes; construction throws kelvo::Error when
+/// --model names no installed model for the locale.
 class Dictation {
   public:
     Dictation(const DictateOptions& options, const Environment& environment,
@@ -209,27 +219,77 @@ class Dictation {
           diagnostics_(diagnostics),
           signals_(std::make_shared<Signals>()),
           trace_(signals_),
+          models_(openModelInventory(environment, {options.model.value_or(""), ""})),
+          builtInModelEngine_(models_, clock_, PreferenceKeys::defaultModelIdleReleaseMinutes,
+                              [signals = signals_](const std::string& line) {
+                                  signals->send(Signal{Signal::Kind::trace, {}, line});
+                              }),
+          modelEngine_(builtInModelEngine_.engine(),
+                       [wanted = options.engine != PreferenceKeys::recognitionEngineFallback] {
+                           return wanted;
+                       }),
           recognizers_(platform::PocketSphinxModelLocator::standard(dataHome(environment)), clock_,
                        platform::PocketSphinxModelLocator::systemLocale(),
                        platform::PocketSphinxRecognizer::defaultIdleRelease,
                        [signals = signals_] { signals->send(Signal{Signal::Kind::audioDecoded}); }),
           speech_(std::make_shared<app::SpeechService>(modelEngine_, recognizers_, clock_, trace_,
                                                        options.locale)),
-          stderrIsTerminal_(isatty(STDERR_FILENO) == 1) {}
+          stderrIsTerminal_(isatty(STDERR_FILENO) == 1) {
+        checkModel();
+        if (modelEngine_.isAvailable()) {
+            builtInModelEngine_.loadInBackground(options.locale);
+        }
+    }
 
+  private:
+    /// Throws kelvo::Error when --model names no installed model for the locale.
+    void checkModel() const {
+        if (!options_.model) {
+            return;
+        }
+        const std::string& name = *options_.model;
+        const ModelCatalogEntry* entry = models_.catalog().find(name);
+        if (!entry) {
+            throw Error("unknown model '" + name + "' (see kelvo models list)");
+        }
+        if (!models_.isInstalled(*entry)) {
+            throw Error("model '" + name + "' is not installed (install it with kelvo models " +
+                        "install " + name + ")");
+        }
+        if (models_.modelForLocale(options_.locale) != entry) {
+            throw Error("model '" + name + "' does not recognise " + options_.locale +
+                        " (see kelvo models list)");
+        }
+    }
+
+  public:
     /// Throws kelvo::Error when no engine serves the locale.
     void checkLocale() {
-        if (modelEngine_.isAvailable() && modelEngine_.supportedLocaleEquivalent(options_.locale)) {
+        const ModelCatalogEntry* serving = models_.modelForLocale(options_.locale);
+        const bool modelInstalled = serving && models_.isInstalled(*serving);
+        if (modelEngine_.isAvailable() && modelInstalled) {
             return;
         }
         if (recognizers_.locator().find(options_.locale)) {
             return;
         }
+        std::string advice = "put a PocketSphinx model for it in " +
+                             (recognizers_.locator().roots().front() / options_.locale).string() +
+                             "/ (an acoustic model folder, a .dict and a .lm.bin file)";
+        if (modelInstalled) {
+            advice = "the installed speech model " + serving->name + " needs the model engine, " +
+                     (platform::BuiltInModelEngine::isBuilt()
+                          ? "which --engine fallback turns off"
+                          : "and this build has none (it needs whisper.cpp)") +
+                     "; or " + advice;
+        } else if (modelEngine_.isAvailable()) {
+            advice =
+                "install a speech model with kelvo models install NAME (see kelvo models "
+                "list) or " +
+                advice;
+        }
         throw Error("no speech recognition model for " + options_.locale +
-                    " (installed: " + installedModelsText(recognizers_.locator()) +
-                    "); put a PocketSphinx model for it in " +
-                    (recognizers_.locator().roots().front() / options_.locale).string() +
-                    "/ (an acoustic model folder, a .dict and a .lm.bin file)");
+                    " (installed: " + installedModelsText(recognizers_.locator()) + "); " + advice);
     }
 
     void setHints(std::vector<std::string> hints) {
@@ -432,7 +492,10 @@ class Dictation {
     // The clock before the recognisers (their idle timers) and the service (its restarts).
     platform::QtClock clock_;
     SignalTraceOutput trace_;
-    platform::UnavailableModelEngine modelEngine_;
+    ModelInventory models_;
+    platform::BuiltInModelEngine builtInModelEngine_;
+    // The model engine as the recognition setting lets the service see it: none for "fallback".
+    app::PreferredModelEngine modelEngine_;
     platform::PocketSphinxRecognizerProvider recognizers_;
     std::shared_ptr<app::SpeechService> speech_;
     std::unique_ptr<platform::PulseAudioInput> microphone_;
@@ -476,22 +539,33 @@ void runDictate(const ParsedArguments& arguments, CommandContext& context) {
         throw UsageError("--seconds applies to the microphone only, not to --file");
     }
     options.locale = arguments.value("--locale").value_or(kDefaultLocale);
+    options.engine = arguments.value("--engine").value_or(PreferenceKeys::defaultRecognitionEngine);
+    if (options.engine != PreferenceKeys::recognitionEngineAutomatic &&
+        options.engine != PreferenceKeys::recognitionEngineFallback) {
+        throw UsageError("invalid value '" + options.engine + "' for --engine (expected " +
+                         PreferenceKeys::recognitionEngineAutomatic + " or " +
+                         PreferenceKeys::recognitionEngineFallback + ")");
+    }
+    options.model = arguments.value("--model");
+    if (options.model && options.engine == PreferenceKeys::recognitionEngineFallback) {
+        throw UsageError("--model applies to the model engine, not to --engine fallback");
+    }
     options.dictionary = context.dictionaryFile(arguments);
     options.keepFillers = arguments.has("--keep-fillers");
     options.events = arguments.has("--events");
     options.trace = arguments.has("--trace");
 
-    // Everything that can fail before any audio is touched fails here, first.
+    // Everything that can fail before any audio is touched fails here, first. The model starts
+    // loading before the file is decoded or the microphone opens.
     const auto dictionary = openCorrectionEngine(options.dictionary);
-    std::vector<AudioBuffer> fileAudio;
-    if (options.file) {
-        fileAudio = convertedFile(*options.file);
-    }
-
     ensureApplication();
     std::string text;
     {
         Dictation dictation(options, context.environment(), context.diagnostics());
+        std::vector<AudioBuffer> fileAudio;
+        if (options.file) {
+            fileAudio = convertedFile(*options.file);
+        }
         dictation.checkLocale();
         dictation.setHints(dictionary->hints(DictionaryScope::all));
         text = dictation.run(std::move(fileAudio));
@@ -511,16 +585,22 @@ void runDictate(const ParsedArguments& arguments, CommandContext& context) {
 void registerDictateCommand(CommandRegistry& registry) {
     registry.add(Command{
         "dictate",
-        "[--file AUDIO] [--locale L] [--dictionary PATH] [--keep-fillers] [--events] [--trace] "
-        "[--seconds N]",
+        "[--file AUDIO] [--locale L] [--engine automatic|fallback] [--model NAME] "
+        "[--dictionary PATH] [--keep-fillers] [--events] [--trace] [--seconds N]",
         "Recognise speech the way the app does (recogniser, dictionary, filler removal) and print "
         "the text: from AUDIO (any file FFmpeg reads), or from the default microphone until "
         "Enter, Ctrl+C or N seconds, showing the partial text on standard error. --locale "
-        "defaults to ja-JP; --events writes every partial and final result to standard error as "
-        "one JSON object per line; --trace adds the recogniser's trace lines.",
+        "defaults to ja-JP. The recogniser is the app's: with --engine automatic (the default) "
+        "the installed speech model that serves the locale (the best one, or NAME from kelvo "
+        "models list) when this build has the whisper.cpp engine, else the PocketSphinx "
+        "fallback, which --engine fallback always takes. --events writes every partial and final "
+        "result to standard error as one JSON object per line; --trace adds the recogniser's "
+        "trace lines.",
         ArgumentParser()
             .option("--file")
             .option("--locale")
+            .option("--engine")
+            .option("--model")
             .option("--dictionary")
             .option("--seconds")
             .flag("--keep-fillers")

@@ -7,8 +7,8 @@
 #include <iostream>
 #include <thread>
 
-#include "cli/DataLocations.h"
 #include "cli/commands/CommandGroups.h"
+#include "cli/commands/ModelInventoryAccess.h"
 #include "core/services/ModelInstallation.h"
 #include "core/services/ModelInventory.h"
 
@@ -16,25 +16,17 @@ namespace kelvo::cli {
 
 namespace {
 
-// A catalogue file that replaces the built-in list (a private mirror with models of its own).
-constexpr const char* kCatalogVariable = "KELVO_MODEL_CATALOG";
 // A mirror for every model's file, as the settings window's download address.
 constexpr const char* kBaseURLVariable = "KELVO_MODEL_DOWNLOAD_BASE_URL";
 constexpr const char* kDictationLocale = "ja-JP";
 constexpr int kProgressBarWidth = 30;
 
 ModelInventory openInventory(const ParsedArguments& arguments, CommandContext& context) {
-    const auto catalogFile = context.environment().get(kCatalogVariable);
-    ModelCatalog catalog = catalogFile && !catalogFile->empty()
-                               ? ModelCatalog::fromJsonFile(*catalogFile)
-                               : ModelCatalog::builtIn();
     ModelInventory::Settings settings;
     settings.downloadBaseURL =
         arguments.value("--base-url")
             .value_or(context.environment().get(kBaseURLVariable).value_or(""));
-    return ModelInventory(std::move(catalog),
-                          DataLocations(context.environment()).applicationFolder() / "models",
-                          settings);
+    return openModelInventory(context.environment(), settings);
 }
 
 const ModelCatalogEntry& findModel(const ModelInventory& inventory,

@@ -13,9 +13,13 @@
 namespace kelvo::platform {
 namespace {
 
+// The abort flag of the decode running on this thread. whisper.cpp reports an abort it was asked
+// for as an encoder or decoder failure, on the thread that called it; that is not worth a line.
+thread_local const std::atomic<bool>* runningDecodeAbort = nullptr;
+
 // whisper.cpp reports every step of loading and decoding; only its errors are worth a line.
 void logErrorsOnly(ggml_log_level level, const char* text, void*) {
-    if (level == GGML_LOG_LEVEL_ERROR) {
+    if (level == GGML_LOG_LEVEL_ERROR && !(runningDecodeAbort && runningDecodeAbort->load())) {
         std::fputs(text, stderr);
     }
 }
@@ -99,8 +103,10 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
             std::min(kFullEncoderFrames, seconds * kEncoderFramesPerSecond + kEncoderMarginFrames);
     }
 
+    runningDecodeAbort = &abort;
     const int status = whisper_full_with_state(context_, state_, parameters, samples.data(),
                                                static_cast<int>(samples.size()));
+    runningDecodeAbort = nullptr;
     if (abort) {
         return {};
     }

@@ -8,18 +8,6 @@
 #include "platform/whisper/WhisperTranscriber.h"
 
 namespace kelvo::platform {
-namespace {
-
-// Half a second of near silence: enough for whisper to allocate its buffers and touch every
-// weight once, so that the first real decode runs at full speed.
-void warmUp(SegmentDecoder& decoder) {
-    std::vector<float> quiet(8000, 0.0f);
-    const std::atomic<bool> never = false;
-    decoder.decode(quiet, "en", "", SegmentDecoder::Purpose::final_, never);
-}
-
-}  // namespace
-
 WhisperModelEngine::WhisperModelEngine(ModelInventory& inventory, Clock& clock, Log log,
                                        ProgressiveTranscriber::Options options)
     : ModelFileEngine(inventory),
@@ -29,7 +17,18 @@ WhisperModelEngine::WhisperModelEngine(ModelInventory& inventory, Clock& clock, 
           [](const std::filesystem::path& model) -> std::shared_ptr<SegmentDecoder> {
               return WhisperDecoder::load(model, decodingThreads());
           },
-          &warmUp, clock, std::chrono::minutes(10), log) {}
+          &WhisperModelEngine::warmUp, clock, std::chrono::minutes(10), log) {}
+
+void WhisperModelEngine::warmUp(SegmentDecoder& decoder) {
+    // Half a second of silence decoded as a partial: one encoder pass cut to the audio and one
+    // greedy decoder pass. That is enough for whisper to touch every weight and settle its
+    // buffers, so that the first real decode runs at full speed. A final's full 30-second window
+    // with its temperature fallback would cost several times as much, and a dictation whose
+    // start reloaded a released model waits for it.
+    const std::vector<float> quiet(8000, 0.0f);
+    const std::atomic<bool> never = false;
+    decoder.decode(quiet, "en", "", SegmentDecoder::Purpose::partial, never);
+}
 
 int WhisperModelEngine::decodingThreads() {
     return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));

@@ -38,6 +38,8 @@ class WhisperModelEngine final : public ModelFileEngine {
 
     // CPU threads for decoding: all cores up to four.
     static int decodingThreads();
+    // The short decode that readies a freshly loaded model (LoadedModelCache's warm-up).
+    static void warmUp(SegmentDecoder& decoder);
 
   private:
     const Log log_;

@@ -1,6 +1,9 @@
 // `kelvo dictate --file` as a child process on flite-spoken English: the recognised text (word
 // error rate printed, a loose bound asserted), the events on standard error, a dictionary entry
-// applied, a model in the user's model folder, and the failures that exit 1 with one line.
+// applied, a model in the user's model folder, the fallback recogniser with the application's log
+// lines, and the failures that exit 1 with one line. With whisper.cpp built in and a model file
+// named by KELVO_TEST_WHISPER_MODEL (whisper.cpp's for-tests models decode without producing
+// text), also the model engine's path from `kelvo models install` to the end of the dictation.
 
 #include <gtest/gtest.h>
 
@@ -11,9 +14,14 @@
 #include <vector>
 
 #include "core/models/Json.h"
+#include "tests/core/ModelFileServer.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/e2e/SpokenEnglish.h"
 #include "tests/support/KelvoProcess.h"
+
+#ifndef KELVO_HAS_WHISPER
+#define KELVO_HAS_WHISPER 0
+#endif
 
 namespace kelvo {
 namespace {
@@ -29,7 +37,7 @@ const std::vector<std::string> kSentences = {
 
 std::vector<std::string> environmentWith(const std::filesystem::path& dataHome) {
     std::vector<std::string> environment;
-    for (const char* name : {"PATH", "HOME", "LANG", "LC_ALL", "TMPDIR"}) {
+    for (const char* name : {"PATH", "HOME", "LANG", "LC_ALL", "TMPDIR", "LD_LIBRARY_PATH"}) {
         if (const char* value = std::getenv(name)) {
             environment.push_back(std::string(name) + "=" + value);
         }
@@ -51,10 +59,13 @@ class KelvoDictate : public ::testing::Test {
 
     // With its own data folder ($XDG_DATA_HOME) under the suite's folder, "data" unless named.
     KelvoProcess::Outcome dictate(const std::vector<std::string>& arguments,
-                                  const std::string& dataHome = "data") {
+                                  const std::string& dataHome = "data",
+                                  const std::vector<std::string>& variables = {}) {
         std::vector<std::string> all = {"dictate"};
         all.insert(all.end(), arguments.begin(), arguments.end());
-        KelvoProcess kelvo(KELVO_BINARY, all, environmentWith(folder_->path() / dataHome));
+        std::vector<std::string> environment = environmentWith(folder_->path() / dataHome);
+        environment.insert(environment.end(), variables.begin(), variables.end());
+        KelvoProcess kelvo(KELVO_BINARY, all, environment);
         return kelvo.finish();
     }
 
@@ -148,10 +159,17 @@ TEST_F(KelvoDictate, FailuresExitOneWithOneLineAndNoOutput) {
         // The application's own locale has no model on Debian: say which exist and where to
         // put one.
         {{"--file", speech},
-         "kelvo: no speech recognition model for ja-JP (installed: en-US); put a PocketSphinx "
-         "model for it in " +
+         "kelvo: no speech recognition model for ja-JP (installed: en-US); " +
+             std::string(KELVO_HAS_WHISPER ? "install a speech model with kelvo models install "
+                                             "NAME (see kelvo models list) or "
+                                           : "") +
+             "put a PocketSphinx model for it in " +
              (folder_->path() / "data/KelvoVoiceMac/models/pocketsphinx/ja-JP").string() +
              "/ (an acoustic model folder, a .dict and a .lm.bin file)\n"},
+        {{"--file", speech, "--model", "tiny"},
+         "kelvo: model 'tiny' is not installed (install it with kelvo models install tiny)\n"},
+        {{"--file", speech, "--model", "large-v9"},
+         "kelvo: unknown model 'large-v9' (see kelvo models list)\n"},
     };
     for (const auto& failure : cases) {
         SCOPED_TRACE(failure.arguments.back());
@@ -159,6 +177,88 @@ TEST_F(KelvoDictate, FailuresExitOneWithOneLineAndNoOutput) {
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.output, "");
         EXPECT_EQ(outcome.errors, failure.error);
+    }
+}
+
+TEST_F(KelvoDictate, FallsBackLikeTheApplicationWithItsLogLines) {
+    const auto speech = (folder_->path() / "water.wav").string();
+    testing::speak({kSentences[2]}, speech);
+    // No speech model installed (or none built in) for "automatic"; never a model for "fallback".
+    const struct {
+        std::vector<std::string> engine;
+        std::string reason;
+    } cases[] = {
+        {{},
+         KELVO_HAS_WHISPER
+             ? "SpeechTranscriber assets are not installed after request (status=supported)"
+             : "SpeechTranscriber is not available on this device"},
+        {{"--engine", "fallback"}, "SpeechTranscriber is not available on this device"},
+    };
+    for (const auto& run : cases) {
+        SCOPED_TRACE(run.reason);
+        std::vector<std::string> arguments = {"--locale", "en-US", "--file", speech, "--trace"};
+        arguments.insert(arguments.end(), run.engine.begin(), run.engine.end());
+        const auto outcome = dictate(arguments);
+        ASSERT_EQ(outcome.status, 0) << outcome.errors;
+        EXPECT_GT(outcome.output.size(), 1u) << "some text";
+        EXPECT_NE(outcome.errors.find("[SpeechService] SpeechAnalyzer unavailable: " + run.reason +
+                                      ". Falling back to SFSpeechRecognizer\n"),
+                  std::string::npos)
+            << outcome.errors;
+    }
+}
+
+TEST_F(KelvoDictate, RunsAnInstalledModelOnTheApplicationsAnalyserPath) {
+    const char* model = std::getenv("KELVO_TEST_WHISPER_MODEL");
+    if (!KELVO_HAS_WHISPER || !model || !*model) {
+        GTEST_SKIP() << "needs whisper.cpp built in and KELVO_TEST_WHISPER_MODEL";
+    }
+    // Installed as a user would, from a loopback mirror listed in a catalogue of its own.
+    const std::string bytes = testing::contentsOf(model);
+    testing::ModelFileServer server(bytes);
+    Json entry = Json::object();
+    entry["name"] = "test";
+    entry["url"] = server.baseURL() + "ggml-test.bin";
+    entry["sizeBytes"] = bytes.size();
+    entry["sizeIsExact"] = true;
+    entry["languages"] = {"ja"};
+    const auto catalog = folder_->write("catalog.json", Json::array({entry}).dump());
+    const std::vector<std::string> variables = {"KELVO_MODEL_CATALOG=" + catalog.string()};
+    {
+        KelvoProcess install(KELVO_BINARY, {"models", "install", "test"}, [&] {
+            auto environment = environmentWith(folder_->path() / "data-whisper");
+            environment.insert(environment.end(), variables.begin(), variables.end());
+            return environment;
+        }());
+        const auto installed = install.finish();
+        ASSERT_EQ(installed.status, 0) << installed.errors;
+    }
+
+    const auto speech = (folder_->path() / "sentences.wav").string();
+    for (const std::vector<std::string>& choice :
+         {std::vector<std::string>{}, std::vector<std::string>{"--model", "test"}}) {
+        std::vector<std::string> arguments = {"--file", speech, "--events", "--trace"};
+        arguments.insert(arguments.end(), choice.begin(), choice.end());
+        const auto outcome = dictate(arguments, "data-whisper", variables);
+        ASSERT_EQ(outcome.status, 0) << outcome.errors;
+        for (const char* line : {
+                 "[KelvoVoice] Model model ggml-test.bin loaded and warmed up in ",
+                 "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja "
+                 "supportedCount=1 installedCount=1 assetStatus=installed\n",
+                 "[SpeechService] Using SpeechAnalyzer/SpeechTranscriber\n",
+                 "[SpeechService] SpeechAnalyzer finalized through end of input\n",
+             }) {
+            EXPECT_NE(outcome.errors.find(line), std::string::npos) << line << outcome.errors;
+        }
+        EXPECT_EQ(outcome.errors.find("Falling back"), std::string::npos) << outcome.errors;
+        // Whatever the weightless model made of it came as events.
+        std::istringstream lines(outcome.errors);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.starts_with("{")) {
+                const Json event = Json::parse(line);
+                EXPECT_TRUE(event.at("type") == "final" || event.at("type") == "partial") << line;
+            }
+        }
     }
 }
 

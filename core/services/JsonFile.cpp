@@ -8,7 +8,8 @@ namespace kelvo::jsonfile {
 Json parse(const std::filesystem::path& path, std::string_view data) {
     try {
         return Json::parse(data);
-    } catch (const Json::parse_error& error) {
+    } catch (const Json::exception& error) {
+        // A syntax error, or a number beyond a double (which nlohmann reports as out of range).
         // nlohmann prefixes "[json.exception.parse_error.101] "; the rest says where and why.
         std::string detail = error.what();
         if (const auto end = detail.find("] ");

@@ -45,5 +45,17 @@ TEST(JsonFile, ParseErrorsNameTheFile) {
     }
 }
 
+// nlohmann reports a number beyond a double as out of range, not as a syntax error; a store must
+// still see a damaged file, and the history must still move it aside and record.
+TEST(JsonFile, ANumberBeyondADoubleIsInvalidJsonNamingTheFile) {
+    try {
+        jsonfile::parse("/data/history.json", "[{\"createdAt\": -1e999}]");
+        FAIL() << "parse should fail";
+    } catch (const DecodingError& error) {
+        EXPECT_STREQ(error.what(),
+                     "/data/history.json: invalid JSON: number overflow parsing '-1e999'");
+    }
+}
+
 }  // namespace
 }  // namespace kelvo

@@ -3,6 +3,7 @@
 // the way the store writes it reads back as the same list, and writing that again gives the same
 // bytes; the correction engine takes any decoded list and rewrites text with it.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -40,6 +41,32 @@ class MemoryStore : public DictionaryStore {
     std::vector<DictionaryEntry> entries_;
 };
 
+// Each entry rewrites the text as the entries before it left it, so a dictionary whose
+// replacements contain other entries' candidates multiplies the text's length, as specified.
+// Texts that could grow past 32 MB are not corrected here: they would only measure the memory
+// limit. A candidate's occurrence grows at most by its replacement's share of its length; the
+// text itself at most threefold when composed.
+bool growthStaysSmall(const std::vector<DictionaryEntry>& entries, std::size_t textBytes) {
+    double bytes = 3.0 * static_cast<double>(textBytes);
+    for (const DictionaryEntry& entry : entries) {
+        const double replacement = static_cast<double>(unicode::toNfc(entry.replacementText.empty()
+                                                                          ? entry.canonicalText
+                                                                          : entry.replacementText)
+                                                           .size());
+        std::vector<std::string> candidates = entry.readings;
+        candidates.push_back(entry.canonicalText);
+        candidates.insert(candidates.end(), entry.commonMisrecognitions.begin(),
+                          entry.commonMisrecognitions.end());
+        for (const std::string& candidate : candidates) {
+            if (!candidate.empty() && bytes < 1e300) {
+                const double length = static_cast<double>(unicode::toNfc(candidate).size());
+                bytes *= std::max(1.0, replacement / std::max(1.0, length));
+            }
+        }
+    }
+    return bytes <= 32.0 * 1024 * 1024;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -59,6 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // A loaded dictionary goes straight to the engine; any list must prepare and apply. The text
     // holds every candidate, so each enabled entry's matching runs.
     DictionaryCorrectionEngine engine(std::make_shared<MemoryStore>(entries));
+    engine.hints(DictionaryScope::all);
     std::string sample;
     for (const DictionaryEntry& entry : entries) {
         sample += entry.canonicalText + " ";
@@ -69,9 +97,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             sample += wrong + "。";
         }
     }
+    if (!growthStaysSmall(entries, sample.size())) {
+        return 0;
+    }
     const auto result = engine.apply(sample, DictionaryScope::all);
     fuzz::check(isValidUtf8(result.text), "the corrected text is not UTF-8", result.text);
     fuzz::check(result.usedEntryIDs.size() <= entries.size(), "more entries used than exist");
-    engine.hints(DictionaryScope::all);
     return 0;
 }

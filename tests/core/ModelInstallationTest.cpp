@@ -380,7 +380,10 @@ TEST(ModelCatalogTest, BuiltInAndFileCatalogues) {
     for (const std::string bad :
          {R"({"name": "x"})", R"([{"name": "x", "sizeBytes": 1}])",
           R"([{"name": "x", "url": "http://h/../", "sizeBytes": 1, "fileName": "../evil"}])",
-          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "sha1": "zz"}])"}) {
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "sha1": "zz"}])",
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": -1}])",
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1e30}])",
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "rank": 1e300}])"}) {
         EXPECT_THROW(ModelCatalog::fromJsonFile(folder.write("bad.json", bad)), DecodingError)
             << bad;
     }

@@ -47,4 +47,18 @@ bool failsOnlyWithOwnError(Operation&& operation) {
     }
 }
 
+/// Runs an operation whose contract is not to fail at all; any exception aborts with `what`.
+template <typename Operation>
+void mustNotFail(std::string_view what, Operation&& operation) {
+    try {
+        operation();
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& error) {
+        fail(what, error.what());
+    } catch (...) {
+        fail(what);
+    }
+}
+
 }  // namespace kelvo::fuzz

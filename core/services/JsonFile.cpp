@@ -5,7 +5,39 @@
 
 namespace kelvo::jsonfile {
 
+namespace {
+
+// Counts the brackets outside texts, before anything (the parser's result included) recurses.
+void requireModestNesting(const std::filesystem::path& path, std::string_view data) {
+    std::size_t depth = 0;
+    bool inText = false;
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        const char c = data[i];
+        if (inText) {
+            if (c == '\\') {
+                ++i;
+            } else if (c == '"') {
+                inText = false;
+            }
+            continue;
+        }
+        if (c == '"') {
+            inText = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > maximumNestingDepth) {
+                throw DecodingError(path.string() + ": invalid JSON: nested deeper than " +
+                                    std::to_string(maximumNestingDepth) + " levels");
+            }
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+}
+
+}  // namespace
+
 Json parse(const std::filesystem::path& path, std::string_view data) {
+    requireModestNesting(path, data);
     try {
         return Json::parse(data);
     } catch (const Json::exception& error) {

@@ -57,5 +57,19 @@ TEST(JsonFile, ANumberBeyondADoubleIsInvalidJsonNamingTheFile) {
     }
 }
 
+TEST(JsonFile, NestingIsLimitedOutsideTextsOnly) {
+    const auto nested = [](std::size_t levels) {
+        return std::string(levels, '[') + std::string(levels, ']');
+    };
+    EXPECT_NO_THROW(jsonfile::parse("a.json", nested(jsonfile::maximumNestingDepth)));
+    EXPECT_NO_THROW(jsonfile::parse("a.json", "[\"" + std::string(1000, '[') + "\\\"\"]"));
+    try {
+        jsonfile::parse("/data/a.json", "{\"a\": " + nested(jsonfile::maximumNestingDepth) + "}");
+        FAIL() << "parse should fail";
+    } catch (const DecodingError& error) {
+        EXPECT_STREQ(error.what(), "/data/a.json: invalid JSON: nested deeper than 512 levels");
+    }
+}
+
 }  // namespace
 }  // namespace kelvo

@@ -1,7 +1,8 @@
 // The dictionary file as the store reads it (any bytes a user or an editor may leave there).
 // Contract: it decodes or fails with DecodingError, never anything else; a decoded list written
 // the way the store writes it reads back as the same list, and writing that again gives the same
-// bytes; the correction engine takes any decoded list and rewrites text with it.
+// bytes; the document as read (unknown members included) writes and reads back unchanged; the
+// correction engine takes any decoded list and rewrites text with it.
 
 #include <algorithm>
 #include <cstddef>
@@ -71,10 +72,17 @@ bool growthStaysSmall(const std::vector<DictionaryEntry>& entries, std::size_t t
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
+    Json document;
     std::vector<DictionaryEntry> entries;
-    if (!fuzz::failsOnlyWithOwnError<DecodingError>([&] { entries = decodeFile(text); })) {
+    if (!fuzz::failsOnlyWithOwnError<DecodingError>([&] {
+            document = jsonfile::parse(kFile, text);
+            entries = json::Decode<std::vector<DictionaryEntry>>::from(document);
+        })) {
         return 0;
     }
+    // A save writes back the members of stored entries that this version does not know.
+    const std::string kept = jsonfile::prettyPrinted(document);
+    fuzz::check(jsonfile::parse(kFile, kept) == document, "stored entries change when kept", kept);
 
     const std::string written = encodeFile(entries);
     std::vector<DictionaryEntry> reread;

@@ -1,7 +1,8 @@
 // The history file as the store reads it. Contract: it decodes or fails with DecodingError, never
 // anything else; a decoded history written the way the store writes records reads back as the
 // same records (an audio file URL's path in its normal form: the URL names the file, "a/../b" and
-// "b" alike) and writing that again gives the same bytes.
+// "b" alike) and writing that again gives the same bytes. The stored document itself, as an
+// append keeps it, writes and reads back unchanged.
 
 #include <cstddef>
 #include <cstdint>
@@ -31,10 +32,17 @@ std::string encodeFile(const std::vector<HistoryItem>& items) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
+    Json document;
     std::vector<HistoryItem> items;
-    if (!fuzz::failsOnlyWithOwnError<DecodingError>([&] { items = decodeFile(text); })) {
+    if (!fuzz::failsOnlyWithOwnError<DecodingError>([&] {
+            document = jsonfile::parse(kFile, text);
+            items = json::Decode<std::vector<HistoryItem>>::from(document);
+        })) {
         return 0;
     }
+    // An append writes the stored records back as read, members it does not know included.
+    const std::string kept = jsonfile::prettyPrinted(document);
+    fuzz::check(jsonfile::parse(kFile, kept) == document, "stored records change when kept", kept);
 
     const std::string written = encodeFile(items);
     std::vector<HistoryItem> reread;

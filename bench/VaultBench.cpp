@@ -86,6 +86,25 @@ void BM_SearchVault(benchmark::State& state) {
 }
 BENCHMARK(BM_SearchVault)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
+/// Link extraction from a note of `range(0)` "[[" openings that only a "]" at its end closes
+/// (a run of unclosed links); the reported complexity says how the time grows with the note.
+void BM_WikiLinksOfUnclosedOpenings(benchmark::State& state) {
+    std::string note;
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+        note += "[[";
+    }
+    note += "]x";
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(kelvo::VaultBrowser::wikiLinks(note));
+    }
+    state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_WikiLinksOfUnclosedOpenings)
+    ->RangeMultiplier(4)
+    ->Range(1 << 12, 1 << 16)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity();
+
 kelvo::MarkdownDocument benchDocument(const std::string& title) {
     kelvo::MarkdownDocument document;
     document.title = title;

@@ -15,6 +15,7 @@
 #include <system_error>
 
 #include "core/models/Json.h"
+#include "core/services/JsonFile.h"
 #include "core/support/AtomicFile.h"
 #include "core/support/FolderLock.h"
 
@@ -49,10 +50,11 @@ bool isUsableSuiteName(const std::string& name) {
 }
 
 /// The suite's entries; an absent, unreadable or damaged file reads as an empty suite, as a
-/// user-defaults suite that has never been written does.
+/// user-defaults suite that has never been written does. So does one nested too deeply to be
+/// written back (writing recurses once per level).
 Json readSuite(const fs::path& file) noexcept {
     try {
-        Json suite = Json::parse(readWholeFile(file), nullptr, /*allow_exceptions=*/false);
+        Json suite = jsonfile::parse(file, readWholeFile(file));
         if (suite.is_object()) {
             return suite;
         }

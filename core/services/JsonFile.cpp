@@ -5,10 +5,43 @@
 
 namespace kelvo::jsonfile {
 
+namespace {
+
+// Counts the brackets outside texts, before anything (the parser's result included) recurses.
+void requireModestNesting(const std::filesystem::path& path, std::string_view data) {
+    std::size_t depth = 0;
+    bool inText = false;
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        const char c = data[i];
+        if (inText) {
+            if (c == '\\') {
+                ++i;
+            } else if (c == '"') {
+                inText = false;
+            }
+            continue;
+        }
+        if (c == '"') {
+            inText = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > maximumNestingDepth) {
+                throw DecodingError(path.string() + ": invalid JSON: nested deeper than " +
+                                    std::to_string(maximumNestingDepth) + " levels");
+            }
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+}
+
+}  // namespace
+
 Json parse(const std::filesystem::path& path, std::string_view data) {
+    requireModestNesting(path, data);
     try {
         return Json::parse(data);
-    } catch (const Json::parse_error& error) {
+    } catch (const Json::exception& error) {
+        // A syntax error, or a number beyond a double (which nlohmann reports as out of range).
         // nlohmann prefixes "[json.exception.parse_error.101] "; the rest says where and why.
         std::string detail = error.what();
         if (const auto end = detail.find("] ");

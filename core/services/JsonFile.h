@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -14,7 +15,12 @@ namespace kelvo {
 /// Every error names the file, so a message on its own tells the user which file is damaged.
 namespace jsonfile {
 
-/// Parses a file's contents. Throws DecodingError "<path>: invalid JSON: ..." on malformed data.
+/// Deeper than any record nests. Copying and writing JSON recurse once per level, and stores
+/// write members they do not know back as read, so deeper files are refused as damaged.
+inline constexpr std::size_t maximumNestingDepth = 512;
+
+/// Parses a file's contents. Throws DecodingError "<path>: invalid JSON: ..." on malformed data,
+/// including arrays and objects nested deeper than `maximumNestingDepth`.
 Json parse(const std::filesystem::path& path, std::string_view data);
 
 /// Reads and decodes a whole file as T. Throws FileError when it cannot be read and DecodingError

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
+#include <cstdint>
+#include <string>
 
 #include "core/services/JsonFile.h"
 #include "core/support/Error.h"
@@ -102,19 +105,38 @@ ModelCatalog ModelCatalog::fromJsonFile(const std::filesystem::path& file) {
     if (!document.is_array()) {
         fail("expected an array of models");
     }
+    // Read as the records read integers: nlohmann's own conversion would wrap -1 to a size near
+    // 2^64 and convert 1e30 with undefined behaviour.
+    const auto wholeNumber = [&fail](const Json& value, const char* member, std::int64_t lowest,
+                                     std::int64_t highest) {
+        std::int64_t number = 0;
+        try {
+            number = json::Decode<std::int64_t>::from(value);
+        } catch (const DecodingError& error) {
+            fail(std::string("member \"") + member + "\": " + error.what());
+        }
+        if (number < lowest || number > highest) {
+            fail(std::string("member \"") + member +
+                 "\" is out of range: " + std::to_string(number));
+        }
+        return number;
+    };
     std::vector<ModelCatalogEntry> entries;
     for (const Json& item : document) {
         try {
             ModelCatalogEntry entry;
             entry.name = item.at("name").get<std::string>();
             entry.url = item.at("url").get<std::string>();
-            entry.sizeBytes = item.at("sizeBytes").get<std::uint64_t>();
+            entry.sizeBytes = static_cast<std::uint64_t>(
+                wholeNumber(item.at("sizeBytes"), "sizeBytes", 0, INT64_MAX));
             entry.fileName = item.value("fileName", entry.url.substr(entry.url.rfind('/') + 1));
             entry.sizeIsExact = item.value("sizeIsExact", false);
             entry.sha1 = lowered(item.value("sha1", std::string()));
             entry.sha256 = lowered(item.value("sha256", std::string()));
             entry.languages = item.value("languages", std::vector<std::string>());
-            entry.rank = item.value("rank", 0);
+            entry.rank = item.contains("rank")
+                             ? static_cast<int>(wholeNumber(item["rank"], "rank", INT_MIN, INT_MAX))
+                             : 0;
             entry.description = item.value("description", std::string());
             if (entry.name.empty() || entry.fileName.empty() ||
                 entry.fileName.find('/') != std::string::npos || entry.fileName[0] == '.') {

@@ -39,7 +39,12 @@ std::optional<Json> matchingRecord(const ModelCatalogEntry& entry,
     Json document;
     try {
         document = jsonfile::parse(record, readWholeFile(record));
-        if (document.value("sizeBytes", std::uint64_t{0}) != *modelSize) {
+        // Strictly: a size that is not a whole number of bytes matches no file (and a huge
+        // fraction must not be converted to an integer at all).
+        const std::optional<std::int64_t> recordedSize =
+            json::optional<std::int64_t>(document, "sizeBytes");
+        if (!recordedSize || *recordedSize < 0 ||
+            static_cast<std::uint64_t>(*recordedSize) != *modelSize) {
             return std::nullopt;
         }
         // A catalogue that now publishes another digest than the one the file was checked
@@ -159,7 +164,9 @@ std::optional<std::string> ModelInventory::verificationText(const ModelCatalogEn
     if (!record) {
         return std::nullopt;
     }
-    if (record->value("verifiedBy", std::string()) == "checksum") {
+    // Compared as JSON: a member of another kind is simply not "checksum".
+    if (const auto verifiedBy = record->find("verifiedBy");
+        verifiedBy != record->end() && *verifiedBy == "checksum") {
         return "checksum verified";
     }
     return "size verified; no published checksum";

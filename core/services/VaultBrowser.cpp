@@ -410,7 +410,9 @@ std::vector<std::string> VaultBrowser::wikiLinks(std::string_view text) {
             }
             position = text.find("[[", end + 2);
         } else {
-            position = text.find("[[", position + 1);
+            // Every "[[" before `end` stops at this same "]" and fails as well: resume after it,
+            // or a long run of unclosed openings would be scanned over and over (quadratic).
+            position = text.find("[[", std::max(position + 1, end));
         }
     }
     return links;

@@ -22,18 +22,16 @@ extern "C" {
 }
 
 #include "core/models/Json.h"
-#include "core/services/APIError.h"
 #include "core/services/ProcessResponse.h"
 #include "core/services/TransportError.h"
+#include "core/services/WorkerAnswer.h"
 #include "core/support/Error.h"
-#include "core/support/Utf8.h"
 #include "core/support/Uuid.h"
 
 namespace kelvo {
 namespace {
 
 constexpr std::string_view kCrLf = "\r\n";
-constexpr std::string_view kUnknownErrorBody = "Unknown error";
 
 using HeaderMap = std::map<std::string, std::string>;
 
@@ -127,23 +125,21 @@ TransportError::Kind transportErrorKind(CURLcode code) {
     }
 }
 
-struct HttpAnswer {
-    long statusCode = 0;  // 0 when the answer was not an HTTP response
-    std::string body;
-    // Where a 3xx answer pointed; never followed.
-    std::string redirectTarget;
+// What a transfer collects: the answer, and whether it was cut off for its size.
+struct Transfer {
+    WorkerAnswer answer;
     bool tooLarge = false;
 };
 
 size_t appendToBody(char* data, size_t size, size_t count, void* userData) {
-    auto& answer = *static_cast<HttpAnswer*>(userData);
+    auto& transfer = *static_cast<Transfer*>(userData);
     const std::size_t bytes = size * count;
-    if (bytes > WorkerAPIClient::maximumAnswerBytes - answer.body.size()) {
-        answer.tooLarge = true;
+    if (bytes > WorkerAPIClient::maximumAnswerBytes - transfer.answer.body.size()) {
+        transfer.tooLarge = true;
         return 0;  // makes curl abort the transfer with CURLE_WRITE_ERROR
     }
     try {
-        answer.body.append(data, bytes);
+        transfer.answer.body.append(data, bytes);
         return bytes;
     } catch (...) {
         return 0;
@@ -151,8 +147,8 @@ size_t appendToBody(char* data, size_t size, size_t count, void* userData) {
 }
 
 // `body` is handed to curl by pointer, not copied: it must outlive the call, which it does.
-HttpAnswer postRequest(const std::string& url, const HeaderMap& headers, const std::string& body,
-                       double timeoutSeconds) {
+WorkerAnswer postRequest(const std::string& url, const HeaderMap& headers, const std::string& body,
+                         double timeoutSeconds) {
     initialiseCurlOnce();
     const std::unique_ptr<CURL, CurlHandleDeleter> handle(curl_easy_init());
     if (!handle) {
@@ -180,7 +176,7 @@ HttpAnswer postRequest(const std::string& url, const HeaderMap& headers, const s
     // interim answer; the worker contract has no such header.
     addHeader("Expect:");
 
-    HttpAnswer answer;
+    Transfer transfer;
     char errorBuffer[CURL_ERROR_SIZE] = {};
     CURL* const h = handle.get();
     curl_easy_setopt(h, CURLOPT_URL, url.c_str());
@@ -194,11 +190,11 @@ HttpAnswer postRequest(const std::string& url, const HeaderMap& headers, const s
     curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     curl_easy_setopt(h, CURLOPT_TIMEOUT_MS, timeoutMilliseconds(timeoutSeconds));
     curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, &appendToBody);
-    curl_easy_setopt(h, CURLOPT_WRITEDATA, &answer);
+    curl_easy_setopt(h, CURLOPT_WRITEDATA, &transfer);
     curl_easy_setopt(h, CURLOPT_ERRORBUFFER, errorBuffer);
 
     const CURLcode code = curl_easy_perform(h);
-    if (answer.tooLarge) {
+    if (transfer.tooLarge) {
         throw DecodingError("The worker's answer is larger than " +
                             std::to_string(WorkerAPIClient::maximumAnswerBytes / (1024 * 1024)) +
                             " MB; a transcript is never that large, so it was refused");
@@ -207,55 +203,12 @@ HttpAnswer postRequest(const std::string& url, const HeaderMap& headers, const s
         const std::string message = errorBuffer[0] != '\0' ? errorBuffer : curl_easy_strerror(code);
         throw TransportError(transportErrorKind(code), code, message);
     }
-    curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &answer.statusCode);
+    curl_easy_getinfo(h, CURLINFO_RESPONSE_CODE, &transfer.answer.statusCode);
     const char* redirect = nullptr;
     if (curl_easy_getinfo(h, CURLINFO_REDIRECT_URL, &redirect) == CURLE_OK && redirect) {
-        answer.redirectTarget = redirect;
+        transfer.answer.redirectTarget = redirect;
     }
-    return answer;
-}
-
-// Every occurrence of `secret` in `text` replaced, so that a server echoing the token back does
-// not get it printed or logged. A "token" of a few letters is no secret worth mangling every
-// word that contains it for.
-void redact(std::string& text, const std::string& secret) {
-    if (secret.size() < 4) {
-        return;
-    }
-    static constexpr std::string_view kHidden = "[token hidden]";
-    for (std::size_t at = text.find(secret); at != std::string::npos;
-         at = text.find(secret, at + kHidden.size())) {
-        text.replace(at, secret.size(), kHidden);
-    }
-}
-
-void checkStatus(const HttpAnswer& answer, const std::string& authToken,
-                 const std::optional<std::string>& deviceToken) {
-    if (answer.statusCode == 0 || (answer.statusCode >= 200 && answer.statusCode <= 299)) {
-        return;
-    }
-    std::string body = isValidUtf8(answer.body) ? answer.body : std::string(kUnknownErrorBody);
-    if (answer.statusCode >= 300 && answer.statusCode <= 399) {
-        body = "redirect to " +
-               (answer.redirectTarget.empty() ? "an unnamed target" : answer.redirectTarget) +
-               " not followed";
-    }
-    redact(body, authToken);
-    if (deviceToken) {
-        redact(body, *deviceToken);
-    }
-    throw APIError::httpError(static_cast<int>(answer.statusCode), std::move(body));
-}
-
-template <typename Record>
-Record decodeBody(const std::string& body) {
-    Json parsed;
-    try {
-        parsed = Json::parse(body);
-    } catch (const Json::exception& error) {
-        throw DecodingError(error.what());
-    }
-    return parsed.get<Record>();
+    return std::move(transfer.answer);
 }
 
 void appendTextField(std::string& out, std::string_view boundary, std::string_view name,
@@ -386,9 +339,9 @@ TranscribeResponse WorkerAPIClient::transcribe(const std::filesystem::path& audi
     headers["Content-Type"] = "multipart/form-data; boundary=" + boundary;
     const std::string body = buildMultipartBody(audioFileURL, boundary, model, language, prompt);
 
-    const HttpAnswer answer = postRequest(url, headers, body, transcribeTimeout_);
-    checkStatus(answer, authToken_, deviceToken_);
-    return decodeBody<TranscribeResponse>(answer.body);
+    const WorkerAnswer answer = postRequest(url, headers, body, transcribeTimeout_);
+    answer.checkStatus(authToken_, deviceToken_);
+    return answer.decodedBody<TranscribeResponse>();
 }
 
 std::string WorkerAPIClient::process(const std::string& text, const std::string& summaryLevel,
@@ -416,9 +369,9 @@ std::string WorkerAPIClient::process(const std::string& text, const std::string&
         throw EncodingError(error.what());
     }
 
-    const HttpAnswer answer = postRequest(url, headers, body, processTimeout_);
-    checkStatus(answer, authToken_, deviceToken_);
-    return decodeBody<ProcessResponse>(answer.body).text;
+    const WorkerAnswer answer = postRequest(url, headers, body, processTimeout_);
+    answer.checkStatus(authToken_, deviceToken_);
+    return answer.decodedBody<ProcessResponse>().text;
 }
 
 std::optional<double> WorkerAPIClient::measureAudioDurationSeconds(

@@ -146,6 +146,11 @@ TEST_F(BookmarkManagerTest, UnreadableDataResolvesToNothing) {
     EXPECT_FALSE(manager.hasBookmark("garbage"));
     manager.saveBookmark(vault, "vault");
     EXPECT_EQ(manager.resolveURL("vault"), vault);
+    // So does one nested too deeply to be written back (writing recurses once per level).
+    std::ofstream(suiteFile("suite"))
+        << "{\"deep\": " << std::string(500'000, '[') << std::string(500'000, ']') << "}";
+    manager.saveBookmark(vault, "vault");
+    EXPECT_EQ(manager.resolveURL("vault"), vault);
 }
 
 TEST_F(BookmarkManagerTest, ReplacedFolderIsStaleAndTheBookmarkIsRewritten) {

@@ -153,6 +153,18 @@ TEST_F(JSONHistoryStoreTest, FailedAppendKeepsThePreviousFile) {
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing"));
 }
 
+// Members this version does not know are written back as read, and writing JSON recurses once
+// per level: a record nested this deep must count as damage, not overflow the stack.
+TEST_F(JSONHistoryStoreTest, AFileNestedTooDeeplyIsDamagedNotACrash) {
+    constexpr std::size_t kLevels = 500'000;
+    folder.write("history.json", "[{\"x\": " + std::string(kLevels, '[') +
+                                     std::string(kLevels, ']') + ", " +
+                                     Json(item(2)).dump().substr(1) + "]");
+    const HistoryItem fresh = item(1);
+    store.appendItem(fresh);
+    EXPECT_EQ(stored(), std::vector<HistoryItem>{fresh});
+}
+
 TEST_F(JSONHistoryStoreTest, ConcurrentWritersLoseNoRecord) {
     constexpr int kPerWriter = 60;
     const auto writer = [this] {

@@ -324,6 +324,22 @@ TEST(ModelInventoryTest, ChoosesTheModelThatServesALocale) {
     EXPECT_EQ(models.downloadURL(tiny), "http://mirror.example/models/ggml-tiny.bin");
 }
 
+// A record is ours, but lives in the user's folder: whatever it holds, the inventory answers.
+TEST(ModelInventoryTest, ARecordOfTheWrongShapeIsNoInstallation) {
+    testing::TemporaryFolder folder;
+    const ModelInventory models(ModelCatalog::builtIn(), folder.path());
+    const ModelCatalogEntry& tiny = *models.catalog().find("tiny-q5_1");
+    folder.write(tiny.fileName, "model");
+    for (const std::string record :
+         {R"({"sizeBytes": 1e30})", R"({"sizeBytes": -5})", R"({"sizeBytes": "5"})", R"([5])"}) {
+        folder.write(tiny.fileName + ".verified", record);
+        EXPECT_FALSE(models.isInstalled(tiny)) << record;
+        EXPECT_EQ(models.verificationText(tiny), std::nullopt) << record;
+    }
+    folder.write(tiny.fileName + ".verified", R"({"sizeBytes": 5, "verifiedBy": 5})");
+    EXPECT_EQ(models.verificationText(tiny), "size verified; no published checksum");
+}
+
 TEST(ModelCatalogTest, BuiltInAndFileCatalogues) {
     const ModelCatalog builtIn = ModelCatalog::builtIn();
     for (const char* name : {"tiny", "base", "small", "medium", "large-v3", "large-v3-turbo",
@@ -348,7 +364,10 @@ TEST(ModelCatalogTest, BuiltInAndFileCatalogues) {
     for (const std::string bad :
          {R"({"name": "x"})", R"([{"name": "x", "sizeBytes": 1}])",
           R"([{"name": "x", "url": "http://h/../", "sizeBytes": 1, "fileName": "../evil"}])",
-          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "sha1": "zz"}])"}) {
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "sha1": "zz"}])",
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": -1}])",
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1e30}])",
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "rank": 1e300}])"}) {
         EXPECT_THROW(ModelCatalog::fromJsonFile(folder.write("bad.json", bad)), DecodingError)
             << bad;
     }

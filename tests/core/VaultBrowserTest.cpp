@@ -162,6 +162,8 @@ TEST(VaultBrowserParse, WikiLinksFollowThePattern) {
     EXPECT_THAT(VaultBrowser::wikiLinks("[[]] [[ |alias]] [[a]b]] [[open"), ElementsAre());
     // An extra opening bracket belongs to the target, as in the pattern.
     EXPECT_THAT(VaultBrowser::wikiLinks("[[[x]] [[y]]]"), ElementsAre("[x", "y"));
+    // After an opening that fails at a lone "]", the search goes on behind that "]".
+    EXPECT_THAT(VaultBrowser::wikiLinks("[[a [[b]c [[d]] [[x]y[[z]]"), ElementsAre("d", "z"));
 }
 
 TEST_F(VaultBrowserTest, ErrorsCarryTheJapaneseDescriptions) {

@@ -1,31 +1,13 @@
 #include "cli/commands/JsonInput.h"
 
+#include "core/services/JsonFile.h"
+
 namespace kelvo::cli {
 
-namespace {
-
-/// nlohmann prefixes every message with "[json.exception.<kind>.<id>] ", which means nothing to
-/// the person at the terminal.
-std::string withoutLibraryPrefix(const std::string& message) {
-    if (message.starts_with("[json.exception.")) {
-        const std::size_t end = message.find("] ");
-        if (end != std::string::npos) {
-            return message.substr(end + 2);
-        }
-    }
-    return message;
-}
-
-}  // namespace
-
 Json parseStandardInput(CommandContext& context) {
-    const std::string text = context.readAllInput();
-    try {
-        return Json::parse(text);
-    } catch (const nlohmann::json::exception& error) {
-        throw DecodingError("standard input is not valid JSON: " +
-                            withoutLibraryPrefix(error.what()));
-    }
+    // The stores' parser: the same wording without the library's codes, and the same limit on
+    // nesting (writing a deeper value back out would overflow the stack).
+    return jsonfile::parse("standard input", context.readAllInput());
 }
 
 }  // namespace kelvo::cli

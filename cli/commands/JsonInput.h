@@ -8,8 +8,8 @@
 
 namespace kelvo::cli {
 
-/// Parses all of standard input as one JSON value. Throws DecodingError "standard input is not
-/// valid JSON: ..." with the parser's position, without the library's internal error code.
+/// Parses all of standard input as one JSON value. Throws DecodingError "standard input: invalid
+/// JSON: ..." with the parser's position, without the library's internal error code.
 Json parseStandardInput(CommandContext& context);
 
 /// Parses standard input and decodes it as a `T`; `description` names the record for the message

@@ -343,7 +343,7 @@ TEST_F(KelvoBinary, RenderTurnsAPipelineResultIntoMarkdown) {
     const Outcome invalid = kelvo({"render"}, "{\"rawTranscript\": ");
     EXPECT_EQ(invalid.status, 1);
     EXPECT_EQ(invalid.output, "");
-    EXPECT_TRUE(invalid.errors.starts_with("kelvo: standard input is not valid JSON: "))
+    EXPECT_TRUE(invalid.errors.starts_with("kelvo: standard input: invalid JSON: "))
         << invalid.errors;
     const Outcome wrongShape = kelvo({"render"}, "{\"finalText\": \"x\"}");
     EXPECT_EQ(wrongShape.status, 1);

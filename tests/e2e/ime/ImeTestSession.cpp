@@ -7,6 +7,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcessEnvironment>
+#include <optional>
+
+#include <X11/Xlib.h>
 
 #include "X11TestWindow.h"
 #include "platform/linux/Fcitx5AddonInstaller.h"
@@ -59,30 +62,83 @@ Client startTerminal(const std::string& inputMethodName) {
     return Client{title, [output] { return fileBytes(output).toStdString(); }};
 }
 
-bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer) {
+Client startShownPasswordField() {
+    static int count = 0;
+    std::string title = "kelvo-shown-password-" + std::to_string(++count);
+    QString output = sessionDir() + "/" + QString::fromStdString(title) + ".txt";
+    QString script =
+        QFileInfo(KELVO_HEADLESS_SESSION).absolutePath() + "/../tests/e2e/ime/gtk-shown-password";
+    // Detached: the session ends it with the program's other descendants.
+    QProcess::startDetached(script, {output, QString::fromStdString(title)});
+    if (!waitUntil([&] { return QFile::exists(output + ".ready"); }, 60s)) {
+        return {};
+    }
+    return Client{title, [output] { return fileBytes(output).toStdString(); }};
+}
+
+std::string reportedFocus(platform::InputMethodCommitter& committer) {
+    return QCoro::waitFor(committer.probe()).detail;
+}
+
+namespace {
+
+// Sets the X keyboard focus (there is no window manager); None takes it from every window.
+void setInputFocus(Window window) {
+    if (Display* display = XOpenDisplay(nullptr)) {
+        XSetInputFocus(display, window, RevertToNone, CurrentTime);
+        XSync(display, False);
+        XCloseDisplay(display);
+    }
+}
+
+std::optional<Window> findWindow(const std::string& title) {
+    int status = 0;
+    std::string found = runProgram(
+        {"xdotool", "search", "--name", QString::fromStdString("^" + title + "$")}, &status);
+    if (status != 0 || found.empty()) {
+        return std::nullopt;
+    }
+    return std::stoul(found.substr(0, found.find('\n')));
+}
+
+}  // namespace
+
+bool focusUntil(const std::string& title, platform::InputMethodCommitter& committer,
+                const std::function<bool()>& condition) {
     using Outcome = platform::InputMethodCommitter::Outcome;
-    return !client.title.empty() &&
-           waitUntil(
-               [&] {
-                   int status = 0;
-                   std::string window =
-                       runProgram({"xdotool", "search", "--name",
-                                   QString::fromStdString("^" + client.title + "$")},
-                                  &status);
-                   if (status != 0 || window.empty()) {
-                       return false;
-                   }
-                   window = window.substr(0, window.find('\n'));
-                   runProgram({"xdotool", "windowfocus", "--sync", QString::fromStdString(window)});
-                   for (int i = 0; i < 10; ++i) {
-                       if (QCoro::waitFor(committer.probe()).outcome == Outcome::delivered) {
-                           return true;
-                       }
-                       waitUntil([] { return false; }, 100ms);
-                   }
-                   return false;
-               },
-               60s);
+    return !title.empty() && waitUntil(
+                                 [&] {
+                                     std::optional<Window> window = findWindow(title);
+                                     if (!window) {
+                                         return false;
+                                     }
+                                     // From no focus at all, once the framework has seen it go: a
+                                     // window that has the focus already gets no new focus event
+                                     // (and the one it got may have come before its input context
+                                     // existed), and a report from before this round could still be
+                                     // in flight.
+                                     setInputFocus(None);
+                                     waitUntil(
+                                         [&] {
+                                             Outcome outcome =
+                                                 QCoro::waitFor(committer.probe()).outcome;
+                                             return outcome == Outcome::noFocusedInputContext ||
+                                                    outcome == Outcome::unavailable;
+                                         },
+                                         5s);
+                                     setInputFocus(*window);
+                                     return waitUntil(condition, 2s);
+                                 },
+                                 60s);
+}
+
+bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer,
+                     const std::string& focusBefore) {
+    using Outcome = platform::InputMethodCommitter::Outcome;
+    return focusUntil(client.title, committer, [&] {
+        auto focus = QCoro::waitFor(committer.probe());
+        return focus.outcome == Outcome::delivered && focus.detail != focusBefore;
+    });
 }
 
 void useInputMethod(const char* gtkAndQtModule, const char* ximServer) {

@@ -30,10 +30,24 @@ Client startTarget(const std::string& kind);
 // byte into a file: no line editing, no echo, so nothing waits for a newline.
 Client startTerminal(const std::string& inputMethodName);
 
-// Focuses the client's window until the framework reports an input context with the focus. A
-// client makes its input context asynchronously, so a focus that comes before it is ready is not
-// seen by the framework: focus again until it is.
-bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer);
+// A GTK entry whose input purpose is password while its characters are shown (accessible role
+// plain text): a field for secrets that only the input method can recognise.
+Client startShownPasswordField();
+
+// Focuses the window titled so, from no focus at all, again and again until condition holds
+// (false after a minute). A client makes its input context asynchronously, so a focus that comes
+// before it is ready is not seen by the framework.
+bool focusUntil(const std::string& title, platform::InputMethodCommitter& committer,
+                const std::function<bool()>& condition);
+
+// Focuses the client's window until the framework reports an input context with the focus other
+// than focusBefore (the focus it reported before the client started): until then the framework
+// may still report the previous window's context, which would take the text.
+bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer,
+                     const std::string& focusBefore = {});
+
+// What the framework reports as focused now (its probe's description).
+std::string reportedFocus(platform::InputMethodCommitter& committer);
 
 // Sets the variables that make GTK, Qt and XIM clients started from now on use a framework.
 void useInputMethod(const char* gtkAndQtModule, const char* ximServer);

@@ -45,6 +45,7 @@ std::tuple<bool, std::string> InputMethodCommitObject::commitText(const std::str
     }
     // Without a reset the engine's preedit stays where it is and this text goes in before it.
     context->commitString(text);
+    committed_(*context);
     return {true, context->frontend() + std::string(":") + context->program()};
 }
 

@@ -21,6 +21,7 @@
 #include <fcitx-utils/dbus/objectvtable.h>
 #include <fcitx/instance.h>
 
+#include <functional>
 #include <string>
 #include <tuple>
 
@@ -31,7 +32,10 @@ inline constexpr char commitInterface[] = "org.kelvovoice.InputMethod1";
 
 class InputMethodCommitObject : public fcitx::dbus::ObjectVTable<InputMethodCommitObject> {
   public:
-    explicit InputMethodCommitObject(fcitx::Instance* instance) : instance_(instance) {}
+    // committed runs after each commit, with the context that took the text.
+    InputMethodCommitObject(fcitx::Instance* instance,
+                            std::function<void(fcitx::InputContext&)> committed)
+        : instance_(instance), committed_(std::move(committed)) {}
 
     std::tuple<bool, std::string> commitText(const std::string& text, bool resetComposition);
     std::tuple<bool, std::string, std::string, std::string, bool, bool, std::string> focusInfo();
@@ -41,6 +45,7 @@ class InputMethodCommitObject : public fcitx::dbus::ObjectVTable<InputMethodComm
     static bool isPasswordField(const fcitx::InputContext& context);
 
     fcitx::Instance* instance_;
+    std::function<void(fcitx::InputContext&)> committed_;
     FCITX_OBJECT_VTABLE_METHOD(commitText, "CommitText", "sb", "bs");
     FCITX_OBJECT_VTABLE_METHOD(focusInfo, "FocusInfo", "", "bsssbbs");
 };

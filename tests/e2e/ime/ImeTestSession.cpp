@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcessEnvironment>
+#include <QStandardPaths>
 #include <optional>
 
 #include <X11/Xlib.h>
@@ -60,6 +61,35 @@ Client startTerminal(const std::string& inputMethodName) {
         return {};
     }
     return Client{title, [output] { return fileBytes(output).toStdString(); }};
+}
+
+Client startWaylandTarget() {
+    static int count = 0;
+    QString title = QString("kelvo-wayland-entry-%1").arg(++count);
+    QString state = sessionDir() + "/" + title + ".json";
+    QString target =
+        QFileInfo(KELVO_HEADLESS_SESSION).absolutePath() + "/../tests/e2e/targets/gtk-target";
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("GDK_BACKEND", "wayland");
+    environment.insert("GTK_IM_MODULE", "wayland");
+    process.setProcessEnvironment(environment);
+    process.setProgram(target);
+    process.setArguments({"entry", state, "--title", title});
+    // Detached: the session ends it with the program's other descendants.
+    process.startDetached();
+    auto text = [state] {
+        return QJsonDocument::fromJson(fileBytes(state)).object().value("text").toString();
+    };
+    if (!waitUntil(
+            [&] {
+                QJsonObject object = QJsonDocument::fromJson(fileBytes(state)).object();
+                return object.value("focused").toBool() && object.value("active").toBool();
+            },
+            60s)) {
+        return {};
+    }
+    return Client{title.toStdString(), [text] { return text().toStdString(); }};
 }
 
 Client startShownPasswordField() {
@@ -190,8 +220,48 @@ std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString&
         return nullptr;
     }
     useInputMethod("fcitx", "fcitx");
-    return std::unique_ptr<InputMethodDaemon>(new InputMethodDaemon(
-        "fcitx5", {"--disable=wayland,notificationitem,kimpanel,classicui"}, home));
+    return std::unique_ptr<InputMethodDaemon>(
+        new InputMethodDaemon("fcitx5",
+                              {qEnvironmentVariableIsSet("WAYLAND_DISPLAY")
+                                   ? "--disable=notificationitem,kimpanel,classicui"
+                                   : "--disable=wayland,notificationitem,kimpanel,classicui"},
+                              home));
+}
+
+std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startSway() {
+    if (QStandardPaths::findExecutable("sway").isEmpty()) {
+        return nullptr;
+    }
+    QString home = sessionDir() + "/sway-home";
+    QDir().mkpath(home);
+    QFile config(home + "/config");
+    config.open(QIODevice::WriteOnly);
+    config.write("output HEADLESS-1 resolution 1280x720\n");
+    config.close();
+    QDir runtime(qEnvironmentVariable("XDG_RUNTIME_DIR"));
+    const QStringList before = runtime.entryList({"wayland-*"}, QDir::AllEntries | QDir::System);
+    qputenv("WLR_BACKENDS", "headless");
+    qputenv("WLR_LIBINPUT_NO_DEVICES", "1");
+    qputenv("WLR_RENDERER", "pixman");
+    std::unique_ptr<InputMethodDaemon> sway(
+        new InputMethodDaemon("sway", {"-c", config.fileName()}, home));
+    QString socket;
+    waitUntil(
+        [&] {
+            for (const QString& name :
+                 runtime.entryList({"wayland-*"}, QDir::AllEntries | QDir::System)) {
+                if (!before.contains(name) && !name.endsWith(".lock")) {
+                    socket = name;
+                }
+            }
+            return !socket.isEmpty() || sway->process_.state() == QProcess::NotRunning;
+        },
+        30s);
+    if (socket.isEmpty()) {
+        return nullptr;
+    }
+    qputenv("WAYLAND_DISPLAY", socket.toUtf8());
+    return sway;
 }
 
 std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startIBus() {

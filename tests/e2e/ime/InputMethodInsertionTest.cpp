@@ -251,6 +251,46 @@ TEST(MozcPreeditTest, APendingCompositionSurvivesTheDictation) {
 #endif
 }
 
+// On Wayland: a GTK entry running natively on the compositor (sway, headless) gets the dictation
+// through fcitx5's Wayland input-method frontend (input-method-v2 to the compositor, text-input-v3
+// to the client), with no X11 in its path. sway refuses to run as root, so this runs only as
+// another user, and only where sway is installed.
+TEST(WaylandInsertionTest, DictationReachesANativeWaylandClientThroughTheCompositor) {
+#ifndef KELVO_FCITX5_ADDON_LIBRARY
+    GTEST_SKIP() << "the Fcitx5 addon was not built";
+#else
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "sway refuses to run as root";
+    }
+    auto sway = InputMethodDaemon::startSway();
+    // Clients started by the later tests belong on the X server.
+    std::shared_ptr<void> backToX11(nullptr, [](void*) { qunsetenv("WAYLAND_DISPLAY"); });
+    if (!sway) {
+        GTEST_SKIP() << "sway is not installed or did not start";
+    }
+    auto daemon = InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_LIBRARY);
+    ASSERT_TRUE(daemon);
+    platform::Fcitx5InputMethodCommitter committer;
+    Client entry = startWaylandTarget();
+    ASSERT_FALSE(entry.title.empty());
+    // The compositor focuses the new window itself; fcitx5 then has its Wayland context.
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            auto focus = QCoro::waitFor(committer.probe());
+            return focus.outcome == Outcome::delivered &&
+                   focus.detail.find("wayland_v2") != std::string::npos;
+        },
+        60s));
+    Insertion insertion({&committer});
+    EXPECT_TRUE(insertion.insert(dictated));
+    EXPECT_TRUE(waitUntil([&] { return entry.text() == dictated; })) << entry.text();
+    ASSERT_EQ(insertion.trace.lines.size(), 1u) << insertion.trace.joined();
+    EXPECT_TRUE(insertion.trace.lines[0].starts_with(
+        "[TextInsertion] Input method insertion succeeded: fcitx5 (wayland_v2:"))
+        << insertion.trace.lines[0];
+#endif
+}
+
 // --- IBus -----------------------------------------------------------------------------------
 
 class IBusInsertionTest : public ::testing::Test {

@@ -3,8 +3,9 @@
 // them; the application's TextInsertionService sends the text with the real committers and the
 // real clipboard and paste chord behind them. Japanese with an emoji (a skin-tone sequence) must
 // arrive byte for byte; a window without an input context must get the text through the next
-// path (AT-SPI), a password field nothing at all; a pending Mozc
-// composition must survive (only as a user other than root: mozc_server refuses root).
+// path (AT-SPI), a password field nothing at all; a pending Mozc composition must survive, and a
+// native Wayland client under sway must be reached (both only as a user other than root:
+// mozc_server and sway refuse root).
 #include <gtest/gtest.h>
 
 #include <unistd.h>

@@ -121,10 +121,12 @@ void setInputFocus(Window window) {
     }
 }
 
+// The mapped window with the title: only a mapped window can take the focus.
 std::optional<Window> findWindow(const std::string& title) {
     int status = 0;
     std::string found = runProgram(
-        {"xdotool", "search", "--name", QString::fromStdString("^" + title + "$")}, &status);
+        {"xdotool", "search", "--onlyvisible", "--name", QString::fromStdString("^" + title + "$")},
+        &status);
     if (status != 0 || found.empty()) {
         return std::nullopt;
     }

@@ -59,12 +59,12 @@ std::string lastPathSegment(const std::string& path) {
 
 struct IBusInputMethodCommitter::Connection {
     IBusBus* bus = nullptr;
-    // Our panel at the extension's object path, for the life of one daemon connection. The daemon
-    // asks its previous extension to destroy itself whenever the name changes hands, and that
-    // request reaches us after we have taken the name back and before the focus report that
-    // follows: a panel of the library's own kind would vanish then and the report, and the
-    // commit, with it. Ours ignores the request; it only means the reports stop until the name
-    // is ours again.
+    // Our panel at the extension's object path while we hold the name. The daemon asks its
+    // previous extension to destroy itself whenever the name changes hands, also when that was
+    // us: the request reaches our new panel after we have taken the name back and before the
+    // focus report that follows, so a panel of the library's own kind would vanish then and the
+    // report, and the commit, with it. Ours ignores the request; it only means the reports stop
+    // until the name is ours again.
     IBusPanelService* service = nullptr;
     GDBusConnection* serviceConnection = nullptr;
 
@@ -172,16 +172,20 @@ struct IBusInputMethodCommitter::Connection {
             g_object_unref(serviceConnection);
             serviceConnection = nullptr;
         }
+        reportsCurrent = false;
+        focusedPath.clear();
     }
 
-    // Gives the name back to the emoji picker, if it waits for it. The panel stays: the daemon
-    // keeps reporting to it until another client takes the name.
+    // Gives the name back to the emoji picker, if it waits for it, and takes the panel down: the
+    // daemon would otherwise go on reporting every focus change in the session to us.
     void release() {
         if (holdsName && bus && ibus_bus_is_connected(bus)) {
             ibus_bus_release_name_async(bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI,
                                         timeoutMilliseconds, nullptr, nullptr, nullptr);
         }
         holdsName = false;
+        settleWaiter(false);
+        dropService();
     }
 
     ~Connection() {
@@ -247,12 +251,15 @@ QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::takeNameAndR
     GError* error = nullptr;
     guint reply = ibus_bus_request_name_async_finish(bus, requested.get(), &error);
     if (error) {
+        connection->release();
         co_return Result{Outcome::unavailable,
                          "cannot take the panel extension name: " + takeErrorMessage(error)};
     }
     constexpr guint primaryOwner = 1;
     constexpr guint alreadyOwner = 4;
     if (reply != primaryOwner && reply != alreadyOwner) {
+        connection->holdsName = true;  // queued behind the owner: leave the queue
+        connection->release();
         co_return Result{Outcome::unavailable,
                          "the panel extension name is held by another client"};
     }
@@ -260,7 +267,6 @@ QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::takeNameAndR
         co_return Result{Outcome::unavailable, "the connection to ibus-daemon went"};
     }
     connection->holdsName = true;
-    connection->releaseTimer.start();
     // On taking the name the daemon reports its focus at once (it may already have arrived);
     // while we held it, every change came as it happened.
     if ((reply == primaryOwner || !connection->reportsCurrent) &&
@@ -274,11 +280,14 @@ QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::takeNameAndR
                 connection->settleWaiter(false);
             }
         });
-        if (!co_await waiter->future()) {
+        const bool reported = co_await waiter->future();
+        connection->releaseTimer.start();
+        if (!reported) {
             co_return Result{Outcome::unavailable, "ibus-daemon did not report its focus within " +
                                                        std::to_string(callTimeout.count()) + " ms"};
         }
     }
+    connection->releaseTimer.start();
     const std::string& path = connection->focusedPath;
     if (path.empty() || path == daemonOwnInputContextPath) {
         co_return Result{Outcome::noFocusedInputContext, "no focused input context"};

@@ -10,7 +10,8 @@
 // The daemon gives no feedback for a commit and drops it silently when no client has the focus,
 // so the focus comes first, from the panel calls the daemon makes to its extension: FocusIn with
 // the focused input context, then ContentType with that field's purpose. Taking the name makes the
-// daemon report the current focus at once, and while the name is held every change is reported.
+// daemon report the current focus at once, and while the name is held every change is reported;
+// the panel is taken down with the name.
 // The daemon's own input context (focused whenever no client's is) means noFocusedInputContext and
 // the text goes on to the next path instead of being swallowed; a password or PIN purpose means
 // passwordField.

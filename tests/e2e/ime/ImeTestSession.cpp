@@ -138,26 +138,30 @@ std::optional<Window> findWindow(const std::string& title) {
 bool focusUntil(const std::string& title, platform::InputMethodCommitter& committer,
                 const std::function<bool()>& condition) {
     using Outcome = platform::InputMethodCommitter::Outcome;
+    bool firstRound = true;
     return !title.empty() && waitUntil(
                                  [&] {
                                      std::optional<Window> window = findWindow(title);
                                      if (!window) {
                                          return false;
                                      }
-                                     // From no focus at all, once the framework has seen it go: a
-                                     // window that has the focus already gets no new focus event
-                                     // (and the one it got may have come before its input context
-                                     // existed), and a report from before this round could still be
-                                     // in flight.
-                                     setInputFocus(None);
-                                     waitUntil(
-                                         [&] {
-                                             Outcome outcome =
-                                                 QCoro::waitFor(committer.probe()).outcome;
-                                             return outcome == Outcome::noFocusedInputContext ||
-                                                    outcome == Outcome::unavailable;
-                                         },
-                                         5s);
+                                     // A window that has the focus already gets no new focus event,
+                                     // and the one it got may have come before its input context
+                                     // existed: after the first round, from no focus at all, once
+                                     // the framework has seen the focus go (so that no report from
+                                     // before the round is still in flight).
+                                     if (!firstRound) {
+                                         setInputFocus(None);
+                                         waitUntil(
+                                             [&] {
+                                                 Outcome outcome =
+                                                     QCoro::waitFor(committer.probe()).outcome;
+                                                 return outcome == Outcome::noFocusedInputContext ||
+                                                        outcome == Outcome::unavailable;
+                                             },
+                                             5s);
+                                     }
+                                     firstRound = false;
                                      setInputFocus(*window);
                                      return waitUntil(condition, 2s);
                                  },

@@ -38,9 +38,9 @@ Client startWaylandTarget();
 // plain text): a field for secrets that only the input method can recognise.
 Client startShownPasswordField();
 
-// Focuses the window titled so, from no focus at all, again and again until condition holds
-// (false after a minute). A client makes its input context asynchronously, so a focus that comes
-// before it is ready is not seen by the framework.
+// Focuses the window titled so, again and again (from no focus at all after the first time)
+// until condition holds (false after a minute). A client makes its input context asynchronously,
+// so a focus that comes before it is ready is not seen by the framework.
 bool focusUntil(const std::string& title, platform::InputMethodCommitter& committer,
                 const std::function<bool()>& condition);
 

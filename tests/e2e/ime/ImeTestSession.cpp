@@ -139,33 +139,34 @@ bool focusUntil(const std::string& title, platform::InputMethodCommitter& commit
                 const std::function<bool()>& condition) {
     using Outcome = platform::InputMethodCommitter::Outcome;
     bool firstRound = true;
-    return !title.empty() && waitUntil(
-                                 [&] {
-                                     std::optional<Window> window = findWindow(title);
-                                     if (!window) {
-                                         return false;
-                                     }
-                                     // A window that has the focus already gets no new focus event,
-                                     // and the one it got may have come before its input context
-                                     // existed: after the first round, from no focus at all, once
-                                     // the framework has seen the focus go (so that no report from
-                                     // before the round is still in flight).
-                                     if (!firstRound) {
-                                         setInputFocus(None);
-                                         waitUntil(
-                                             [&] {
-                                                 Outcome outcome =
-                                                     QCoro::waitFor(committer.probe()).outcome;
-                                                 return outcome == Outcome::noFocusedInputContext ||
-                                                        outcome == Outcome::unavailable;
-                                             },
-                                             5s);
-                                     }
-                                     firstRound = false;
-                                     setInputFocus(*window);
-                                     return waitUntil(condition, 2s);
-                                 },
-                                 60s);
+    return !title.empty() &&
+           waitUntil(
+               [&] {
+                   std::optional<Window> window = findWindow(title);
+                   if (!window) {
+                       return false;
+                   }
+                   // A window that has the focus already gets no new focus event,
+                   // and the one it got may have come before its input context
+                   // existed: after the first round, from no focus at all, once
+                   // the framework has seen the focus go (so that no report from
+                   // before the round is still in flight).
+                   if (!firstRound) {
+                       setInputFocus(None);
+                       waitUntil(
+                           [&] {
+                               Outcome outcome = QCoro::waitFor(committer.probe()).outcome;
+                               return outcome == Outcome::noFocusedInputContext ||
+                                      outcome == Outcome::unavailable;
+                           },
+                           5s);
+                   }
+                   firstRound = false;
+                   // As the session's target command focuses: xterm's input method follows that.
+                   runProgram({"xdotool", "windowfocus", "--sync", QString::number(*window)});
+                   return waitUntil(condition, 2s);
+               },
+               60s);
 }
 
 bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer,

@@ -280,21 +280,26 @@ QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::takeNameAndR
                 connection->settleWaiter(false);
             }
         });
-        const bool reported = co_await waiter->future();
-        connection->releaseTimer.start();
-        if (!reported) {
+        if (!co_await waiter->future()) {
+            connection->release();
             co_return Result{Outcome::unavailable, "ibus-daemon did not report its focus within " +
                                                        std::to_string(callTimeout.count()) + " ms"};
         }
     }
-    connection->releaseTimer.start();
-    const std::string& path = connection->focusedPath;
-    if (path.empty() || path == daemonOwnInputContextPath) {
+    const std::string path = connection->focusedPath;
+    const bool refusesSecrets = isForSecrets(connection->purpose);
+    if (path.empty() || path == daemonOwnInputContextPath || refusesSecrets) {
+        // Nothing goes out now, so the name goes back at once: the next path is about to run, and
+        // the accessibility interface shares this main loop (its library cannot keep all of its
+        // connections off it), so our traffic should be over before it starts.
+        connection->releaseTimer.stop();
+        connection->release();
+        if (refusesSecrets && !path.empty() && path != daemonOwnInputContextPath) {
+            co_return Result{Outcome::passwordField, lastPathSegment(path) + ", a password field"};
+        }
         co_return Result{Outcome::noFocusedInputContext, "no focused input context"};
     }
-    if (isForSecrets(connection->purpose)) {
-        co_return Result{Outcome::passwordField, lastPathSegment(path) + ", a password field"};
-    }
+    connection->releaseTimer.start();
     co_return Result{Outcome::delivered, lastPathSegment(path)};
 }
 

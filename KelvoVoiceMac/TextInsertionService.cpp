@@ -84,25 +84,18 @@ QCoro::Task<TextInsertionService::InputMethodResult> TextInsertionService::inser
         co_return InputMethodResult::notInserted;
     }
     using Outcome = platform::InputMethodCommitter::Outcome;
-    bool passwordFieldRuledOut = false;
     for (platform::InputMethodCommitter* inputMethod : inputMethods_) {
         const std::string name = inputMethod->name();
-        // A framework that cannot tell a field for secrets gets the text only when the
-        // accessibility interface, where it sees the focused field, says it is none; a password
-        // field is left to the accessibility path, which refuses it.
-        if (!inputMethod->refusesPasswordFields() && !passwordFieldRuledOut) {
-            if (accessibility_.isTrusted() &&
-                (co_await accessibility_.focusedElement()).isSecureTextField) {
-                co_return InputMethodResult::refused;
-            }
-            passwordFieldRuledOut = true;
-        }
         platform::InputMethodCommitter::Result result = co_await inputMethod->commit(text);
         switch (result.outcome) {
             case Outcome::delivered:
                 traceOutput_.write("[TextInsertion] Input method insertion succeeded: " + name +
                                    " (" + result.detail + ")");
                 co_return InputMethodResult::inserted;
+            case Outcome::passwordField:
+                // The framework knows the field's purpose even where the accessibility interface
+                // cannot see the focus; the paste after it would type there blindly.
+                co_return InputMethodResult::refused;
             case Outcome::noFocusedInputContext:
                 traceOutput_.write("[TextInsertion] Input method " + name +
                                    ": no focused input context");

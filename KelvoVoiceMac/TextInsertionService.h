@@ -16,8 +16,8 @@
 // input-method framework, which commits it into the focused input context like converted text;
 // only a committer that says it delivered ends the insertion there. Any other answer (no input
 // context has the focus, framework not running) goes on to the next committer and then to the
-// accessibility and clipboard paths exactly as without committers. A committer that cannot tell a
-// password field itself is used only when the accessibility interface does not report one.
+// accessibility and clipboard paths exactly as without committers. A committer that reports the
+// focused field as a password field ends the insertion with nothing inserted: no later path runs.
 //
 // Main thread only; no state survives a call except isInjectingKeys(). The waits suspend the
 // caller's task without blocking the main thread. Collaborators are borrowed and must outlive it.
@@ -79,8 +79,8 @@ class TextInsertionService final : public DictationTextInserter {
     // refused: the focused element is a field for secrets; no fallback may type there either.
     enum class AccessibilityResult { inserted, failed, refused };
 
-    // refused: the accessibility interface reported a password field before a committer that
-    // cannot tell one was used; nothing may be inserted.
+    // refused: a committer reported the focused field as a password field; nothing may be
+    // inserted.
     enum class InputMethodResult { inserted, notInserted, refused };
     QCoro::Task<InputMethodResult> insertWithInputMethod(const std::string& text);
     QCoro::Task<AccessibilityResult> insertWithAccessibility(const std::string& text);

@@ -30,7 +30,10 @@ QByteArray description(const QString& libraryWithoutSuffix) {
            "\n"
            "[Addon/Dependencies]\n"
            "0=core:5.0.0\n"
-           "1=dbus\n";
+           "1=dbus\n"
+           "\n"
+           "[Addon/OptionalDependencies]\n"
+           "0=wayland\n";
 }
 
 }  // namespace

@@ -73,8 +73,7 @@ QCoro::Task<InputMethodCommitter::Result> Fcitx5InputMethodCommitter::commit(std
         co_return Result{Outcome::noFocusedInputContext, "no focused input context"};
     }
     if (detail == passwordField) {
-        // The accessibility path sees the same field and refuses it too.
-        co_return Result{Outcome::unavailable, "the focused field is a password field"};
+        co_return Result{Outcome::passwordField, "the focused field is a password field"};
     }
     co_return Result{Outcome::unavailable, std::move(detail)};
 }
@@ -91,15 +90,24 @@ QCoro::Task<InputMethodCommitter::Result> Fcitx5InputMethodCommitter::probe() {
         co_return Result{Outcome::unavailable, unreachableReason(reply)};
     }
     const QList<QVariant> arguments = reply.arguments();
-    if (arguments.size() != 5) {
+    // Five values from an addon built before the password flag and the context's identity, still
+    // loaded until fcitx5 restarts; its CommitText refuses password fields all the same.
+    if (arguments.size() != 5 && arguments.size() != 7) {
         co_return Result{Outcome::unavailable, "unexpected reply from the fcitx5 addon"};
     }
     if (!arguments[0].toBool()) {
         co_return Result{Outcome::noFocusedInputContext, "ready; no input context has the focus"};
     }
-    co_return Result{Outcome::delivered, "ready; focus: " + arguments[1].toString().toStdString() +
-                                             ":" + arguments[2].toString().toStdString() + " (" +
-                                             arguments[3].toString().toStdString() + ")"};
+    std::string focus = "ready; focus: " + arguments[1].toString().toStdString() + ":" +
+                        arguments[2].toString().toStdString() + " (" +
+                        arguments[3].toString().toStdString() + ")";
+    if (arguments.size() == 7) {
+        focus += ", context " + arguments[6].toString().left(8).toStdString();
+        if (arguments[5].toBool()) {
+            co_return Result{Outcome::passwordField, focus + ", a password field"};
+        }
+    }
+    co_return Result{Outcome::delivered, std::move(focus)};
 }
 
 }  // namespace kelvo::platform

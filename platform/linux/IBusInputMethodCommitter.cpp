@@ -7,7 +7,7 @@
 #include <QFuture>
 #include <QPromise>
 #include <QTimer>
-#include <cstring>
+#include <cstdint>
 #include <functional>
 
 namespace kelvo::platform {
@@ -15,8 +15,6 @@ namespace kelvo::platform {
 namespace {
 
 constexpr int timeoutMilliseconds = static_cast<int>(IBusInputMethodCommitter::callTimeout.count());
-// The daemon's error text when nothing has the focus (ibusimpl.c, CurrentInputContext).
-constexpr char noFocusedInputContextError[] = "No focused input context";
 
 // ibus-daemon makes one input context of its own before any client's, "fake", and calls it the
 // focused one whenever no client context has the focus (it keeps the global engine's state
@@ -49,58 +47,167 @@ std::string takeErrorMessage(GError* error) {
     return message;
 }
 
-// A panel service at the emoji extension's object path, exported on the daemon connection while
-// it lives. The daemon only listens to the extension's path for CommitText.
-class PanelExtensionService {
-  public:
-    explicit PanelExtensionService(GDBusConnection* connection)
-        : service_(static_cast<IBusPanelService*>(
-              g_object_new(IBUS_TYPE_PANEL_SERVICE, "object-path", IBUS_PATH_PANEL_EXTENSION_EMOJI,
-                           "connection", connection, nullptr))) {
-        g_object_ref_sink(service_);
-    }
-    ~PanelExtensionService() {
-        // The daemon may have destroyed it already when the name went; destroying twice is safe.
-        ibus_object_destroy(IBUS_OBJECT(service_));
-        g_object_unref(service_);
-    }
-    PanelExtensionService(const PanelExtensionService&) = delete;
-    PanelExtensionService& operator=(const PanelExtensionService&) = delete;
+bool isForSecrets(guint purpose) {
+    return purpose == IBUS_INPUT_PURPOSE_PASSWORD || purpose == IBUS_INPUT_PURPOSE_PIN;
+}
 
-    void commitText(const std::string& text) {
-        ibus_panel_service_commit_text(service_, ibus_text_new_from_string(text.c_str()));
-    }
-
-  private:
-    IBusPanelService* service_;
-};
+std::string lastPathSegment(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
 
 }  // namespace
 
 struct IBusInputMethodCommitter::Connection {
     IBusBus* bus = nullptr;
-    // Exported while we hold the extension name, that is from a commit until releaseTimer fires.
-    std::unique_ptr<PanelExtensionService> service;
-    QTimer releaseTimer;
+    // Our panel at the extension's object path while we hold the name. The daemon asks its
+    // previous extension to destroy itself whenever the name changes hands, also when that was
+    // us: the request reaches our new panel after we have taken the name back and before the
+    // focus report that follows, so a panel of the library's own kind would vanish then and the
+    // report, and the commit, with it. Ours ignores the request; it only means the reports stop
+    // until the name is ours again.
+    IBusPanelService* service = nullptr;
+    GDBusConnection* serviceConnection = nullptr;
 
+    // The daemon's latest report: the focused input context and its field's purpose.
+    std::string focusedPath;
+    guint purpose = IBUS_INPUT_PURPOSE_FREE_FORM;
+    std::uint64_t reports = 0;
+    // Whether the daemon's extension is still us, so that the last report is the current focus.
+    bool reportsCurrent = false;
+    std::shared_ptr<QPromise<bool>> reportWaiter;
+
+    QTimer releaseTimer;
+    bool holdsName = false;
+
+    static void (*libraryMethodCall)(IBusService*, GDBusConnection*, const gchar*, const gchar*,
+                                     const gchar*, const gchar*, GVariant*, GDBusMethodInvocation*);
+
+    static void serviceMethodCall(IBusService* service, GDBusConnection* connection,
+                                  const gchar* sender, const gchar* objectPath,
+                                  const gchar* interfaceName, const gchar* methodName,
+                                  GVariant* parameters, GDBusMethodInvocation* invocation) {
+        if (g_strcmp0(interfaceName, "org.freedesktop.IBus.Service") == 0 &&
+            g_strcmp0(methodName, "Destroy") == 0) {
+            g_dbus_method_invocation_return_value(invocation, nullptr);
+            if (auto* self = static_cast<Connection*>(g_object_get_data(G_OBJECT(service), key))) {
+                self->reportsCurrent = false;
+            }
+            return;
+        }
+        libraryMethodCall(service, connection, sender, objectPath, interfaceName, methodName,
+                          parameters, invocation);
+    }
+
+    static GType panelType() {
+        static const GType type = [] {
+            GTypeQuery query;
+            g_type_query(IBUS_TYPE_PANEL_SERVICE, &query);
+            return g_type_register_static_simple(
+                IBUS_TYPE_PANEL_SERVICE, g_intern_static_string("KelvoVoicePanelExtension"),
+                query.class_size,
+                [](gpointer typeClass, gpointer) {
+                    IBusServiceClass* serviceClass = IBUS_SERVICE_CLASS(typeClass);
+                    libraryMethodCall = serviceClass->service_method_call;
+                    serviceClass->service_method_call = &serviceMethodCall;
+                },
+                query.instance_size, nullptr, static_cast<GTypeFlags>(0));
+        }();
+        return type;
+    }
+
+    static void onFocusIn(IBusPanelService*, const gchar* path, gpointer data) {
+        static_cast<Connection*>(data)->focusedPath = path;
+    }
+    static void onFocusOut(IBusPanelService*, const gchar*, gpointer data) {
+        static_cast<Connection*>(data)->focusedPath.clear();
+    }
+    // The daemon sends the purpose right after each FocusIn and on every change: a report is
+    // complete here.
+    static void onContentType(IBusPanelService*, guint purpose, guint, gpointer data) {
+        auto* self = static_cast<Connection*>(data);
+        self->purpose = purpose;
+        ++self->reports;
+        self->reportsCurrent = true;
+        self->settleWaiter(true);
+    }
+
+    void settleWaiter(bool reported) {
+        if (reportWaiter) {
+            reportWaiter->addResult(reported);
+            reportWaiter->finish();
+            reportWaiter.reset();
+        }
+    }
+
+    // A panel exported on the bus's present connection (a new one after the daemon restarted).
+    void ensureService() {
+        GDBusConnection* current = ibus_bus_get_connection(bus);
+        if (service && serviceConnection == current) {
+            return;
+        }
+        dropService();
+        service = static_cast<IBusPanelService*>(g_object_new(panelType(), "object-path",
+                                                              IBUS_PATH_PANEL_EXTENSION_EMOJI,
+                                                              "connection", current, nullptr));
+        g_object_ref_sink(service);
+        g_object_set_data(G_OBJECT(service), key, this);
+        g_signal_connect(service, "focus-in", G_CALLBACK(&onFocusIn), this);
+        g_signal_connect(service, "focus-out", G_CALLBACK(&onFocusOut), this);
+        g_signal_connect(service, "set-content-type", G_CALLBACK(&onContentType), this);
+        serviceConnection = static_cast<GDBusConnection*>(g_object_ref(current));
+        holdsName = false;
+        reportsCurrent = false;
+        focusedPath.clear();
+    }
+
+    void dropService() {
+        if (service) {
+            g_signal_handlers_disconnect_by_data(service, this);
+            g_object_set_data(G_OBJECT(service), key, nullptr);
+            ibus_object_destroy(IBUS_OBJECT(service));
+            g_object_unref(service);
+            service = nullptr;
+        }
+        if (serviceConnection) {
+            g_object_unref(serviceConnection);
+            serviceConnection = nullptr;
+        }
+        reportsCurrent = false;
+        focusedPath.clear();
+    }
+
+    // Gives the name back to the emoji picker, if it waits for it, and takes the panel down: the
+    // daemon would otherwise go on reporting every focus change in the session to us.
     void release() {
-        if (service && bus && ibus_bus_is_connected(bus)) {
+        if (holdsName && bus && ibus_bus_is_connected(bus)) {
             ibus_bus_release_name_async(bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI,
                                         timeoutMilliseconds, nullptr, nullptr, nullptr);
         }
-        service.reset();
+        holdsName = false;
+        settleWaiter(false);
+        dropService();
     }
+
     ~Connection() {
         releaseTimer.stop();
-        if (service && bus && ibus_bus_is_connected(bus)) {
+        if (holdsName && bus && ibus_bus_is_connected(bus)) {
             ibus_bus_release_name(bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI);
         }
-        service.reset();
+        settleWaiter(false);
+        dropService();
         if (bus) {
             g_object_unref(bus);
         }
     }
+
+    static constexpr char key[] = "kelvo-ibus-connection";
 };
+
+void (*IBusInputMethodCommitter::Connection::libraryMethodCall)(IBusService*, GDBusConnection*,
+                                                                const gchar*, const gchar*,
+                                                                const gchar*, const gchar*,
+                                                                GVariant*,
+                                                                GDBusMethodInvocation*) = nullptr;
 
 IBusInputMethodCommitter::IBusInputMethodCommitter() : connection_(std::make_shared<Connection>()) {
     ibus_init();
@@ -125,47 +232,16 @@ std::string IBusInputMethodCommitter::unavailableReason() const {
     return {};
 }
 
-QCoro::Task<bool> IBusInputMethodCommitter::hasFocusedInputContext(std::string* reason) {
-    IBusBus* bus = connection_->bus;
-    AsyncResult result = co_await runAsync([bus](GAsyncReadyCallback done, gpointer data) {
-        ibus_bus_current_input_context_async(bus, timeoutMilliseconds, nullptr, done, data);
-    });
-    GError* error = nullptr;
-    gchar* path = ibus_bus_current_input_context_async_finish(bus, result.get(), &error);
-    if (!path) {
-        *reason = takeErrorMessage(error);
-        co_return false;
-    }
-    const bool isClients = std::strcmp(path, daemonOwnInputContextPath) != 0;
-    *reason = isClients ? path : noFocusedInputContextError;
-    g_free(path);
-    co_return isClients;
-}
-
-QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::commit(std::string text) {
+QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::takeNameAndReadFocus() {
     if (std::string reason = unavailableReason(); !reason.empty()) {
         co_return Result{Outcome::unavailable, std::move(reason)};
     }
-    std::string focus;
-    if (!co_await hasFocusedInputContext(&focus)) {
-        if (focus.find(noFocusedInputContextError) != std::string::npos) {
-            co_return Result{Outcome::noFocusedInputContext, "no focused input context"};
-        }
-        co_return Result{Outcome::unavailable, std::move(focus)};
-    }
-    // The bus may have gone while we waited.
-    if (std::string reason = unavailableReason(); !reason.empty()) {
-        co_return Result{Outcome::unavailable, std::move(reason)};
-    }
-
-    // Kept alive across the waits even if the committer's connection is replaced meanwhile.
+    // Kept alive across the waits even if the committer goes meanwhile.
     std::shared_ptr<Connection> connection = connection_;
     IBusBus* bus = connection->bus;
     connection->releaseTimer.stop();
-    // A fresh service each time: the daemon destroys the one it knew when the name goes (to the
-    // emoji picker, say) and nothing tells us.
-    connection->service.reset();
-    connection->service = std::make_unique<PanelExtensionService>(ibus_bus_get_connection(bus));
+    connection->ensureService();
+    const std::uint64_t reportsBefore = connection->reports;
     AsyncResult requested = co_await runAsync([bus](GAsyncReadyCallback done, gpointer data) {
         ibus_bus_request_name_async(
             bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI,
@@ -175,40 +251,83 @@ QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::commit(std::
     GError* error = nullptr;
     guint reply = ibus_bus_request_name_async_finish(bus, requested.get(), &error);
     if (error) {
-        connection->service.reset();
+        connection->release();
         co_return Result{Outcome::unavailable,
                          "cannot take the panel extension name: " + takeErrorMessage(error)};
     }
     constexpr guint primaryOwner = 1;
     constexpr guint alreadyOwner = 4;
     if (reply != primaryOwner && reply != alreadyOwner) {
-        connection->service.reset();
+        connection->holdsName = true;  // queued behind the owner: leave the queue
+        connection->release();
         co_return Result{Outcome::unavailable,
                          "the panel extension name is held by another client"};
     }
-    if (!connection->service) {
+    if (!connection->service || connection->serviceConnection != ibus_bus_get_connection(bus)) {
         co_return Result{Outcome::unavailable, "the connection to ibus-daemon went"};
     }
-    connection->service->commitText(text);
-    // The name is given back a little later, not at once: with the release right behind the
-    // signal, a commit reported sent sometimes never arrived in our runs under load (the daemon
-    // can drop its extension proxy before that proxy has handled the signal).
+    connection->holdsName = true;
+    // On taking the name the daemon reports its focus at once (it may already have arrived);
+    // while we held it, every change came as it happened.
+    if ((reply == primaryOwner || !connection->reportsCurrent) &&
+        connection->reports == reportsBefore) {
+        auto waiter = std::make_shared<QPromise<bool>>();
+        waiter->start();
+        connection->settleWaiter(false);
+        connection->reportWaiter = waiter;
+        QTimer::singleShot(callTimeout, [waiter, weak = std::weak_ptr<Connection>(connection)] {
+            if (auto connection = weak.lock(); connection && connection->reportWaiter == waiter) {
+                connection->settleWaiter(false);
+            }
+        });
+        if (!co_await waiter->future()) {
+            connection->release();
+            co_return Result{Outcome::unavailable, "ibus-daemon did not report its focus within " +
+                                                       std::to_string(callTimeout.count()) + " ms"};
+        }
+    }
+    const std::string path = connection->focusedPath;
+    const bool refusesSecrets = isForSecrets(connection->purpose);
+    if (path.empty() || path == daemonOwnInputContextPath || refusesSecrets) {
+        // Nothing goes out now, so the name goes back at once: the next path is about to run, and
+        // the accessibility interface shares this main loop (its library cannot keep all of its
+        // connections off it), so our traffic should be over before it starts.
+        connection->releaseTimer.stop();
+        connection->release();
+        if (refusesSecrets && !path.empty() && path != daemonOwnInputContextPath) {
+            co_return Result{Outcome::passwordField, lastPathSegment(path) + ", a password field"};
+        }
+        co_return Result{Outcome::noFocusedInputContext, "no focused input context"};
+    }
     connection->releaseTimer.start();
-    co_return Result{Outcome::delivered, focus.substr(focus.rfind('/') + 1)};
+    co_return Result{Outcome::delivered, lastPathSegment(path)};
+}
+
+QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::commit(std::string text) {
+    std::shared_ptr<Connection> connection = connection_;
+    Result focus = co_await takeNameAndReadFocus();
+    if (focus.outcome == Outcome::passwordField) {
+        co_return Result{Outcome::passwordField, "the focused field is a password field"};
+    }
+    if (focus.outcome != Outcome::delivered) {
+        co_return focus;
+    }
+    if (!ibus_bus_is_connected(connection->bus)) {
+        co_return Result{Outcome::unavailable, "the connection to ibus-daemon went"};
+    }
+    // The name is given back nameHoldTime after this, not at once: with the release right behind
+    // the signal, a commit reported sent sometimes never arrived in our runs under load (the
+    // daemon can drop its extension proxy before that proxy has handled the signal).
+    ibus_panel_service_commit_text(connection->service, ibus_text_new_from_string(text.c_str()));
+    co_return focus;
 }
 
 QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::probe() {
-    if (std::string reason = unavailableReason(); !reason.empty()) {
-        co_return Result{Outcome::unavailable, std::move(reason)};
+    Result focus = co_await takeNameAndReadFocus();
+    if (focus.outcome != Outcome::unavailable) {
+        focus.detail = "ready; focus: " + focus.detail;
     }
-    std::string focus;
-    if (co_await hasFocusedInputContext(&focus)) {
-        co_return Result{Outcome::delivered, "ready; focus: " + focus.substr(focus.rfind('/') + 1)};
-    }
-    if (focus.find(noFocusedInputContextError) != std::string::npos) {
-        co_return Result{Outcome::noFocusedInputContext, "ready; no input context has the focus"};
-    }
-    co_return Result{Outcome::unavailable, std::move(focus)};
+    co_return focus;
 }
 
 }  // namespace kelvo::platform

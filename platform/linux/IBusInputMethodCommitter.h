@@ -1,17 +1,20 @@
 #pragma once
 
-// IBusInputMethodCommitter commits dictated text through ibus-daemon without an engine switch: for
-// each commit it takes the daemon's panel-extension name (the one the emoji picker uses, taken
-// with replacement allowed so the picker gets it back afterwards), exports a panel service at the
-// extension's object path, emits the panel's CommitText (the daemon commits it into its focused
-// input context, before any preedit of the user's engine) and releases the name nameHoldTime later.
-// This relies on daemon behaviour that is stable since IBus 1.5.19 but not documented as an API.
+// IBusInputMethodCommitter commits dictated text through ibus-daemon without an engine switch: it
+// takes the daemon's panel-extension name (the one the emoji picker uses, taken with replacement
+// allowed so the picker gets it back afterwards), serves a panel at the extension's object path,
+// emits the panel's CommitText (the daemon commits it into its focused input context, before any
+// preedit of the user's engine) and gives the name back nameHoldTime later. This relies on daemon
+// behaviour that is stable since IBus 1.5.19 but not documented as an API.
 //
-// The daemon gives no feedback for a commit and drops it silently when no input context has the
-// focus, so the focus is asked for first: the daemon's current input context, which falls back to
-// the daemon's own context (no client's) when the focused client sends FocusOut: a window without
-// an input context yields noFocusedInputContext and the text goes on to the next path instead of
-// being swallowed.
+// The daemon gives no feedback for a commit and drops it silently when no client has the focus,
+// so the focus comes first, from the panel calls the daemon makes to its extension: FocusIn with
+// the focused input context, then ContentType with that field's purpose. Taking the name makes the
+// daemon report the current focus at once, and while the name is held every change is reported;
+// the panel is taken down with the name.
+// The daemon's own input context (focused whenever no client's is) means noFocusedInputContext and
+// the text goes on to the next path instead of being swallowed; a password or PIN purpose means
+// passwordField.
 //
 // libibus runs on the GLib main context, which the Qt main loop drives (Qt's GLib event
 // dispatcher, the default on Linux); without that dispatcher the committer says unavailable
@@ -26,7 +29,8 @@ namespace kelvo::platform {
 
 class IBusInputMethodCommitter final : public InputMethodCommitter {
   public:
-    // Each daemon call; a daemon that does not answer in this time counts as unavailable.
+    // Each daemon call, and the wait for its focus report; a daemon that does not answer in this
+    // time counts as unavailable.
     static constexpr std::chrono::milliseconds callTimeout{500};
     // How long the extension name is kept after a commit (and after each further commit).
     static constexpr std::chrono::milliseconds nameHoldTime{250};
@@ -40,9 +44,6 @@ class IBusInputMethodCommitter final : public InputMethodCommitter {
     IBusInputMethodCommitter& operator=(const IBusInputMethodCommitter&) = delete;
 
     std::string name() const override { return "ibus"; }
-    // The daemon does not tell a client's input purpose, and a GTK password entry may hold a
-    // focused input context.
-    bool refusesPasswordFields() const override { return false; }
     QCoro::Task<Result> commit(std::string text) override;
     QCoro::Task<Result> probe() override;
 
@@ -51,8 +52,9 @@ class IBusInputMethodCommitter final : public InputMethodCommitter {
 
     // The reason no commit can go out now, or empty when the daemon can be used.
     std::string unavailableReason() const;
-    // Whether a client's input context has the focus; *reason gets its object path, else why not.
-    QCoro::Task<bool> hasFocusedInputContext(std::string* reason);
+    // Holds the extension name and reads the daemon's current focus: delivered (a client's input
+    // context, detail its object path) or why a commit cannot go there.
+    QCoro::Task<Result> takeNameAndReadFocus();
 
     std::shared_ptr<Connection> connection_;
 };

@@ -21,6 +21,12 @@ fcitx::InputContext* InputMethodCommitObject::focusedInputContext() const {
     return context && context->hasFocus() ? context : nullptr;
 }
 
+bool InputMethodCommitObject::isPasswordField(const fcitx::InputContext& context) {
+    // Set by the GTK and Qt frontends from the field's input purpose and hints (password and PIN
+    // purposes, Qt's sensitive-data hint); these fields keep their input context.
+    return context.capabilityFlags().testAny(fcitx::CapabilityFlag::PasswordOrSensitive);
+}
+
 std::tuple<bool, std::string> InputMethodCommitObject::commitText(const std::string& text,
                                                                   bool resetComposition) {
     if (!fcitx::utf8::validate(text)) {
@@ -30,9 +36,8 @@ std::tuple<bool, std::string> InputMethodCommitObject::commitText(const std::str
     if (!context) {
         return {false, noFocusedInputContext};
     }
-    // GTK and Qt password fields keep their input context and would take the text; dictation is
-    // never put into a field for secrets.
-    if (context->capabilityFlags().testAny(fcitx::CapabilityFlag::PasswordOrSensitive)) {
+    // Dictation is never put into a field for secrets.
+    if (isPasswordField(*context)) {
         return {false, passwordField};
     }
     if (resetComposition) {
@@ -40,18 +45,31 @@ std::tuple<bool, std::string> InputMethodCommitObject::commitText(const std::str
     }
     // Without a reset the engine's preedit stays where it is and this text goes in before it.
     context->commitString(text);
+    committed_(*context);
     return {true, context->frontend() + std::string(":") + context->program()};
 }
 
-std::tuple<bool, std::string, std::string, std::string, bool> InputMethodCommitObject::focusInfo() {
+std::tuple<bool, std::string, std::string, std::string, bool, bool, std::string>
+InputMethodCommitObject::focusInfo() {
     fcitx::InputContext* context = instance_->lastFocusedInputContext();
     if (!context) {
-        return {false, "", "", "", false};
+        return {false, "", "", "", false, false, ""};
     }
     bool hasPreedit =
         !context->inputPanel().clientPreedit().empty() || !context->inputPanel().preedit().empty();
-    return {context->hasFocus(), context->frontend(), context->program(),
-            instance_->inputMethod(context), hasPreedit};
+    std::string contextId;
+    for (uint8_t byte : context->uuid()) {
+        constexpr char hex[] = "0123456789abcdef";
+        contextId += hex[byte >> 4];
+        contextId += hex[byte & 0xf];
+    }
+    return {context->hasFocus(),
+            context->frontend(),
+            context->program(),
+            instance_->inputMethod(context),
+            hasPreedit,
+            isPasswordField(*context),
+            contextId};
 }
 
 }  // namespace kelvo::platform::fcitx5

@@ -11,13 +11,17 @@
 //       ok: detail is "FRONTEND:PROGRAM" of the context that took it ("xim:xterm").
 //       not ok: detail is "no-focused-input-context", "password-field" (the focused context is
 //       a field for secrets: nothing goes there) or "invalid-utf8".
-//   FocusInfo() -> (b focused, s frontend, s program, s inputMethod, b hasPreedit)
+//   FocusInfo() -> (b focused, s frontend, s program, s inputMethod, b hasPreedit,
+//                   b passwordField, s contextId)
+//       passwordField: the context is one CommitText refuses as "password-field".
+//       contextId: the context's UUID in hex, which tells two windows of one program apart.
 //
 // Owned by the addon instance; every call runs on fcitx5's main loop, so no locking.
 
 #include <fcitx-utils/dbus/objectvtable.h>
 #include <fcitx/instance.h>
 
+#include <functional>
 #include <string>
 #include <tuple>
 
@@ -28,17 +32,22 @@ inline constexpr char commitInterface[] = "org.kelvovoice.InputMethod1";
 
 class InputMethodCommitObject : public fcitx::dbus::ObjectVTable<InputMethodCommitObject> {
   public:
-    explicit InputMethodCommitObject(fcitx::Instance* instance) : instance_(instance) {}
+    // committed runs after each commit, with the context that took the text.
+    InputMethodCommitObject(fcitx::Instance* instance,
+                            std::function<void(fcitx::InputContext&)> committed)
+        : instance_(instance), committed_(std::move(committed)) {}
 
     std::tuple<bool, std::string> commitText(const std::string& text, bool resetComposition);
-    std::tuple<bool, std::string, std::string, std::string, bool> focusInfo();
+    std::tuple<bool, std::string, std::string, std::string, bool, bool, std::string> focusInfo();
 
   private:
     fcitx::InputContext* focusedInputContext() const;
+    static bool isPasswordField(const fcitx::InputContext& context);
 
     fcitx::Instance* instance_;
+    std::function<void(fcitx::InputContext&)> committed_;
     FCITX_OBJECT_VTABLE_METHOD(commitText, "CommitText", "sb", "bs");
-    FCITX_OBJECT_VTABLE_METHOD(focusInfo, "FocusInfo", "", "bsssb");
+    FCITX_OBJECT_VTABLE_METHOD(focusInfo, "FocusInfo", "", "bsssbbs");
 };
 
 }  // namespace kelvo::platform::fcitx5

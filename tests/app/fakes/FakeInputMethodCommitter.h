@@ -15,7 +15,6 @@ class FakeInputMethodCommitter final : public platform::InputMethodCommitter {
         : name_(std::move(name)), answer(std::move(answer)) {}
 
     std::string name() const override { return name_; }
-    bool refusesPasswordFields() const override { return true; }
     QCoro::Task<Result> commit(std::string text) override {
         commits.push_back(std::move(text));
         co_return answer;

@@ -7,6 +7,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcessEnvironment>
+#include <QStandardPaths>
+#include <optional>
+
+#include <X11/Xlib.h>
 
 #include "X11TestWindow.h"
 #include "platform/linux/Fcitx5AddonInstaller.h"
@@ -59,30 +63,119 @@ Client startTerminal(const std::string& inputMethodName) {
     return Client{title, [output] { return fileBytes(output).toStdString(); }};
 }
 
-bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer) {
+Client startWaylandTarget() {
+    static int count = 0;
+    QString title = QString("kelvo-wayland-entry-%1").arg(++count);
+    QString state = sessionDir() + "/" + title + ".json";
+    QString target =
+        QFileInfo(KELVO_HEADLESS_SESSION).absolutePath() + "/../tests/e2e/targets/gtk-target";
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("GDK_BACKEND", "wayland");
+    environment.insert("GTK_IM_MODULE", "wayland");
+    process.setProcessEnvironment(environment);
+    process.setProgram(target);
+    process.setArguments({"entry", state, "--title", title});
+    // Detached: the session ends it with the program's other descendants.
+    process.startDetached();
+    auto text = [state] {
+        return QJsonDocument::fromJson(fileBytes(state)).object().value("text").toString();
+    };
+    if (!waitUntil(
+            [&] {
+                QJsonObject object = QJsonDocument::fromJson(fileBytes(state)).object();
+                return object.value("focused").toBool() && object.value("active").toBool();
+            },
+            60s)) {
+        return {};
+    }
+    return Client{title.toStdString(), [text] { return text().toStdString(); }};
+}
+
+Client startShownPasswordField() {
+    static int count = 0;
+    std::string title = "kelvo-shown-password-" + std::to_string(++count);
+    QString output = sessionDir() + "/" + QString::fromStdString(title) + ".txt";
+    QString script =
+        QFileInfo(KELVO_HEADLESS_SESSION).absolutePath() + "/../tests/e2e/ime/gtk-shown-password";
+    // Detached: the session ends it with the program's other descendants.
+    QProcess::startDetached(script, {output, QString::fromStdString(title)});
+    if (!waitUntil([&] { return QFile::exists(output + ".ready"); }, 60s)) {
+        return {};
+    }
+    return Client{title, [output] { return fileBytes(output).toStdString(); }};
+}
+
+std::string reportedFocus(platform::InputMethodCommitter& committer) {
+    return QCoro::waitFor(committer.probe()).detail;
+}
+
+namespace {
+
+// Sets the X keyboard focus (there is no window manager); None takes it from every window.
+void setInputFocus(Window window) {
+    if (Display* display = XOpenDisplay(nullptr)) {
+        XSetInputFocus(display, window, RevertToNone, CurrentTime);
+        XSync(display, False);
+        XCloseDisplay(display);
+    }
+}
+
+// The mapped window with the title: only a mapped window can take the focus.
+std::optional<Window> findWindow(const std::string& title) {
+    int status = 0;
+    std::string found = runProgram(
+        {"xdotool", "search", "--onlyvisible", "--name", QString::fromStdString("^" + title + "$")},
+        &status);
+    if (status != 0 || found.empty()) {
+        return std::nullopt;
+    }
+    return std::stoul(found.substr(0, found.find('\n')));
+}
+
+}  // namespace
+
+bool focusUntil(const std::string& title, platform::InputMethodCommitter& committer,
+                const std::function<bool()>& condition) {
     using Outcome = platform::InputMethodCommitter::Outcome;
-    return !client.title.empty() &&
+    bool firstRound = true;
+    return !title.empty() &&
            waitUntil(
                [&] {
-                   int status = 0;
-                   std::string window =
-                       runProgram({"xdotool", "search", "--name",
-                                   QString::fromStdString("^" + client.title + "$")},
-                                  &status);
-                   if (status != 0 || window.empty()) {
+                   std::optional<Window> window = findWindow(title);
+                   if (!window) {
                        return false;
                    }
-                   window = window.substr(0, window.find('\n'));
-                   runProgram({"xdotool", "windowfocus", "--sync", QString::fromStdString(window)});
-                   for (int i = 0; i < 10; ++i) {
-                       if (QCoro::waitFor(committer.probe()).outcome == Outcome::delivered) {
-                           return true;
-                       }
-                       waitUntil([] { return false; }, 100ms);
+                   // A window that has the focus already gets no new focus event,
+                   // and the one it got may have come before its input context
+                   // existed: after the first round, from no focus at all, once
+                   // the framework has seen the focus go (so that no report from
+                   // before the round is still in flight).
+                   if (!firstRound) {
+                       setInputFocus(None);
+                       waitUntil(
+                           [&] {
+                               Outcome outcome = QCoro::waitFor(committer.probe()).outcome;
+                               return outcome == Outcome::noFocusedInputContext ||
+                                      outcome == Outcome::unavailable;
+                           },
+                           5s);
                    }
-                   return false;
+                   firstRound = false;
+                   // As the session's target command focuses: xterm's input method follows that.
+                   runProgram({"xdotool", "windowfocus", "--sync", QString::number(*window)});
+                   return waitUntil(condition, 2s);
                },
                60s);
+}
+
+bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer,
+                     const std::string& focusBefore) {
+    using Outcome = platform::InputMethodCommitter::Outcome;
+    return focusUntil(client.title, committer, [&] {
+        auto focus = QCoro::waitFor(committer.probe());
+        return focus.outcome == Outcome::delivered && focus.detail != focusBefore;
+    });
 }
 
 void useInputMethod(const char* gtkAndQtModule, const char* ximServer) {
@@ -134,8 +227,48 @@ std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString&
         return nullptr;
     }
     useInputMethod("fcitx", "fcitx");
-    return std::unique_ptr<InputMethodDaemon>(new InputMethodDaemon(
-        "fcitx5", {"--disable=wayland,notificationitem,kimpanel,classicui"}, home));
+    return std::unique_ptr<InputMethodDaemon>(
+        new InputMethodDaemon("fcitx5",
+                              {qEnvironmentVariableIsSet("WAYLAND_DISPLAY")
+                                   ? "--disable=notificationitem,kimpanel,classicui"
+                                   : "--disable=wayland,notificationitem,kimpanel,classicui"},
+                              home));
+}
+
+std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startSway() {
+    if (QStandardPaths::findExecutable("sway").isEmpty()) {
+        return nullptr;
+    }
+    QString home = sessionDir() + "/sway-home";
+    QDir().mkpath(home);
+    QFile config(home + "/config");
+    config.open(QIODevice::WriteOnly);
+    config.write("output HEADLESS-1 resolution 1280x720\n");
+    config.close();
+    QDir runtime(qEnvironmentVariable("XDG_RUNTIME_DIR"));
+    const QStringList before = runtime.entryList({"wayland-*"}, QDir::AllEntries | QDir::System);
+    qputenv("WLR_BACKENDS", "headless");
+    qputenv("WLR_LIBINPUT_NO_DEVICES", "1");
+    qputenv("WLR_RENDERER", "pixman");
+    std::unique_ptr<InputMethodDaemon> sway(
+        new InputMethodDaemon("sway", {"-c", config.fileName()}, home));
+    QString socket;
+    waitUntil(
+        [&] {
+            for (const QString& name :
+                 runtime.entryList({"wayland-*"}, QDir::AllEntries | QDir::System)) {
+                if (!before.contains(name) && !name.endsWith(".lock")) {
+                    socket = name;
+                }
+            }
+            return !socket.isEmpty() || sway->process_.state() == QProcess::NotRunning;
+        },
+        30s);
+    if (socket.isEmpty()) {
+        return nullptr;
+    }
+    qputenv("WAYLAND_DISPLAY", socket.toUtf8());
+    return sway;
 }
 
 std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startIBus() {

@@ -30,25 +30,50 @@ Client startTarget(const std::string& kind);
 // byte into a file: no line editing, no echo, so nothing waits for a newline.
 Client startTerminal(const std::string& inputMethodName);
 
-// Focuses the client's window until the framework reports an input context with the focus. A
-// client makes its input context asynchronously, so a focus that comes before it is ready is not
-// seen by the framework: focus again until it is.
-bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer);
+// The GTK entry target running natively on Wayland (the compositor of WAYLAND_DISPLAY), with
+// GTK's text-input-v3 input method module; returns once the compositor has given it the focus.
+Client startWaylandTarget();
+
+// A GTK entry whose input purpose is password while its characters are shown (accessible role
+// plain text): a field for secrets that only the input method can recognise.
+Client startShownPasswordField();
+
+// Focuses the window titled so, again and again (from no focus at all after the first time)
+// until condition holds (false after a minute). A client makes its input context asynchronously,
+// so a focus that comes before it is ready is not seen by the framework.
+bool focusUntil(const std::string& title, platform::InputMethodCommitter& committer,
+                const std::function<bool()>& condition);
+
+// Focuses the client's window until the framework reports an input context with the focus other
+// than focusBefore (the focus it reported before the client started): until then the framework
+// may still report the previous window's context, which would take the text.
+bool focusUntilReady(const Client& client, platform::InputMethodCommitter& committer,
+                     const std::string& focusBefore = {});
+
+// What the framework reports as focused now (its probe's description).
+std::string reportedFocus(platform::InputMethodCommitter& committer);
 
 // Sets the variables that make GTK, Qt and XIM clients started from now on use a framework.
 void useInputMethod(const char* gtkAndQtModule, const char* ximServer);
 
-// An input-method daemon, ended (TERM, then KILL) when destroyed. Its log is FRAMEWORK.log in the
+// A daemon of the session (an input-method framework, or the Wayland compositor), ended (TERM,
+// then KILL) when destroyed. Its log is FRAMEWORK.log in the
 // session folder.
 class InputMethodDaemon {
   public:
     // fcitx5 with our addon library at addonLibrary, installed for the user by
     // Fcitx5AddonInstaller (XDG_DATA_HOME of this process and the daemon: the session's), keyboard
-    // layout engine only, no panel or Wayland; clients are switched to fcitx. Null when the
+    // layout engine only, no panel, Wayland only when WAYLAND_DISPLAY is set; clients are
+    // switched to fcitx. Null when the
     // install failed.
     // With inputMethod "mozc" the user's profile makes Mozc the only input method.
     static std::unique_ptr<InputMethodDaemon> startFcitx5(const QString& addonLibrary,
                                                           const QString& inputMethod = {});
+    // sway as a headless Wayland compositor (one virtual output, no input devices); sets
+    // WAYLAND_DISPLAY in this process to its socket, and fcitx5 started from then on runs its
+    // Wayland input-method frontend there. Null when sway did not start (not installed, or run
+    // as root, which it refuses).
+    static std::unique_ptr<InputMethodDaemon> startSway();
     // ibus-daemon with XIM, no panel; its address file lands under XDG_CONFIG_HOME, which this
     // process and the clients started from now on share. Returns once the address is written.
     static std::unique_ptr<InputMethodDaemon> startIBus();

@@ -16,7 +16,7 @@ endif()
 # One executable per call; GoogleTest cases are registered with CTest one by one. With
 # HEADLESS_SESSION the whole executable is one CTest test run inside scripts/headless-session
 # (virtual microphone, Xvfb, D-Bus, AT-SPI), so that its cases share one session, and it runs
-# while no other test does.
+# while no other test does. Such tests carry the label "headless".
 function(add_kelvo_test)
   cmake_parse_arguments(T "HEADLESS_SESSION" "NAME" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})
@@ -34,13 +34,14 @@ function(add_kelvo_test)
     endif()
   endforeach()
   if(T_HEADLESS_SESSION)
+    list(APPEND T_LABELS headless)
     add_test(NAME ${T_NAME}
       COMMAND "${PROJECT_SOURCE_DIR}/scripts/headless-session" run -- $<TARGET_FILE:${T_NAME}>)
     # A session's dictations, key holds and insertions are paced in real time: on a small machine
     # another test's build-up of load would starve them, so they run alone.
-    set_tests_properties(${T_NAME} PROPERTIES RUN_SERIAL TRUE)
-    if(T_LABELS OR T_ENVIRONMENT)
-      set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}" ENVIRONMENT "${T_ENVIRONMENT}")
+    set_tests_properties(${T_NAME} PROPERTIES RUN_SERIAL TRUE LABELS "${T_LABELS}")
+    if(T_ENVIRONMENT)
+      set_tests_properties(${T_NAME} PROPERTIES ENVIRONMENT "${T_ENVIRONMENT}")
     endif()
   else()
     gtest_discover_tests(${T_NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${props})

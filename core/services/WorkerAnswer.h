@@ -4,6 +4,7 @@
 #include <string>
 
 #include "core/models/Json.h"
+#include "core/services/JsonFile.h"
 #include "core/support/Error.h"
 
 namespace kelvo {
@@ -29,13 +30,8 @@ struct WorkerAnswer {
     /// does not fit the record.
     template <typename Record>
     Record decodedBody() const {
-        Json parsed;
-        try {
-            parsed = Json::parse(body);
-        } catch (const Json::exception& error) {
-            throw DecodingError(error.what());
-        }
-        return parsed.get<Record>();
+        // The files' parser: a message in words, without the JSON library's codes.
+        return jsonfile::parse("the worker's answer", body).get<Record>();
     }
 };
 

@@ -293,7 +293,10 @@ TEST_F(WorkerAPIClientTest, SuccessfulBodiesDecodeAndMissingTextIsADecodingError
     EXPECT_THROW(worker.transcribe(file, "m", "ja", std::nullopt, 1.0), DecodingError);
     EXPECT_THROW(processX(worker), DecodingError);
     server.answer(200, "not json");
-    EXPECT_THROW(processX(worker), DecodingError);
+    const auto notJson = thrown<DecodingError>([&] { processX(worker); });
+    ASSERT_TRUE(notJson);
+    EXPECT_TRUE(std::string(notJson->what()).starts_with("the worker's answer: invalid JSON: "))
+        << notJson->what();
     server.answer(200, R"({"text":42})");
     EXPECT_THROW(processX(worker), DecodingError);
 }

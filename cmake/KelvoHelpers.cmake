@@ -44,6 +44,8 @@ function(add_kelvo_test)
       set_tests_properties(${T_NAME} PROPERTIES ENVIRONMENT "${T_ENVIRONMENT}")
     endif()
   else()
-    gtest_discover_tests(${T_NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${props})
+    # Listing the cases of a sanitized binary on a busy machine can take longer than the default
+    # five seconds.
+    gtest_discover_tests(${T_NAME} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES ${props})
   endif()
 endfunction()

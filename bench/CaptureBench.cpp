@@ -10,7 +10,7 @@
 #include <numbers>
 #include <vector>
 
-#include "KelvoVoiceMac/AudioConverter.h"
+#include "KelvoVoiceMac/session/AudioConverter.h"
 #include "platform/AudioInput.h"
 
 namespace {

@@ -19,7 +19,7 @@
 #include <string>
 
 #include "../tests/e2e/ime/ImeTestSession.h"
-#include "KelvoVoiceMac/TextInsertionService.h"
+#include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "platform/QtClock.h"
 #include "platform/TraceOutput.h"
 #include "platform/linux/AtspiAccessibilityClient.h"

@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include "KelvoVoiceMac/MenuBarManager.h"
+#include "KelvoVoiceMac/session/MenuBarManager.h"
 
 namespace {
 

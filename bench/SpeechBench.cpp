@@ -31,7 +31,7 @@
 #include <string>
 #include <vector>
 
-#include "KelvoVoiceMac/AudioCaptureService.h"
+#include "KelvoVoiceMac/session/AudioCaptureService.h"
 #include "bench/BenchFolder.h"
 #include "platform/Clock.h"
 #include "platform/linux/PocketSphinxModelLocator.h"

@@ -10,12 +10,12 @@ set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 if(KELVO_BUILD_APP)
   install(TARGETS kelvovoice RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES packaging/kelvovoice.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
-  install(FILES KelvoVoiceMac/icons/kelvovoice.svg
+  install(FILES KelvoVoiceMac/shell/icons/kelvovoice.svg
     DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
-  install(FILES KelvoVoiceMac/icons/mic.fill.svg
+  install(FILES KelvoVoiceMac/shell/icons/mic.fill.svg
     DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/status
     RENAME kelvovoice-mic.fill.svg)
-  install(FILES KelvoVoiceMac/icons/mic.badge.waveform.svg
+  install(FILES KelvoVoiceMac/shell/icons/mic.badge.waveform.svg
     DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/status
     RENAME kelvovoice-mic.badge.waveform.svg)
   # Not in /etc/xdg/autostart, which would start it for every user: the settings window copies

@@ -6,9 +6,9 @@
 #include <numbers>
 #include <vector>
 
-#include "KelvoVoiceMac/AudioCaptureService.h"
-#include "KelvoVoiceMac/AudioConverter.h"
-#include "KelvoVoiceMac/CaptureError.h"
+#include "KelvoVoiceMac/session/AudioCaptureService.h"
+#include "KelvoVoiceMac/session/AudioConverter.h"
+#include "KelvoVoiceMac/session/CaptureError.h"
 #include "fakes/FakeAudioInput.h"
 #include "fakes/TestEventLoop.h"
 #include "platform/AudioInputError.h"

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "KelvoVoiceMac/Channel.h"
+#include "KelvoVoiceMac/session/Channel.h"
 #include "fakes/TestEventLoop.h"
 #include "fakes/WaitUntil.h"
 

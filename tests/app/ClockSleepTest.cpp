@@ -4,7 +4,7 @@
 #include <chrono>
 #include <vector>
 
-#include "KelvoVoiceMac/ClockSleep.h"
+#include "KelvoVoiceMac/session/ClockSleep.h"
 #include "fakes/FakeClock.h"
 
 namespace kelvo::test {

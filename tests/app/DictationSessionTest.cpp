@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <memory>
 
-#include "KelvoVoiceMac/GlobalHotkeyService.h"
-#include "KelvoVoiceMac/MenuBarManager.h"
-#include "KelvoVoiceMac/TextInsertionService.h"
+#include "KelvoVoiceMac/session/GlobalHotkeyService.h"
+#include "KelvoVoiceMac/session/MenuBarManager.h"
+#include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "fakes/FakeAccessibilityClient.h"
 #include "fakes/FakeAudioSource.h"
 #include "fakes/FakeClock.h"

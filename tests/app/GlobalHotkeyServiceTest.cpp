@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "KelvoVoiceMac/GlobalHotkeyService.h"
+#include "KelvoVoiceMac/session/GlobalHotkeyService.h"
 #include "fakes/FakeClock.h"
 #include "fakes/FakeRequestHandler.h"
 #include "fakes/FakeWorkspace.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "KelvoVoiceMac/MenuBarManager.h"
+#include "KelvoVoiceMac/session/MenuBarManager.h"
 #include "fakes/FakeAudioSource.h"
 #include "fakes/FakeClock.h"
 #include "fakes/FakePreferences.h"

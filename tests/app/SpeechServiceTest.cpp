@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "KelvoVoiceMac/SpeechService.h"
+#include "KelvoVoiceMac/session/SpeechService.h"
 #include "fakes/FakeClock.h"
 #include "fakes/FakeModelEngine.h"
 #include "fakes/FakeSegmentRecognizerProvider.h"

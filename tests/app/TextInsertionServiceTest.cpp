@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "KelvoVoiceMac/TextInsertionService.h"
+#include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "fakes/FakeAccessibilityClient.h"
 #include "fakes/FakeClock.h"
 #include "fakes/FakeInputMethodCommitter.h"

@@ -24,14 +24,14 @@
 #include <filesystem>
 #include <fstream>
 
-#include "KelvoVoiceMac/AutostartEntry.h"
-#include "KelvoVoiceMac/DictationTestView.h"
-#include "KelvoVoiceMac/DictionaryEditViewMac.h"
-#include "KelvoVoiceMac/DictionaryEntryFormMac.h"
-#include "KelvoVoiceMac/DictionaryWindowController.h"
-#include "KelvoVoiceMac/PreferenceKeys.h"
-#include "KelvoVoiceMac/SettingsWindow.h"
-#include "KelvoVoiceMac/TriggerKeyField.h"
+#include "KelvoVoiceMac/ui/AutostartEntry.h"
+#include "KelvoVoiceMac/ui/DictationTestView.h"
+#include "KelvoVoiceMac/ui/DictionaryEditViewMac.h"
+#include "KelvoVoiceMac/ui/DictionaryEntryFormMac.h"
+#include "KelvoVoiceMac/ui/DictionaryWindowController.h"
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
+#include "KelvoVoiceMac/ui/SettingsWindow.h"
+#include "KelvoVoiceMac/ui/TriggerKeyField.h"
 #include "core/services/JSONDictionaryStore.h"
 #include "fakes/FakeAudioSource.h"
 #include "fakes/FakeClock.h"

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "InsertionTarget.h"
-#include "KelvoVoiceMac/TextInsertionService.h"
+#include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "fakes/FakeKeySynthesizer.h"
 #include "fakes/FakePasteboard.h"
 #include "fakes/FakeWorkspace.h"

@@ -17,8 +17,8 @@
 #include <string>
 #include <vector>
 
-#include "KelvoVoiceMac/AudioCaptureService.h"
-#include "KelvoVoiceMac/CaptureError.h"
+#include "KelvoVoiceMac/session/AudioCaptureService.h"
+#include "KelvoVoiceMac/session/CaptureError.h"
 #include "platform/linux/PulseAudioInput.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/e2e/SpokenEnglish.h"

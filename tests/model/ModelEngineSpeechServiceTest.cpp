@@ -7,7 +7,7 @@
 
 #include <QCoroTask>
 
-#include "KelvoVoiceMac/SpeechService.h"
+#include "KelvoVoiceMac/session/SpeechService.h"
 #include "ModelFileServer.h"
 #include "ScriptedDecoder.h"
 #include "TemporaryFolder.h"

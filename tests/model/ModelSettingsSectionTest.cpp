@@ -13,7 +13,7 @@
 #include <QSpinBox>
 #include <QTableWidget>
 
-#include "KelvoVoiceMac/ModelSettingsSection.h"
+#include "KelvoVoiceMac/ui/ModelSettingsSection.h"
 #include "ModelFileServer.h"
 #include "TemporaryFolder.h"
 #include "fakes/WaitUntil.h"

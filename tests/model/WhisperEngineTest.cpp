@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "KelvoVoiceMac/SpeechService.h"
+#include "KelvoVoiceMac/session/SpeechService.h"
 #include "ModelFileServer.h"
 #include "TemporaryFolder.h"
 #include "TestAudio.h"

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "KelvoVoiceMac/ClockSleep.h"
-#include "KelvoVoiceMac/DictationAudioSource.h"
+#include "KelvoVoiceMac/session/ClockSleep.h"
+#include "KelvoVoiceMac/session/DictationAudioSource.h"
 #include "core/support/Error.h"
 #include "fakes/FakeClock.h"
 

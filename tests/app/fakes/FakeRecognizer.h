@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "KelvoVoiceMac/ClockSleep.h"
-#include "KelvoVoiceMac/DictationRecognizer.h"
+#include "KelvoVoiceMac/session/ClockSleep.h"
+#include "KelvoVoiceMac/session/DictationRecognizer.h"
 #include "fakes/FakeClock.h"
 
 namespace kelvo::test {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "KelvoVoiceMac/DictationRequestHandler.h"
+#include "KelvoVoiceMac/session/DictationRequestHandler.h"
 
 namespace kelvo::test {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "KelvoVoiceMac/StatusItemPresenter.h"
+#include "KelvoVoiceMac/session/StatusItemPresenter.h"
 
 namespace kelvo::test {
 

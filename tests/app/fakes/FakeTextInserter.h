@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "KelvoVoiceMac/ClockSleep.h"
-#include "KelvoVoiceMac/DictationTextInserter.h"
+#include "KelvoVoiceMac/session/ClockSleep.h"
+#include "KelvoVoiceMac/session/DictationTextInserter.h"
 #include "fakes/FakeClock.h"
 
 namespace kelvo::test {

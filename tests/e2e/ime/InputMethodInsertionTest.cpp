@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "ImeTestSession.h"
-#include "KelvoVoiceMac/TextInsertionService.h"
+#include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "X11TestWindow.h"
 #include "platform/AccessibilityClient.h"
 #include "platform/QtClock.h"

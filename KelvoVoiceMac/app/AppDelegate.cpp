@@ -1,0 +1,243 @@
+#include "KelvoVoiceMac/app/AppDelegate.h"
+
+#include <qcorofuture.h>
+#include <QCoreApplication>
+#include <QStandardPaths>
+#include <QTimer>
+#include <QtConcurrent/QtConcurrentRun>
+#include <cstdio>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "KelvoVoiceMac/app/AppWindows.h"
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
+#include "KelvoVoiceMac/shell/SingleInstance.h"
+#include "KelvoVoiceMac/shell/TrayHostWaiter.h"
+
+namespace kelvo::app {
+namespace {
+
+constexpr const char* kApplicationFolderName = "KelvoVoiceMac";
+constexpr const char* kDictionaryFileName = "dictionary.json";
+constexpr const char* kLogIdentity = "KelvoVoice";
+
+// The engine loads its entries while it is built; that reads the disk, so it runs on a worker.
+struct EngineOutcome {
+    std::shared_ptr<DictionaryCorrectionEngine> engine;
+    std::string error;
+};
+
+EngineOutcome buildEngine(std::shared_ptr<JSONDictionaryStore> store) {
+    try {
+        return {std::make_shared<DictionaryCorrectionEngine>(std::move(store)), {}};
+    } catch (const std::exception& error) {
+        return {nullptr, error.what()};
+    }
+}
+
+}  // namespace
+
+AppDelegate::AppDelegate(bool alwaysLogToStderr) : systemLog_(kLogIdentity, alwaysLogToStderr) {}
+
+AppDelegate::~AppDelegate() {
+    // Borrowers before what they borrow: the recogniser holds the session weakly and the key
+    // monitor by reference; the session borrows the services and the status item.
+    globalHotkeyService_.reset();
+    menuBarManager_.reset();
+    windows_.reset();
+    statusItem_.reset();
+    textInsertionService_.reset();
+    speechService_.reset();
+    audioCaptureService_.reset();
+    backends_.reset();
+    dictionaryEngine_.reset();
+    dictionaryStore_.reset();
+}
+
+void AppDelegate::applicationDidFinishLaunching() {
+    // Transcript lines must reach a pipe or a terminal as they are written.
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    QTimer::singleShot(0, [this] { runSetUp(); });
+}
+
+std::filesystem::path AppDelegate::locateDictionaryFile(platform::SystemLog& systemLog) {
+    QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    if (dataHome.isEmpty()) {
+        // Without a home there is nowhere to keep the user's dictionary at all.
+        qFatal("KelvoVoice: no user data folder (neither XDG_DATA_HOME nor HOME is usable)");
+    }
+    std::filesystem::path folder =
+        std::filesystem::path(dataHome.toStdString()) / kApplicationFolderName;
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) {
+        systemLog.write("[KelvoVoice] Failed to create dictionary directory: " + error.message());
+    }
+    return folder / kDictionaryFileName;
+}
+
+QCoro::Task<> AppDelegate::runSetUp() {
+    // The wait for a status-area host runs beside the dictionary load (QCoro tasks start at once).
+    auto hostWait = TrayHostWaiter::wait();
+
+    auto fileURL = locateDictionaryFile(systemLog_);
+    // A save from the editor after a failed load moves the unreadable file aside instead of
+    // overwriting it; say where it went, since the editor itself only shows the new list.
+    dictionaryStore_ = std::make_shared<JSONDictionaryStore>(
+        fileURL, JSONDictionaryStore::SaveObserver{},
+        [this](const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
+               const std::string& reason) {
+            systemLog_.write("[KelvoVoice] Damaged dictionary " + damaged.string() +
+                             " moved aside to " + movedTo.string() + ": " + reason);
+        });
+    EngineOutcome outcome = co_await QtConcurrent::run(buildEngine, dictionaryStore_);
+    if (outcome.engine) {
+        dictionaryEngine_ = std::move(outcome.engine);
+    } else {
+        systemLog_.write("[KelvoVoice] Failed to initialize dictionary engine: " + outcome.error);
+        dictionaryEngine_.reset();
+    }
+
+    buildSession();
+    globalHotkeyService_->start();
+
+    TrayHostWaiter::Host host = co_await hostWait;
+    if (host == TrayHostWaiter::Host::none) {
+        systemLog_.write(
+            "[KelvoVoice] No status area found on this desktop: running without a status icon; "
+            "the trigger key still works");
+    } else {
+        systemLog_.write("[KelvoVoice] Status area host=" +
+                         std::string(TrayHostWaiter::name(host)));
+    }
+    // Also without a host: an XEmbed tray that appears later still picks the icon up.
+    statusItem_->show();
+    if (!pendingRequest_.isEmpty()) {
+        handleRequest(std::exchange(pendingRequest_, QString()));
+    }
+    if (startUpFinished_) {
+        startUpFinished_();
+    }
+}
+
+void AppDelegate::buildSession() {
+    backends_ = PlatformBackends::create(preferences_, systemLog_, clock_);
+    audioCaptureService_ = std::make_unique<AudioCaptureService>(backends_->audioInput());
+    speechService_ = std::make_shared<SpeechService>(
+        backends_->modelEngine(), backends_->segmentRecognizers(), clock_, traceOutput_);
+    textInsertionService_ =
+        std::make_unique<TextInsertionService>(TextInsertionService::Dependencies{
+            .accessibility = backends_->accessibility(),
+            .pasteboard = backends_->pasteboard(),
+            .keySynthesizer = backends_->keySynthesizer(),
+            .workspace = backends_->workspace(),
+            .clock = clock_,
+            .traceOutput = traceOutput_,
+            .inputMethods = backends_->inputMethods(),
+            .preferences = &preferences_,
+        });
+    windows_ = std::make_unique<AppWindows>(AppWindows::Dependencies{
+        .backends = *backends_,
+        .preferences = preferences_,
+        .clock = clock_,
+        .traceOutput = traceOutput_,
+        .dictionaryStore = dictionaryStore_,
+        .dictionaryEngine = dictionaryEngine_,
+        .preferenceChanged = [this](const QString& key) { preferenceChanged(key); },
+    });
+
+    // The menu's actions reach the session through this weak handle: the session is made after
+    // the status item it presents to.
+    auto session = std::make_shared<std::weak_ptr<MenuBarManager>>();
+    auto withSession = [session](auto action) {
+        return [session, action] {
+            if (auto manager = session->lock()) {
+                action(*manager);
+            }
+        };
+    };
+    bool readsInputDevices = backends_->session() != PlatformBackends::SessionKind::x11;
+    statusItem_ = std::make_unique<TrayStatusItem>(TrayStatusItem::Dependencies{
+        .preferences = preferences_,
+        .systemLog = systemLog_,
+        .permissions = {
+            .isAccessibilityTrusted = [this] { return backends_->accessibility().isTrusted(); },
+            .hasInputMonitoringAccess =
+                [this] { return backends_->keyMonitor().hasListenAccess(); },
+            .triggerKeyName = [this] { return backends_->triggerKeyDisplayName(); },
+            .readsInputDevices = readsInputDevices,
+        },
+        .actions = {
+            .startDictation = withSession([](MenuBarManager& m) { m.startDictation(); }),
+            .pasteLastDictation = withSession([](MenuBarManager& m) { m.pasteLastText(); }),
+            .hasLastDictation =
+                [session] {
+                    auto manager = session->lock();
+                    return manager &&
+                           (manager->lastUninsertedText() || manager->lastInsertedText());
+                },
+            .openAccessibilitySettings =
+                [this] { textInsertionService_->openAccessibilitySettings(); },
+            .openInputMonitoringSettings =
+                [this] { globalHotkeyService_->openInputMonitoringSettings(); },
+            .openDictionary = [this] { windows_->openDictionary(); },
+            .openSettings = [this] { windows_->openSettings(); },
+            .showTestWindow = [this] { windows_->showTestWindow(); },
+            .quit = [this] { quit(); },
+        },
+    });
+
+    menuBarManager_ = std::make_shared<MenuBarManager>(MenuBarManager::Dependencies{
+        .audioCaptureService = *audioCaptureService_,
+        .speechService = *speechService_,
+        .textInsertionService = *textInsertionService_,
+        .dictionaryStore = dictionaryStore_,
+        .dictionaryEngine = dictionaryEngine_,
+        .preferences = preferences_,
+        .clock = clock_,
+        .systemLog = systemLog_,
+        .traceOutput = traceOutput_,
+        .statusItem = *statusItem_,
+    });
+    *session = menuBarManager_;
+
+    TextInsertionService* inserter = textInsertionService_.get();
+    globalHotkeyService_ = std::make_unique<GlobalHotkeyService>(GlobalHotkeyService::Dependencies{
+        .menuBarManager = menuBarManager_,
+        .keyMonitor = backends_->keyMonitor(),
+        .workspace = backends_->workspace(),
+        .clock = clock_,
+        .systemLog = systemLog_,
+        .isInjectingKeys = [inserter] { return inserter->isInjectingKeys(); },
+    });
+}
+
+void AppDelegate::handleRequest(const QString& request) {
+    if (!windows_ || !statusItem_->isShown()) {
+        pendingRequest_ = request;
+        return;
+    }
+    if (request == QLatin1String(SingleInstance::showTestWindowRequest)) {
+        windows_->showTestWindow();
+    } else if (request == QLatin1String(SingleInstance::openDictionaryRequest)) {
+        windows_->openDictionary();
+    } else if (request == QLatin1String(SingleInstance::openSettingsRequest)) {
+        windows_->openSettings();
+    }
+}
+
+void AppDelegate::preferenceChanged(const QString& key) {
+    if (key == QLatin1String(MenuBarManager::fillerRemovalEnabledKey) && statusItem_) {
+        statusItem_->syncFillerRemovalCheck();
+    } else if (key == QLatin1String(PreferenceKeys::triggerKey) && backends_) {
+        backends_->setTriggerKey(preferences_.stringValue(PreferenceKeys::triggerKey,
+                                                          PreferenceKeys::defaultTriggerKey));
+    }
+}
+
+void AppDelegate::quit() {
+    QCoreApplication::quit();
+}
+
+}  // namespace kelvo::app

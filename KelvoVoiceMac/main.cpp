@@ -1,8 +1,0 @@
-// kelvovoice: the desktop application.
-
-#include "KelvoVoiceMac/KelvoVoiceMacApp.h"
-
-int main(int argc, char** argv) {
-    kelvo::app::KelvoVoiceMacApp app(argc, argv);
-    return app.run();
-}

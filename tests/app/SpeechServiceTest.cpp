@@ -43,6 +43,11 @@ std::vector<TranscriptionEvent> drainEvents(Channel<TranscriptionEvent>& events)
     return all;
 }
 
+QCoro::Task<> finishInputThenFlag(std::shared_ptr<SpeechService> service, bool* finished) {
+    co_await service->finishInput();
+    *finished = true;
+}
+
 AudioBuffer buffer(std::size_t frames) {
     return AudioBuffer{std::vector<std::int16_t>(frames, 100)};
 }
@@ -143,8 +148,11 @@ TEST_F(SpeechServiceTest, InstalledAssetsStartTheAnalyzerWithHintsAndDeliverItsR
     EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer partial: こんにち"));
     EXPECT_EQ(engine.installationRequests(), 0);
 
+    // Finishing the input: the analyser finalises through the end of it at once.
     audio->close();
-    stop();
+    QCoro::waitFor(service->finishInput());
+    EXPECT_TRUE(events->isClosed());
+    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
 }
 
 TEST_F(SpeechServiceTest, HintsThatCannotBeAppliedAreTracedAndEmptyHintsApplyNothing) {
@@ -328,7 +336,18 @@ TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHi
     audio->close();
     EXPECT_TRUE(waitUntil([&] { return tasks[0]->endAudioCount() == 1; }))
         << "the consumer ends the current request's audio when the stream ends";
-    stop();
+
+    // Finishing the input waits for the recogniser to decode the end of the audio, so its last
+    // final arrives instead of being cancelled.
+    bool finished = false;
+    QCoro::Task<> finishing = finishInputThenFlag(service, &finished);
+    runFor(clock, 50ms);
+    EXPECT_FALSE(finished || tasks[0]->wasCancelled());
+    tasks[0]->deliverFinal("最後");
+    tasks[0]->decodeEnd();
+    EXPECT_TRUE(waitUntil([&] { return finished; }));
+    EXPECT_EQ(drainEvents(*events),
+              (std::vector<TranscriptionEvent>{TranscriptionEvent::final_("最後")}));
 }
 
 TEST_F(SpeechServiceTest, FallbackRestartsAfterAFinalAndAfterNoSpeechButNotForOtherErrors) {

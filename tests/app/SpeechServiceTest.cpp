@@ -43,7 +43,9 @@ std::vector<TranscriptionEvent> drainEvents(Channel<TranscriptionEvent>& events)
     return all;
 }
 
-QCoro::Task<> finishInputThenFlag(std::shared_ptr<SpeechService> service, bool* finished) {
+// Flags the end of finishInput(); the flag outlives a test that gave up waiting for it.
+QCoro::Task<> finishInputThenFlag(std::shared_ptr<SpeechService> service,
+                                  std::shared_ptr<bool> finished) {
     co_await service->finishInput();
     *finished = true;
 }
@@ -150,7 +152,9 @@ TEST_F(SpeechServiceTest, InstalledAssetsStartTheAnalyzerWithHintsAndDeliverItsR
 
     // Finishing the input: the analyser finalises through the end of it at once.
     audio->close();
-    QCoro::waitFor(service->finishInput());
+    auto finished = std::make_shared<bool>(false);
+    QCoro::Task<> finishing = finishInputThenFlag(service, finished);
+    ASSERT_TRUE(waitUntil([&] { return *finished; }));
     EXPECT_TRUE(events->isClosed());
     EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
 }
@@ -339,13 +343,13 @@ TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHi
 
     // Finishing the input waits for the recogniser to decode the end of the audio, so its last
     // final arrives instead of being cancelled.
-    bool finished = false;
-    QCoro::Task<> finishing = finishInputThenFlag(service, &finished);
+    auto finished = std::make_shared<bool>(false);
+    QCoro::Task<> finishing = finishInputThenFlag(service, finished);
     runFor(clock, 50ms);
-    EXPECT_FALSE(finished || tasks[0]->wasCancelled());
+    EXPECT_FALSE(*finished || tasks[0]->wasCancelled());
     tasks[0]->deliverFinal("最後");
     tasks[0]->decodeEnd();
-    EXPECT_TRUE(waitUntil([&] { return finished; }));
+    ASSERT_TRUE(waitUntil([&] { return *finished; }));
     EXPECT_EQ(drainEvents(*events),
               (std::vector<TranscriptionEvent>{TranscriptionEvent::final_("最後")}));
 }

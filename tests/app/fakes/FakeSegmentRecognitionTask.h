@@ -37,7 +37,9 @@ class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask
             std::lock_guard lock(mutex_);
             decoded = std::move(decoded_);
         }
-        decoded();
+        if (decoded) {
+            decoded();
+        }
     }
     void cancel() override {
         std::lock_guard lock(mutex_);

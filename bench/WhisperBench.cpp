@@ -120,6 +120,7 @@ void BM_DecodeRealTimeFactor(benchmark::State& state, std::string model, double 
 // final decode pays it once; it does not depend on the weights' values, so a for-tests model
 // gives the real figure for its size.
 void BM_EncoderWindow(benchmark::State& state, std::string model) {
+    WhisperDecoder::load(model, threads());  // loads ggml's CPU backend for this machine
     whisper_context_params parameters = whisper_context_default_params();
     parameters.use_gpu = false;
     whisper_context* context = whisper_init_from_file_with_params(model.c_str(), parameters);
@@ -290,9 +291,11 @@ std::vector<std::int16_t> roomNoise(std::chrono::milliseconds duration, std::uin
 }
 
 struct Lever {
+    explicit Lever(std::string name = "product") : name(std::move(name)) {}
     std::string name;
     bool pauses = true;
     bool cold = false;  // the model loaded at the key press, without the engine's warm-up
+    ProgressiveTranscriber::Options options;
     kelvo::platform::WhisperDecoder::Settings settings =
         kelvo::platform::WhisperModelEngine::decoderSettings();
 };
@@ -318,7 +321,7 @@ double dictateOnce(const std::string& model, const Lever& lever,
             decoder->imitateSpeech(kJapaneseText, kJapaneseCharactersPerSecond);
             return decoder;
         },
-        {});
+        lever.options);
     transcriber.setContextualStrings({"山田", "八重洲口", "新幹線"});
     transcriber.prepare();
     Clock::time_point lastFinal{};
@@ -412,28 +415,31 @@ int main(int argc, char** argv) {
         for (const double seconds : {2.0, 5.0, 10.0}) {
             benchmark::RegisterBenchmark(
                 ("ReleaseToFinal/" + name + "/" + std::to_string(int(seconds)) + "s").c_str(),
-                BM_ReleaseToFinal, model, seconds, Lever{"product"})
+                BM_ReleaseToFinal, model, seconds, Lever("product"))
                 ->Unit(benchmark::kMillisecond)
                 ->Iterations(benchRuns());
         }
         // Each lever against the product's settings, on a 5 s utterance.
         std::vector<Lever> levers;
-        Lever lever{"continuous"};
+        Lever lever("continuous");
         lever.pauses = false;
         levers.push_back(lever);
-        lever = Lever{"flash_attention_off"};
+        lever = Lever("flash_attention_off");
         lever.settings.flashAttention = false;
         levers.push_back(lever);
-        lever = Lever{"trim_final_context_" +
-                      std::string(lever.settings.trimFinalContext ? "off" : "on")};
+        lever = Lever("trim_final_context_" +
+                      std::string(lever.settings.trimFinalContext ? "off" : "on"));
         lever.settings.trimFinalContext = !lever.settings.trimFinalContext;
         levers.push_back(lever);
-        lever = Lever{"cold_model"};
+        lever = Lever("partial_not_aborted_at_pause");
+        lever.options.abortPartialAtPause = false;
+        levers.push_back(lever);
+        lever = Lever("cold_model");
         lever.cold = true;
         levers.push_back(lever);
         for (int threads = 1; threads <= 4; threads *= 2) {
             if (threads != WhisperModelEngine::decodingThreads()) {
-                lever = Lever{};
+                lever = Lever();
                 lever.settings.threads = threads;
                 levers.push_back(lever);
             }

@@ -5,9 +5,11 @@
 // (never detected), no carried-over context (the transcriber passes its prompt every time), no
 // timestamps, and non-speech tokens suppressed. Partial hypotheses are decoded for speed: one
 // greedy pass without temperature fallback, and an encoder context cut to the audio's length
-// (whisper otherwise encodes a full 30 s window however short the audio). Finals get the full
-// window and a bounded fallback (two more temperatures, two candidates each). Used by one thread
-// at a time (see SegmentDecoder); frees the model when destroyed.
+// plus a margin (whisper otherwise encodes a full 30 s window however short the audio). Finals
+// get the same cut context (the full window made a 5 s utterance wait seconds for its text on a
+// 2-core machine, see bench/WhisperBench) and a bounded fallback (two more temperatures, two
+// candidates each). Used by one thread at a time (see SegmentDecoder); frees the model when
+// destroyed.
 
 #include <filesystem>
 #include <memory>
@@ -29,7 +31,7 @@ class WhisperDecoder final : public SegmentDecoder {
         // whisper.cpp's flash attention kernels.
         bool flashAttention = true;
         // Cut a final's encoder context to its audio as well, instead of a full 30 s window.
-        bool trimFinalContext = false;
+        bool trimFinalContext = true;
     };
 
     // Throws SpeechEngineError when the file is not a model whisper.cpp can load.

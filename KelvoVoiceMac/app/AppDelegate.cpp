@@ -2,6 +2,7 @@
 
 #include <qcorofuture.h>
 #include <QCoreApplication>
+#include <QFileSystemWatcher>
 #include <QStandardPaths>
 #include <QTimer>
 #include <QtConcurrent/QtConcurrentRun>
@@ -45,6 +46,9 @@ AppDelegate::~AppDelegate() {
     // monitor by reference; the session borrows the services and the status item.
     globalHotkeyService_.reset();
     menuBarManager_.reset();
+    dictionaryFolderWatcher_.reset();
+    correctionLearner_.reset();
+    suggestionNotifier_.reset();
     windows_.reset();
     statusItem_.reset();
     textInsertionService_.reset();
@@ -101,6 +105,7 @@ QCoro::Task<> AppDelegate::runSetUp() {
 
     buildSession();
     globalHotkeyService_->start();
+    watchDictionaryFolder();
 
     TrayHostWaiter::Host host = co_await hostWait;
     if (host == TrayHostWaiter::Host::none) {
@@ -188,17 +193,40 @@ void AppDelegate::buildSession() {
         },
     });
 
+    // Corrections right after a dictation become dictionary suggestions; the learner sits between
+    // the session and the inserter and status item it reports to.
+    suggestionStore_ = std::make_shared<JSONSuggestionStore>(
+        JSONSuggestionStore::fileBeside(dictionaryStore_->fileURL()),
+        [this](const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
+               const std::string& reason) {
+            systemLog_.write("[KelvoVoice] Damaged suggestion list " + damaged.string() +
+                             " moved aside to " + movedTo.string() + ": " + reason);
+        });
+    suggestionNotifier_ = std::make_unique<CorrectionSuggestionNotifier>(
+        suggestionStore_, dictionaryStore_, dictionaryEngine_, systemLog_);
+    correctionLearner_ = std::make_unique<CorrectionLearner>(CorrectionLearner::Dependencies{
+        .textInsertionService = *textInsertionService_,
+        .statusItem = *statusItem_,
+        .fieldEditWatcher = backends_->fieldEditWatcher(),
+        .dictionaryEngine = dictionaryEngine_,
+        .preferences = preferences_,
+        .clock = clock_,
+        .traceOutput = traceOutput_,
+        .suggest = [this](const CorrectionSuggestion& seen) { suggestionNotifier_->offer(seen); },
+        .firstUse = [this] { suggestionNotifier_->announceLearning(); },
+    });
+
     menuBarManager_ = std::make_shared<MenuBarManager>(MenuBarManager::Dependencies{
         .audioCaptureService = *audioCaptureService_,
         .speechService = *speechService_,
-        .textInsertionService = *textInsertionService_,
+        .textInsertionService = *correctionLearner_,
         .dictionaryStore = dictionaryStore_,
         .dictionaryEngine = dictionaryEngine_,
         .preferences = preferences_,
         .clock = clock_,
         .systemLog = systemLog_,
         .traceOutput = traceOutput_,
-        .statusItem = *statusItem_,
+        .statusItem = *correctionLearner_,
     });
     *session = menuBarManager_;
 
@@ -211,6 +239,26 @@ void AppDelegate::buildSession() {
         .systemLog = systemLog_,
         .isInjectingKeys = [inserter] { return inserter->isInjectingKeys(); },
     });
+}
+
+void AppDelegate::watchDictionaryFolder() {
+    if (!dictionaryEngine_) {
+        return;
+    }
+    // Entries written by kelvo (an accepted suggestion, say) apply from the next dictation on.
+    // The files are replaced by rename, which the folder reports; inotify, so nothing runs idle.
+    dictionaryFolderWatcher_ = std::make_unique<QFileSystemWatcher>(
+        QStringList{QString::fromStdString(dictionaryStore_->fileURL().parent_path().string())});
+    QObject::connect(dictionaryFolderWatcher_.get(), &QFileSystemWatcher::directoryChanged,
+                     [engine = dictionaryEngine_] {
+                         // A damaged file leaves the entries in force; the editor reports it.
+                         (void)QtConcurrent::run([engine] {
+                             try {
+                                 engine->reload();
+                             } catch (const std::exception&) {
+                             }
+                         });
+                     });
 }
 
 void AppDelegate::handleRequest(const QString& request) {

@@ -31,7 +31,9 @@ WatchedSpan::WatchedSpan(std::string_view window, std::size_t windowOffset, std:
       current_(original_),
       windowOffset_(windowOffset),
       spanStart_(std::min(spanStart, original_.size())),
-      spanEnd_(std::clamp(spanEnd, spanStart_, original_.size())) {}
+      spanEnd_(std::clamp(spanEnd, spanStart_, original_.size())),
+      currentStart_(spanStart_),
+      currentEnd_(spanEnd_) {}
 
 void WatchedSpan::inserted(std::size_t offset, std::string_view text) {
     const std::u32string added = codePoints(text);
@@ -40,8 +42,20 @@ void WatchedSpan::inserted(std::size_t offset, std::string_view text) {
         return;
     }
     const std::size_t local = offset - windowOffset_;
-    if (local <= current_.size()) {
-        current_.insert(local, added);
+    if (local > current_.size()) {
+        return;
+    }
+    current_.insert(local, added);
+    if (local < currentStart_) {
+        original_.insert(local, added);
+        spanStart_ += added.size();
+        spanEnd_ += added.size();
+        currentStart_ += added.size();
+        currentEnd_ += added.size();
+    } else if (local > currentEnd_) {
+        original_.insert(local - currentEnd_ + spanEnd_, added);
+    } else {
+        currentEnd_ += added.size();
     }
 }
 
@@ -54,10 +68,26 @@ void WatchedSpan::deleted(std::size_t offset, std::size_t length) {
     // Clipped to the window: the part of a deletion outside it is not ours to know.
     const std::size_t from = offset > windowOffset_ ? offset - windowOffset_ : 0;
     const std::size_t to = std::min(end - windowOffset_, current_.size());
-    if (from < to) {
-        current_.erase(from, to - from);
-    }
     windowOffset_ = std::min(windowOffset_, offset);
+    if (from >= to) {
+        return;
+    }
+    const std::size_t count = to - from;
+    current_.erase(from, count);
+    if (to <= currentStart_) {
+        original_.erase(from, count);
+        spanStart_ -= count;
+        spanEnd_ -= count;
+        currentStart_ -= count;
+        currentEnd_ -= count;
+    } else if (from >= currentEnd_) {
+        original_.erase(from - currentEnd_ + spanEnd_, count);
+    } else {
+        const std::size_t before = currentStart_ > from ? std::min(to, currentStart_) - from : 0;
+        const std::size_t inside = std::min(to, currentEnd_) - std::max(from, currentStart_);
+        currentStart_ -= before;
+        currentEnd_ -= before + inside;
+    }
 }
 
 std::string WatchedSpan::original() const {

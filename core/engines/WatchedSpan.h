@@ -10,6 +10,9 @@ namespace kelvo {
 /// side (the neighbourhood), kept up to date through the field's own change reports while the
 /// user edits it. Only this window of the field is ever held: an edit before it moves the window,
 /// an edit after it is not looked at, and an edit across its edge keeps only the part inside.
+/// Edits of the user's own text beside the dictated text (not touching it) are applied to both
+/// forms, so that original() and current() differ only by what was done to the dictated text or
+/// across its ends; an insertion right at either end counts as an edit of the dictated text.
 /// Offsets are the field's, in characters (code points), as accessibility change reports give
 /// them. Plain value type; no threads.
 class WatchedSpan {
@@ -24,7 +27,7 @@ class WatchedSpan {
     /// `length` characters were deleted from field offset `offset`.
     void deleted(std::size_t offset, std::size_t length);
 
-    /// The window as it was at the start and as it is now (UTF-8).
+    /// The window without and with the edits of the dictated text (UTF-8).
     std::string original() const;
     std::string current() const;
     /// Where the dictated text lies in original(), in characters.
@@ -39,6 +42,9 @@ class WatchedSpan {
     std::size_t windowOffset_;
     std::size_t spanStart_;
     std::size_t spanEnd_;
+    // Where the dictated text, as edited, lies in current_.
+    std::size_t currentStart_;
+    std::size_t currentEnd_;
 };
 
 }  // namespace kelvo

@@ -108,6 +108,10 @@ TEST(CorrectionDetectorTest, EditSequencesAfterADictation) {
          "Dear all, as discussed yesterday «send the report to the team»",
          {del(0, 10), del(46, 4), ins(46, "crew")},
          "team→crew"},
+        {"the user's own text edited on both sides too",
+         "Dear Bob, «send the report» Bye",
+         {del(5, 3), ins(5, "Rob"), del(26, 3), ins(26, "Cya"), del(10, 4), ins(10, "mail")},
+         "send→mail"},
         // Not corrections.
         {"already in the entry", "«クーベネティスの勉強会»", {del(0, 7), ins(0, "Kubernetes")}, ""},
         {"pure addition", "«send the report»", {ins(15, " now")}, ""},

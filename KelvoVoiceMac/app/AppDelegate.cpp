@@ -142,6 +142,15 @@ void AppDelegate::buildSession() {
             .inputMethods = backends_->inputMethods(),
             .preferences = &preferences_,
         });
+    // Corrections right after a dictation become dictionary suggestions (listed in the
+    // dictionary window too).
+    suggestionStore_ = std::make_shared<JSONSuggestionStore>(
+        JSONSuggestionStore::fileBeside(dictionaryStore_->fileURL()),
+        [this](const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
+               const std::string& reason) {
+            systemLog_.write("[KelvoVoice] Damaged suggestion list " + damaged.string() +
+                             " moved aside to " + movedTo.string() + ": " + reason);
+        });
     windows_ = std::make_unique<AppWindows>(AppWindows::Dependencies{
         .backends = *backends_,
         .preferences = preferences_,
@@ -149,6 +158,7 @@ void AppDelegate::buildSession() {
         .traceOutput = traceOutput_,
         .dictionaryStore = dictionaryStore_,
         .dictionaryEngine = dictionaryEngine_,
+        .suggestionStore = suggestionStore_,
         .preferenceChanged = [this](const QString& key) { preferenceChanged(key); },
     });
 
@@ -193,15 +203,7 @@ void AppDelegate::buildSession() {
         },
     });
 
-    // Corrections right after a dictation become dictionary suggestions; the learner sits between
-    // the session and the inserter and status item it reports to.
-    suggestionStore_ = std::make_shared<JSONSuggestionStore>(
-        JSONSuggestionStore::fileBeside(dictionaryStore_->fileURL()),
-        [this](const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
-               const std::string& reason) {
-            systemLog_.write("[KelvoVoice] Damaged suggestion list " + damaged.string() +
-                             " moved aside to " + movedTo.string() + ": " + reason);
-        });
+    // The learner sits between the session and the inserter and status item it reports to.
     suggestionNotifier_ = std::make_unique<CorrectionSuggestionNotifier>(
         suggestionStore_, dictionaryStore_, dictionaryEngine_, systemLog_);
     correctionLearner_ = std::make_unique<CorrectionLearner>(CorrectionLearner::Dependencies{

@@ -107,6 +107,15 @@ void JSONSuggestionStore::accept(const CorrectionSuggestion& accepted,
     write(target, list);
 }
 
+void JSONSuggestionStore::forget(const std::string& id) {
+    const std::filesystem::path target = followSymlinks(fileURL_);
+    const FolderLock lock(jsonfile::folderOf(target), fileURL_);
+    std::vector<CorrectionSuggestion> list = loadFrom(target);
+    if (std::erase_if(list, [&id](const CorrectionSuggestion& s) { return s.id == id; }) > 0) {
+        write(target, list);
+    }
+}
+
 void JSONSuggestionStore::reject(const std::string& id) {
     const std::filesystem::path target = followSymlinks(fileURL_);
     const FolderLock lock(jsonfile::folderOf(target), fileURL_);

@@ -49,6 +49,9 @@ class JSONSuggestionStore {
     void accept(const CorrectionSuggestion& accepted, JSONDictionaryStore& dictionary);
     /// Marks the pending suggestion `id` rejected. Throws Error when there is none.
     void reject(const std::string& id);
+    /// Removes the suggestion `id` (already written into the dictionary by its editor); nothing
+    /// happens when there is none.
+    void forget(const std::string& id);
 
     const std::filesystem::path& fileURL() const { return fileURL_; }
 

@@ -127,7 +127,7 @@ QCoro::Task<> CorrectionSuggestionNotifier::answer(CorrectionSuggestion suggesti
 void CorrectionSuggestionNotifier::announceLearning() {
     notify(QStringLiteral("KelvoVoice は修正から学習します"),
            QStringLiteral("音声入力の直後に単語を直すと、辞書への追加を提案します。"
-                          "設定の「修正から学習」でオフにできます。"),
+                          "辞書ウィンドウの「修正から学習」でオフにできます。"),
            {}, {}, systemLog_);
 }
 

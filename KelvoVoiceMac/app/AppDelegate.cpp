@@ -2,6 +2,7 @@
 
 #include <qcorofuture.h>
 #include <QCoreApplication>
+#include <QFileSystemWatcher>
 #include <QTimer>
 #include <QtConcurrent/QtConcurrentRun>
 #include <cstdio>
@@ -44,6 +45,9 @@ AppDelegate::~AppDelegate() {
     // monitor by reference; the session borrows the services and the status item.
     globalHotkeyService_.reset();
     menuBarManager_.reset();
+    dictionaryFolderWatcher_.reset();
+    correctionLearner_.reset();
+    suggestionNotifier_.reset();
     windows_.reset();
     statusItem_.reset();
     textInsertionService_.reset();
@@ -100,6 +104,7 @@ QCoro::Task<> AppDelegate::runSetUp() {
 
     buildSession();
     globalHotkeyService_->start();
+    watchDictionaryFolder();
 
     TrayHostWaiter::Host host = co_await hostWait;
     if (host == TrayHostWaiter::Host::none) {
@@ -136,6 +141,15 @@ void AppDelegate::buildSession() {
             .inputMethods = backends_->inputMethods(),
             .preferences = &preferences_,
         });
+    // Corrections right after a dictation become dictionary suggestions (listed in the
+    // dictionary window too).
+    suggestionStore_ = std::make_shared<JSONSuggestionStore>(
+        JSONSuggestionStore::fileBeside(dictionaryStore_->fileURL()),
+        [this](const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
+               const std::string& reason) {
+            systemLog_.write("[KelvoVoice] Damaged suggestion list " + damaged.string() +
+                             " moved aside to " + movedTo.string() + ": " + reason);
+        });
     windows_ = std::make_unique<AppWindows>(AppWindows::Dependencies{
         .backends = *backends_,
         .preferences = preferences_,
@@ -143,6 +157,7 @@ void AppDelegate::buildSession() {
         .traceOutput = traceOutput_,
         .dictionaryStore = dictionaryStore_,
         .dictionaryEngine = dictionaryEngine_,
+        .suggestionStore = suggestionStore_,
         .preferenceChanged = [this](const QString& key) { preferenceChanged(key); },
     });
 
@@ -187,17 +202,32 @@ void AppDelegate::buildSession() {
         },
     });
 
+    // The learner sits between the session and the inserter and status item it reports to.
+    suggestionNotifier_ = std::make_unique<CorrectionSuggestionNotifier>(
+        suggestionStore_, dictionaryStore_, dictionaryEngine_, systemLog_);
+    correctionLearner_ = std::make_unique<CorrectionLearner>(CorrectionLearner::Dependencies{
+        .textInsertionService = *textInsertionService_,
+        .statusItem = *statusItem_,
+        .fieldEditWatcher = backends_->fieldEditWatcher(),
+        .dictionaryEngine = dictionaryEngine_,
+        .preferences = preferences_,
+        .clock = clock_,
+        .traceOutput = traceOutput_,
+        .suggest = [this](const CorrectionSuggestion& seen) { suggestionNotifier_->offer(seen); },
+        .firstUse = [this] { suggestionNotifier_->announceLearning(); },
+    });
+
     menuBarManager_ = std::make_shared<MenuBarManager>(MenuBarManager::Dependencies{
         .audioCaptureService = *audioCaptureService_,
         .speechService = *speechService_,
-        .textInsertionService = *textInsertionService_,
+        .textInsertionService = *correctionLearner_,
         .dictionaryStore = dictionaryStore_,
         .dictionaryEngine = dictionaryEngine_,
         .preferences = preferences_,
         .clock = clock_,
         .systemLog = systemLog_,
         .traceOutput = traceOutput_,
-        .statusItem = *statusItem_,
+        .statusItem = *correctionLearner_,
     });
     *session = menuBarManager_;
     // The session registered the preference defaults; the menu was built before it.
@@ -212,6 +242,26 @@ void AppDelegate::buildSession() {
         .systemLog = systemLog_,
         .isInjectingKeys = [inserter] { return inserter->isInjectingKeys(); },
     });
+}
+
+void AppDelegate::watchDictionaryFolder() {
+    if (!dictionaryEngine_) {
+        return;
+    }
+    // Entries written by kelvo (an accepted suggestion, say) apply from the next dictation on.
+    // The files are replaced by rename, which the folder reports; inotify, so nothing runs idle.
+    dictionaryFolderWatcher_ = std::make_unique<QFileSystemWatcher>(
+        QStringList{QString::fromStdString(dictionaryStore_->fileURL().parent_path().string())});
+    QObject::connect(dictionaryFolderWatcher_.get(), &QFileSystemWatcher::directoryChanged,
+                     [engine = dictionaryEngine_] {
+                         // A damaged file leaves the entries in force; the editor reports it.
+                         (void)QtConcurrent::run([engine] {
+                             try {
+                                 engine->reload();
+                             } catch (const std::exception&) {
+                             }
+                         });
+                     });
 }
 
 void AppDelegate::handleRequest(const QString& request) {

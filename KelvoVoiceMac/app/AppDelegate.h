@@ -14,12 +14,15 @@
 // their dependencies (the process has no other teardown).
 
 #include <QCoroTask>
+#include <QFileSystemWatcher>
 #include <QString>
 #include <filesystem>
 #include <functional>
 #include <memory>
 
+#include "KelvoVoiceMac/app/CorrectionSuggestionNotifier.h"
 #include "KelvoVoiceMac/session/AudioCaptureService.h"
+#include "KelvoVoiceMac/session/CorrectionLearner.h"
 #include "KelvoVoiceMac/session/GlobalHotkeyService.h"
 #include "KelvoVoiceMac/session/MenuBarManager.h"
 #include "KelvoVoiceMac/app/PlatformBackends.h"
@@ -28,6 +31,7 @@
 #include "KelvoVoiceMac/shell/TrayStatusItem.h"
 #include "core/engines/DictionaryCorrectionEngine.h"
 #include "core/services/JSONDictionaryStore.h"
+#include "core/services/JSONSuggestionStore.h"
 #include "platform/QSettingsPreferences.h"
 #include "platform/QtClock.h"
 #include "platform/StdoutTraceOutput.h"
@@ -74,6 +78,7 @@ class AppDelegate {
   private:
     QCoro::Task<> runSetUp();
     void buildSession();
+    void watchDictionaryFolder();
     void preferenceChanged(const QString& key);
     void quit();
 
@@ -93,6 +98,10 @@ class AppDelegate {
     std::shared_ptr<SpeechService> speechService_;
     std::unique_ptr<TextInsertionService> textInsertionService_;
     std::unique_ptr<TrayStatusItem> statusItem_;
+    std::shared_ptr<JSONSuggestionStore> suggestionStore_;
+    std::unique_ptr<CorrectionSuggestionNotifier> suggestionNotifier_;
+    std::unique_ptr<CorrectionLearner> correctionLearner_;
+    std::unique_ptr<QFileSystemWatcher> dictionaryFolderWatcher_;
     std::unique_ptr<AppWindows> windows_;
     std::function<void()> startUpFinished_;
     QString pendingRequest_;

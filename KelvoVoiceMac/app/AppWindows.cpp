@@ -60,7 +60,8 @@ AppWindows::~AppWindows() {
 void AppWindows::openDictionary() {
     if (!dictionaryWindowController_) {
         dictionaryWindowController_ = std::make_unique<DictionaryWindowController>(
-            dependencies_.dictionaryStore, dependencies_.dictionaryEngine);
+            dependencies_.dictionaryStore, dependencies_.dictionaryEngine,
+            dependencies_.suggestionStore, &dependencies_.preferences);
     }
     dictionaryWindowController_->show();
 }

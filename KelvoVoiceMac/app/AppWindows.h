@@ -16,6 +16,7 @@
 #include "KelvoVoiceMac/app/PlatformBackends.h"
 #include "core/engines/DictionaryCorrectionEngine.h"
 #include "core/services/JSONDictionaryStore.h"
+#include "core/services/JSONSuggestionStore.h"
 #include "platform/AudioInput.h"
 #include "platform/Clock.h"
 #include "platform/Preferences.h"
@@ -37,6 +38,8 @@ class AppWindows {
         std::shared_ptr<JSONDictionaryStore> dictionaryStore;
         // None when the dictionary could not be loaded at start-up.
         std::shared_ptr<DictionaryCorrectionEngine> dictionaryEngine;
+        // Suggestions learnt from corrections, listed in the dictionary window; none: not listed.
+        std::shared_ptr<JSONSuggestionStore> suggestionStore;
         // Told about every setting the settings window changes (its preference key).
         std::function<void(const QString& key)> preferenceChanged;
     };

@@ -12,6 +12,7 @@
 #include "platform/AssetInstallationRequest.h"
 #include "platform/ModelTranscriber.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
+#include "platform/linux/AtspiFieldEditWatcher.h"
 #include "platform/linux/EvdevKeyMonitor.h"
 #include "platform/linux/Fcitx5AddonInstaller.h"
 #include "platform/linux/Fcitx5InputMethodCommitter.h"
@@ -111,6 +112,9 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
 
     backends->accessibility_ = std::make_unique<platform::AtspiAccessibilityClient>();
     choose("accessibility", "AtspiAccessibilityClient");
+    backends->fieldEditWatcher_ =
+        std::make_unique<platform::AtspiFieldEditWatcher>(*backends->accessibility_);
+    choose("fieldEditWatcher", "AtspiFieldEditWatcher");
     backends->pasteboard_ = std::make_unique<platform::QClipboardPasteboard>();
     choose("pasteboard", "QClipboardPasteboard");
     if (x11) {

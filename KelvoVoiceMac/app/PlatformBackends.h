@@ -20,6 +20,7 @@
 #include "platform/AccessibilityClient.h"
 #include "platform/AudioInput.h"
 #include "platform/Clock.h"
+#include "platform/FieldEditWatcher.h"
 #include "platform/InputMethodAddonInstaller.h"
 #include "platform/InputMethodCommitter.h"
 #include "platform/KeyMonitor.h"
@@ -63,6 +64,7 @@ class PlatformBackends {
 
     platform::KeyMonitor& keyMonitor();
     platform::AccessibilityClient& accessibility() { return *accessibility_; }
+    platform::FieldEditWatcher& fieldEditWatcher() { return *fieldEditWatcher_; }
     platform::Pasteboard& pasteboard() { return *pasteboard_; }
     platform::KeySynthesizer& keySynthesizer() { return *keySynthesizer_; }
     platform::Workspace& workspace() { return *workspace_; }
@@ -93,6 +95,7 @@ class PlatformBackends {
     platform::SystemLog* systemLog_ = nullptr;
     std::unique_ptr<SwitchableKeyMonitor> keyMonitor_;
     std::unique_ptr<platform::AccessibilityClient> accessibility_;
+    std::unique_ptr<platform::FieldEditWatcher> fieldEditWatcher_;
     std::unique_ptr<platform::Pasteboard> pasteboard_;
     std::unique_ptr<platform::KeySynthesizer> keySynthesizer_;
     std::unique_ptr<platform::Workspace> workspace_;

@@ -35,6 +35,8 @@ class AtspiAccessibleElement final : public AccessibleElement {
     AtspiAccessible* accessible() const noexcept { return accessible_; }
     bool isPasswordText() const noexcept { return isPasswordText_; }
     InsertionLengthUnit lengthUnit() const noexcept { return lengthUnit_; }
+    // The thread on which accessible() may be used.
+    const std::shared_ptr<AtspiMainLoopThread>& thread() const noexcept { return thread_; }
 
   private:
     AtspiAccessible* accessible_;

@@ -107,6 +107,7 @@ TEST_F(KelvoBinary, CommandRulesBrokenOnTheCommandLineAreUsageErrorsThatWriteNot
         {"dictionary", "add", "--reading", "とうきょう"},
         {"dictionary", "rename"},
         {"dictionary", "remove"},
+        {"dictionary", "accept"},
         {"prompt", "--level", "verbatim"},
         {"save", "--folder", "vault", "--policy", "replace"},
         {"vault", "list"},

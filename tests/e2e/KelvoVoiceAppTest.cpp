@@ -8,6 +8,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <string>
 #include <thread>
 
@@ -181,6 +182,73 @@ TEST_F(KelvoVoiceAppTest, DoubleTapRecordsHandsFreeAndSingleTapInsertsNothing) {
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] Fn toggle OFF"));
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle", finished + 1));
     EXPECT_TRUE(contains(app.log(), "Stopping dictation trigger=fn-toggle-off"));
+}
+
+// Replaces the first `word` in the focused text field with `replacement` through AT-SPI's
+// EditableText, as an assistive tool would; GTK counts the inserted length in bytes.
+void replaceInFocusedField(const std::string& word, const std::string& replacement) {
+    KelvoVoiceApp::run("/usr/bin/python3 - '" + word + "' '" + replacement +
+                       "' <<'EOF'\n"
+                       "import sys, gi\n"
+                       "gi.require_version('Atspi', '2.0')\n"
+                       "from gi.repository import Atspi\n"
+                       "def focused(o, depth=0):\n"
+                       "    if o is None or depth > 30: return None\n"
+                       "    if o.get_state_set().contains(Atspi.StateType.FOCUSED): return o\n"
+                       "    for i in range(o.get_child_count()):\n"
+                       "        f = focused(o.get_child_at_index(i), depth + 1)\n"
+                       "        if f: return f\n"
+                       "desktop = Atspi.get_desktop(0)\n"
+                       "field = None\n"
+                       "for a in range(desktop.get_child_count()):\n"
+                       "    field = field or focused(desktop.get_child_at_index(a))\n"
+                       "start = Atspi.Text.get_text(field, 0, -1).index(sys.argv[1])\n"
+                       "Atspi.EditableText.delete_text(field, start, start + len(sys.argv[1]))\n"
+                       "Atspi.EditableText.insert_text(field, start, sys.argv[2],\n"
+                       "                               len(sys.argv[2].encode()))\n"
+                       "EOF");
+}
+
+// Right after a dictation, replacing one of its words in the field proposes a dictionary entry;
+// accepted with kelvo, the next dictation arrives corrected. Edits of the user's own text beside
+// the dictation propose nothing, and a password field is never watched.
+TEST_F(KelvoVoiceAppTest, ACorrectionRightAfterADictationIsLearnt) {
+    KelvoVoiceApp& app = startApp();
+    auto kelvo = [this](const std::string& arguments) {
+        return KelvoVoiceApp::run("XDG_DATA_HOME='" + (home_ / "data").string() + "' " +
+                                  KELVO_BINARY + " " + arguments);
+    };
+    {
+        InsertionTarget gtk("gtk-entry", {"--text", "Dear Bob, "});
+        std::string text = dictateInto(gtk);
+        ASSERT_TRUE(contains(text, "send the")) << text;
+        ASSERT_TRUE(app.waitForLog("[Learning] Watching the field for corrections", 1, 10s));
+        replaceInFocusedField("Bob", "Rob");
+        ASSERT_TRUE(app.waitForLog("[Learning] Edits settled, no correction", 1, 10s));
+        EXPECT_EQ(kelvo("dictionary suggestions --json"), "[]\n");
+        replaceInFocusedField("send", "mail");
+        ASSERT_TRUE(app.waitForLog("[KelvoVoice] Correction suggestion recorded count=1", 1, 10s));
+    }
+    std::string suggestions = kelvo("dictionary suggestions --json");
+    EXPECT_TRUE(contains(suggestions, "\"misrecognition\": \"send\"")) << suggestions;
+    EXPECT_TRUE(contains(suggestions, "\"canonical\": \"mail\"")) << suggestions;
+    std::smatch id;
+    ASSERT_TRUE(std::regex_search(suggestions, id, std::regex("\"id\": \"([0-9A-F-]{36})\"")));
+    kelvo("dictionary accept " + id[1].str());
+    EXPECT_EQ(kelvo("dictionary suggestions --json"), "[]\n");
+
+    std::size_t watches = app.countInLog("[Learning] Watching");
+    {
+        InsertionTarget password("gtk-password");
+        std::size_t finished = app.countInLog("[KelvoVoice] statusItem idle");
+        KelvoVoiceApp::dictate(KelvoVoiceApp::englishSample());
+        ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle", finished + 1));
+    }
+    InsertionTarget gtk("gtk-entry");
+    std::string text = dictateInto(gtk);
+    EXPECT_TRUE(contains(text, "mail the") && !contains(text, "send")) << text;
+    // The password field was not watched; the last field is.
+    EXPECT_EQ(app.countInLog("[Learning] Watching"), watches + 1);
 }
 
 bool windowShown(const std::string& title) {

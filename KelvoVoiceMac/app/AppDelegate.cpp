@@ -11,9 +11,12 @@
 #include <utility>
 
 #include "KelvoVoiceMac/app/AppWindows.h"
+#include "KelvoVoiceMac/app/FirstRunModelNotice.h"
 #include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "KelvoVoiceMac/shell/SingleInstance.h"
 #include "KelvoVoiceMac/shell/TrayHostWaiter.h"
+#include "core/services/CpuCapabilities.h"
+#include "core/services/ModelRecommender.h"
 
 namespace kelvo::app {
 namespace {
@@ -21,6 +24,7 @@ namespace {
 constexpr const char* kApplicationFolderName = "KelvoVoiceMac";
 constexpr const char* kDictionaryFileName = "dictionary.json";
 constexpr const char* kLogIdentity = "KelvoVoice";
+constexpr const char* kDictationLocale = "ja-JP";
 
 // The engine loads its entries while it is built; that reads the disk, so it runs on a worker.
 struct EngineOutcome {
@@ -45,7 +49,10 @@ AppDelegate::~AppDelegate() {
     // monitor by reference; the session borrows the services and the status item.
     globalHotkeyService_.reset();
     menuBarManager_.reset();
+    // The notice and the settings window use the installer, whose observer uses the status item.
+    firstRunModelNotice_.reset();
     windows_.reset();
+    modelInstaller_.reset();
     statusItem_.reset();
     textInsertionService_.reset();
     speechService_.reset();
@@ -116,6 +123,7 @@ QCoro::Task<> AppDelegate::runSetUp() {
     if (!pendingRequest_.isEmpty()) {
         handleRequest(std::exchange(pendingRequest_, QString()));
     }
+    firstRunModelNotice_->check();
     if (startUpFinished_) {
         startUpFinished_();
     }
@@ -137,6 +145,12 @@ void AppDelegate::buildSession() {
             .inputMethods = backends_->inputMethods(),
             .preferences = &preferences_,
         });
+    modelInstaller_ =
+        std::make_unique<ModelInstallationService>(backends_->modelInventory(), systemLog_);
+    // Reads /proc/cpuinfo: cheap enough for start-up, and the machine does not change under us.
+    std::optional<ModelRecommender::Recommendation> recommendation = ModelRecommender::recommend(
+        backends_->modelInventory().catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
+        CpuCapabilities::detect());
     windows_ = std::make_unique<AppWindows>(AppWindows::Dependencies{
         .backends = *backends_,
         .preferences = preferences_,
@@ -145,6 +159,8 @@ void AppDelegate::buildSession() {
         .dictionaryStore = dictionaryStore_,
         .dictionaryEngine = dictionaryEngine_,
         .preferenceChanged = [this](const QString& key) { preferenceChanged(key); },
+        .modelInstaller = *modelInstaller_,
+        .modelRecommendation = recommendation,
     });
 
     // The menu's actions reach the session through this weak handle: the session is made after
@@ -202,6 +218,16 @@ void AppDelegate::buildSession() {
     });
     *session = menuBarManager_;
 
+    modelInstaller_->addObserver([this] { modelInstallationChanged(); });
+    firstRunModelNotice_ = std::make_unique<FirstRunModelNotice>(FirstRunModelNotice::Dependencies{
+        .preferences = preferences_,
+        .systemLog = systemLog_,
+        .installer = *modelInstaller_,
+        .recommendation = recommendation,
+        .openSettings = [this] { windows_->openSettings(); },
+        .locale = kDictationLocale,
+    });
+
     TextInsertionService* inserter = textInsertionService_.get();
     globalHotkeyService_ = std::make_unique<GlobalHotkeyService>(GlobalHotkeyService::Dependencies{
         .menuBarManager = menuBarManager_,
@@ -234,6 +260,24 @@ void AppDelegate::preferenceChanged(const QString& key) {
         backends_->setTriggerKey(preferences_.stringValue(PreferenceKeys::triggerKey,
                                                           PreferenceKeys::defaultTriggerKey));
     }
+}
+
+void AppDelegate::modelInstallationChanged() {
+    if (const ModelCatalogEntry* current = modelInstaller_->current()) {
+        installingModel_ = current->name;
+        statusItem_->setActivity(
+            QStringLiteral("Installing speech model %1: %2 %")
+                .arg(QString::fromStdString(current->name))
+                .arg(static_cast<int>(modelInstaller_->fractionCompleted() * 100)));
+        return;
+    }
+    statusItem_->setActivity({});
+    const auto& outcome = modelInstaller_->lastOutcome();
+    if (!installingModel_.empty() && outcome && !outcome->failure) {
+        // Ready before the next dictation asks for it; until then dictation used the fallback.
+        backends_->loadModelInBackground(kDictationLocale);
+    }
+    installingModel_.clear();
 }
 
 void AppDelegate::quit() {

@@ -12,10 +12,13 @@
 #include <QString>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "KelvoVoiceMac/app/PlatformBackends.h"
+#include "KelvoVoiceMac/session/ModelInstallationService.h"
 #include "core/engines/DictionaryCorrectionEngine.h"
 #include "core/services/JSONDictionaryStore.h"
+#include "core/services/ModelRecommender.h"
 #include "platform/AudioInput.h"
 #include "platform/Clock.h"
 #include "platform/Preferences.h"
@@ -39,6 +42,10 @@ class AppWindows {
         std::shared_ptr<DictionaryCorrectionEngine> dictionaryEngine;
         // Told about every setting the settings window changes (its preference key).
         std::function<void(const QString& key)> preferenceChanged;
+        // Installs models for the settings window's model section.
+        ModelInstallationService& modelInstaller;
+        // The model suggested for this computer, preselected in the model section.
+        std::optional<ModelRecommender::Recommendation> modelRecommendation;
     };
 
     explicit AppWindows(Dependencies dependencies);

@@ -6,10 +6,10 @@
 #include <string_view>
 
 #include "KelvoVoiceMac/app/PermissionHelpWorkspace.h"
-#include "KelvoVoiceMac/session/PreferenceKeys.h"
-#include "KelvoVoiceMac/session/PreferredModelEngine.h"
 #include "KelvoVoiceMac/app/PreferredSourceAudioInput.h"
 #include "KelvoVoiceMac/app/SwitchableKeyMonitor.h"
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
+#include "KelvoVoiceMac/session/PreferredModelEngine.h"
 #include "platform/AssetInstallationRequest.h"
 #include "platform/ModelTranscriber.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
@@ -52,6 +52,22 @@ class NoKeySynthesizer final : public platform::KeySynthesizer {
   public:
     bool sendPaste() override { return false; }
 };
+
+// The built-in catalogue, or the list that KELVO_MODEL_CATALOG names (a private mirror's, as for
+// `kelvo models`); an unusable list is logged and the built-in one used.
+ModelCatalog modelCatalog(platform::SystemLog& systemLog) {
+    const std::string file = environment("KELVO_MODEL_CATALOG");
+    if (!file.empty()) {
+        try {
+            ModelCatalog catalog = ModelCatalog::fromJsonFile(file);
+            systemLog.write("[KelvoVoice] Model catalogue=" + file);
+            return catalog;
+        } catch (const std::exception& error) {
+            systemLog.write(std::string("[KelvoVoice] Model catalogue not used: ") + error.what());
+        }
+    }
+    return ModelCatalog::builtIn();
+}
 
 }  // namespace
 
@@ -136,7 +152,7 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
     // The model inventory exists in every build: the settings window lists and installs models
     // with it even where this build cannot run them yet.
     backends->modelInventory_ = std::make_unique<ModelInventory>(
-        ModelCatalog::builtIn(), ModelInventory::defaultModelsFolder(),
+        modelCatalog(systemLog), ModelInventory::defaultModelsFolder(),
         ModelInventory::Settings{
             preferences.stringValue(PreferenceKeys::modelName, ""),
             preferences.stringValue(PreferenceKeys::modelDownloadBaseURL, ""),
@@ -174,6 +190,10 @@ std::unique_ptr<platform::AudioInput> PlatformBackends::makeAudioInput() const {
             return std::make_unique<platform::PulseAudioInput>(source);
         },
         [preferences] { return preferences->stringValue(PreferenceKeys::microphoneSource, ""); });
+}
+
+void PlatformBackends::loadModelInBackground(const std::string& locale) {
+    builtInModelEngine_->loadInBackground(locale);
 }
 
 void PlatformBackends::setModelIdleReleaseMinutes(int minutes) {

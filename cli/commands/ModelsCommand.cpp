@@ -151,7 +151,9 @@ void runInstall(const ParsedArguments& arguments, CommandContext& context) {
             throw UsageError("give a model NAME or --recommended, not both");
         }
         const ModelRecommender::Recommendation recommended = recommendation(inventory);
-        context.writeText("Recommended for this computer: " + recommendationText(recommended));
+        // Said before the download starts, and kept when it fails (unlike the held-back output).
+        context.diagnostics() << "Recommended for this computer: "
+                              << recommendationText(recommended) << "\n";
         chosen = recommended.entry;
     } else {
         chosen = &findModel(inventory, arguments);

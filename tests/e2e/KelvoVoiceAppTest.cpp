@@ -11,8 +11,13 @@
 #include <string>
 #include <thread>
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "InsertionTarget.h"
 #include "KelvoVoiceApp.h"
+#include "ModelFileServer.h"
 
 namespace kelvo::test {
 namespace {
@@ -40,14 +45,14 @@ constexpr const char* kDictionary = R"([
   }
 ])";
 
-class KelvoVoiceAppTest : public testing::Test {
+class KelvoVoiceAppTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() { KelvoVoiceApp::startStatusNotifierHost(); }
 
     void SetUp() override {
         home_ = std::filesystem::temp_directory_path() /
                 ("kelvovoice-e2e-" + std::to_string(getpid()) + "-" +
-                 testing::UnitTest::GetInstance()->current_test_info()->name());
+                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
         std::filesystem::remove_all(home_);
         writeDictionary(kDictionary);
     }
@@ -58,6 +63,7 @@ class KelvoVoiceAppTest : public testing::Test {
         }
         app_.reset();
         std::filesystem::remove_all(home_);
+        unsetenv("KELVO_MODEL_CATALOG");
     }
 
     void writeDictionary(const std::string& text) {
@@ -231,6 +237,76 @@ TEST_F(KelvoVoiceAppTest, CorruptDictionaryRunsWithoutCorrectionsAndSecondLaunch
     EXPECT_TRUE(waitUntil([&] { return !second.isRunning(); }, 30s));
     EXPECT_TRUE(contains(second.log(), "already running"));
     EXPECT_TRUE(app.isRunning());
+}
+
+// tests/e2e/notification-server on the session bus, answering every notification as `answer`
+// says; the lines it recorded are notices().
+class NotificationServer {
+  public:
+    NotificationServer(std::filesystem::path log, const std::string& answer) : log_(log) {
+        std::string program =
+            (KelvoVoiceApp::sourceDirectory() / "tests/e2e/notification-server").string();
+        pid_ = fork();
+        if (pid_ == 0) {
+            execl(program.c_str(), program.c_str(), log.c_str(), answer.c_str(), nullptr);
+            _exit(127);
+        }
+        EXPECT_TRUE(waitUntil([this] { return contains(text(), "READY\n"); }, 20s));
+    }
+    ~NotificationServer() {
+        kill(pid_, SIGTERM);
+        waitpid(pid_, nullptr, 0);
+    }
+    std::string text() const {
+        std::ifstream in(log_);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    std::size_t notices() const {
+        std::size_t count = 0;
+        for (auto at = text().find("NOTIFY\t"); at != std::string::npos;
+             at = text().find("NOTIFY\t", at + 1)) {
+            ++count;
+        }
+        return count;
+    }
+
+  private:
+    std::filesystem::path log_;
+    pid_t pid_ = -1;
+};
+
+// With no speech model installed, dictation runs on the fallback and the application says so
+// once with a desktop notice: dismissed, it does not come back at the next start; its install
+// button (the recommended model, from a loopback catalogue) installs the model in the background.
+TEST_F(KelvoVoiceAppTest, MissingModelIsNoticedOnceAndInstalledFromTheNotice) {
+    const std::string model(1'000'000, 'w');
+    testing::ModelFileServer files(model);
+    std::filesystem::create_directories(home_);
+    std::ofstream(home_ / "catalog.json")
+        << R"([{"name": "tiny", "sizeIsExact": true, "sizeBytes": )" << model.size()
+        << R"(, "url": ")" << files.baseURL() << R"(ggml-tiny.bin"}])";
+    setenv("KELVO_MODEL_CATALOG", (home_ / "catalog.json").c_str(), 1);
+    {
+        NotificationServer server(home_ / "notices.log", "close:2");
+        startApp();
+        ASSERT_TRUE(app_->waitForLog("[KelvoVoice] Model notice dismissed"));
+        EXPECT_TRUE(contains(app_->log(), ". Falling back to SFSpeechRecognizer"));
+        EXPECT_TRUE(contains(server.text(), "\tJapanese dictation needs a speech model\t"));
+        EXPECT_TRUE(
+            contains(server.text(), "install=Install tiny (1.0 MB)|settings=Open Settings"));
+        app_.reset();
+        startApp();
+        EXPECT_TRUE(app_->waitForLog("[KelvoVoice] Model notice answered before"));
+        EXPECT_EQ(server.notices(), 1u) << server.text();
+        app_.reset();
+    }
+    // Forget the answer (the settings file), then press Install.
+    std::filesystem::remove_all(home_ / "config");
+    NotificationServer server(home_ / "notices-install.log", "invoke:install");
+    startApp();
+    EXPECT_TRUE(app_->waitForLog("[KelvoVoice] Model installation finished name=tiny"));
+    EXPECT_TRUE(std::filesystem::exists(home_ / "data/KelvoVoiceMac/models/ggml-tiny.bin"));
+    EXPECT_EQ(server.notices(), 1u);
 }
 
 }  // namespace

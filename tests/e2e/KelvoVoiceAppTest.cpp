@@ -300,13 +300,25 @@ TEST_F(KelvoVoiceAppTest, MissingModelIsNoticedOnceAndInstalledFromTheNotice) {
         EXPECT_EQ(server.notices(), 1u) << server.text();
         app_.reset();
     }
-    // Forget the answer (the settings file), then press Install.
-    std::filesystem::remove_all(home_ / "config");
+    // Forget the answer (the settings file), then press Install: the tooltip shows the progress
+    // of a download that stalls; the application quits; pressed again, Install resumes it.
     NotificationServer server(home_ / "notices-install.log", "invoke:install");
+    std::filesystem::remove_all(home_ / "config");
+    files.behave(testing::ModelFileServer::Mode::stallAfter, 300'000);
+    startApp();
+    const std::string sniMenu = (KelvoVoiceApp::sourceDirectory() / "tests/e2e/sni-menu").string();
+    EXPECT_TRUE(waitUntil([&] {
+        return contains(KelvoVoiceApp::run(sniMenu + " item"),
+                        "\nInstalling speech model tiny: 30 %\n");
+    }));
+    app_.reset();
+    std::filesystem::remove_all(home_ / "config");
+    files.behave(testing::ModelFileServer::Mode::normal);
     startApp();
     EXPECT_TRUE(app_->waitForLog("[KelvoVoice] Model installation finished name=tiny"));
     EXPECT_TRUE(std::filesystem::exists(home_ / "data/KelvoVoiceMac/models/ggml-tiny.bin"));
-    EXPECT_EQ(server.notices(), 1u);
+    EXPECT_EQ(files.ranges().back(), "bytes=300000-");
+    EXPECT_EQ(server.notices(), 2u);
 }
 
 }  // namespace

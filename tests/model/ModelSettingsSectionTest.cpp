@@ -79,7 +79,7 @@ TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
     EXPECT_EQ(table.item(0, 0)->text(), "tiny");
     EXPECT_EQ(table.item(0, 2)->text(), "Not installed");
     EXPECT_EQ(table.item(1, 2)->text(), "Not installed (no published checksum)");
-    EXPECT_EQ(section.table()->selectedItems().front()->row(), 1);
+    EXPECT_EQ(table.selectedRanges().value(0).topRow(), 1);
     table.selectRow(0);
     EXPECT_TRUE(section.installButton()->isEnabled());
     EXPECT_FALSE(section.removeButton()->isEnabled());

@@ -31,9 +31,13 @@ QString qt(const std::string& text) {
 }  // namespace
 
 FirstRunModelNotice::FirstRunModelNotice(Dependencies dependencies)
-    : dependencies_(std::move(dependencies)) {}
+    : dependencies_(std::move(dependencies)) {
+    observer_ = dependencies_.installer.addObserver([this] { installationChanged(); });
+}
 
-FirstRunModelNotice::~FirstRunModelNotice() = default;
+FirstRunModelNotice::~FirstRunModelNotice() {
+    dependencies_.installer.removeObserver(observer_);
+}
 
 std::string FirstRunModelNotice::installLabel(const ModelCatalogEntry& entry) {
     return "Install " + entry.name + " (" + sizeText(entry.sizeBytes) + ")";
@@ -122,10 +126,42 @@ void FirstRunModelNotice::remember() {
 }
 
 void FirstRunModelNotice::install() {
-    if (!dependencies_.installer.start(*dependencies_.recommendation->entry, "notice")) {
+    installing_ = dependencies_.installer.start(*dependencies_.recommendation->entry, "notice");
+    if (!installing_) {
         dependencies_.systemLog.write(
             "[KelvoVoice] Model installation not started: another one is running");
     }
+}
+
+void FirstRunModelNotice::installationChanged() {
+    const ModelInstallationService& installer = dependencies_.installer;
+    if (!installing_ || installer.isRunning() || !installer.lastOutcome()) {
+        return;
+    }
+    installing_ = false;
+    const ModelInstallationService::Outcome& outcome = *installer.lastOutcome();
+    outcomeNotification_ = std::make_unique<DesktopNotification>(QStringLiteral("KelvoVoice"),
+                                                                 QStringLiteral("kelvovoice"));
+    if (!outcome.failure) {
+        outcomeNotification_->show(
+            QString::fromUtf8(installedSummary),
+            QStringLiteral("Dictation now recognises Japanese on this computer with %1.")
+                .arg(qt(outcome.model)),
+            {}, {});
+        return;
+    }
+    outcomeNotification_->show(
+        QString::fromUtf8(failedSummary),
+        qt(*outcome.failure) + QStringLiteral(". Dictation keeps using the fallback recogniser."),
+        {{QString::fromUtf8(kSettingsAction), QStringLiteral("Open Settings")}},
+        {.shown = {},
+         .actionInvoked =
+             [this](const QString&) {
+                 if (dependencies_.openSettings) {
+                     dependencies_.openSettings();
+                 }
+             },
+         .closed = {}});
 }
 
 }  // namespace kelvo::app

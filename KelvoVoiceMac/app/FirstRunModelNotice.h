@@ -12,7 +12,9 @@
 // notification server could show, comes back at the next start. Once a model serves the locale
 // the answer is forgotten, so removing every model later brings the notice back once. Nothing is
 // said while the settings ask for the fallback recogniser, or while a model is being installed.
-// Nothing is downloaded unless the user presses Install.
+// Nothing is downloaded unless the user presses Install. When the installation the notice started
+// ends, a second notification says so ("Speech model installed", or why it was not, with a button
+// to the settings), since the user may never open the settings window.
 //
 // Main thread only. The preferences, log and installation service must outlive it.
 
@@ -53,15 +55,22 @@ class FirstRunModelNotice {
 
     // The summary and the install button's label, for the log and for tests.
     static constexpr const char* summary = "Japanese dictation needs a speech model";
+    static constexpr const char* installedSummary = "Speech model installed";
+    static constexpr const char* failedSummary = "Speech model not installed";
     static std::string installLabel(const ModelCatalogEntry& entry);
 
   private:
     void remember();
     void install();
+    void installationChanged();
 
     Dependencies dependencies_;
     bool checked_ = false;
+    // True from the notice's Install until that installation has ended.
+    bool installing_ = false;
+    int observer_ = -1;
     std::unique_ptr<DesktopNotification> notification_;
+    std::unique_ptr<DesktopNotification> outcomeNotification_;
 };
 
 }  // namespace kelvo::app

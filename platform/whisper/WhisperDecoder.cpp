@@ -1,11 +1,16 @@
 #include "platform/whisper/WhisperDecoder.h"
 
+#include <ggml-backend.h>
 #include <malloc.h>
+#include <unistd.h>
 #include <whisper.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdio>
 #include <mutex>
+#include <system_error>
 #include <vector>
 
 #include "platform/SpeechEngineError.h"
@@ -29,6 +34,61 @@ void quietenWhisperOnce() {
     std::call_once(once, [] { whisper_log_set(&logErrorsOnly, nullptr); });
 }
 
+// A whisper.cpp built with ggml's CPU variants (cmake/KelvoWhisper.cmake) has no CPU backend
+// until one of its modules is loaded: the best for this CPU, from lib/kelvovoice next to the
+// program's bin/ (installed), else from the build tree. A system whisper.cpp has its backend
+// linked in, or knows its own module folder (ggml's default search).
+void loadComputeBackendOnce() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        if (ggml_backend_reg_by_name("CPU")) {
+            return;
+        }
+        std::vector<std::filesystem::path> folders;
+        std::array<char, 4096> self{};
+        const ssize_t length = ::readlink("/proc/self/exe", self.data(), self.size() - 1);
+        if (length > 0) {
+            const std::filesystem::path program(std::string(self.data(), length));
+            folders.push_back(program.parent_path().parent_path() / "lib" / "kelvovoice");
+        }
+#ifdef KELVO_WHISPER_BUILD_LIBRARY_DIR
+        folders.emplace_back(KELVO_WHISPER_BUILD_LIBRARY_DIR);
+#endif
+        for (const std::filesystem::path& folder : folders) {
+            std::error_code error;
+            if (std::filesystem::is_directory(folder, error)) {
+                ggml_backend_load_all_from_path(folder.c_str());
+                if (ggml_backend_reg_by_name("CPU")) {
+                    return;
+                }
+            }
+        }
+        ggml_backend_load_all();
+    });
+}
+
+// Makes a weightless model emit the given tokens, then the end of text (imitateSpeech()).
+struct Imitation {
+    const std::vector<whisper_token>& tokens;
+    std::size_t count;
+    whisper_token endOfText;
+};
+
+void imitate(whisper_context* context, whisper_state*, const whisper_token_data*, int decoded,
+             float* logits, void* data) {
+    const auto& imitation = *static_cast<const Imitation*>(data);
+    // At least one token: whisper forbids the end of text as the first.
+    const std::size_t wanted = std::clamp<std::size_t>(imitation.count, 1, imitation.tokens.size());
+    const auto next = static_cast<std::size_t>(decoded);
+    const whisper_token token = next < wanted ? imitation.tokens[next] : imitation.endOfText;
+    const int vocabulary = whisper_n_vocab(context);
+    for (int i = 0; i < vocabulary; ++i) {
+        if (i != token) {
+            logits[i] = -INFINITY;
+        }
+    }
+}
+
 bool abortRequested(void* flag) {
     return static_cast<const std::atomic<bool>*>(flag)->load();
 }
@@ -44,10 +104,16 @@ constexpr int kFinalCandidates = 2;
 }  // namespace
 
 std::shared_ptr<WhisperDecoder> WhisperDecoder::load(const std::filesystem::path& model,
-                                                     int threads) {
+                                                     Settings settings) {
     quietenWhisperOnce();
+    loadComputeBackendOnce();
+    if (!ggml_backend_reg_by_name("CPU")) {
+        throw SpeechEngineError(
+            "The speech engine found no CPU backend (libggml-cpu-*.so in lib/kelvovoice)");
+    }
     whisper_context_params parameters = whisper_context_default_params();
     parameters.use_gpu = false;
+    parameters.flash_attn = settings.flashAttention;
     whisper_context* context =
         whisper_init_from_file_with_params_no_state(model.c_str(), parameters);
     if (!context) {
@@ -59,7 +125,7 @@ std::shared_ptr<WhisperDecoder> WhisperDecoder::load(const std::filesystem::path
         throw SpeechEngineError("Could not prepare the speech model " + model.string() +
                                 " (out of memory?)");
     }
-    return std::shared_ptr<WhisperDecoder>(new WhisperDecoder(context, state, threads));
+    return std::shared_ptr<WhisperDecoder>(new WhisperDecoder(context, state, settings));
 }
 
 WhisperDecoder::~WhisperDecoder() {
@@ -74,7 +140,7 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
                                    const std::string& prompt, Purpose purpose,
                                    const std::atomic<bool>& abort) {
     whisper_full_params parameters = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
-    parameters.n_threads = threads_;
+    parameters.n_threads = settings_.threads;
     parameters.language = language.c_str();
     parameters.detect_language = false;
     parameters.translate = false;
@@ -98,9 +164,20 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
         parameters.greedy.best_of = kFinalCandidates;
     } else {
         parameters.temperature_inc = 0.0f;
+    }
+    if (purpose == Purpose::partial || settings_.trimFinalContext) {
         const int seconds = static_cast<int>((samples.size() + 15999) / 16000);
         parameters.audio_ctx =
             std::min(kFullEncoderFrames, seconds * kEncoderFramesPerSecond + kEncoderMarginFrames);
+    }
+    Imitation imitation{
+        imitatedTokens_,
+        static_cast<std::size_t>(
+            std::lround(imitatedTokensPerSecond_ * static_cast<double>(samples.size()) / 16000)),
+        whisper_token_eot(context_)};
+    if (!imitatedTokens_.empty()) {
+        parameters.logits_filter_callback = &imitate;
+        parameters.logits_filter_callback_user_data = &imitation;
     }
 
     runningDecodeAbort = &abort;
@@ -120,6 +197,15 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
         text += whisper_full_get_segment_text_from_state(state_, i);
     }
     return text;
+}
+
+void WhisperDecoder::imitateSpeech(const std::string& text, double tokensPerSecond) {
+    std::vector<whisper_token> tokens(text.size() + 8);
+    const int count =
+        whisper_tokenize(context_, text.c_str(), tokens.data(), static_cast<int>(tokens.size()));
+    tokens.resize(static_cast<std::size_t>(std::max(count, 0)));
+    imitatedTokens_ = std::move(tokens);
+    imitatedTokensPerSecond_ = tokensPerSecond;
 }
 
 std::size_t WhisperDecoder::promptTokenCount(const std::string& text) {

@@ -11,6 +11,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 #include "platform/model/SegmentDecoder.h"
 
@@ -21,9 +22,27 @@ namespace kelvo::platform {
 
 class WhisperDecoder final : public SegmentDecoder {
   public:
+    // How it decodes; the defaults are the product's (bench/WhisperBench measures the others).
+    struct Settings {
+        int threads = 1;
+        // whisper.cpp's flash attention kernels.
+        bool flashAttention = true;
+        // Cut a final's encoder context to its audio as well, instead of a full 30 s window.
+        bool trimFinalContext = false;
+    };
+
     // Throws SpeechEngineError when the file is not a model whisper.cpp can load.
-    static std::shared_ptr<WhisperDecoder> load(const std::filesystem::path& model, int threads);
+    static std::shared_ptr<WhisperDecoder> load(const std::filesystem::path& model,
+                                                Settings settings);
+    static std::shared_ptr<WhisperDecoder> load(const std::filesystem::path& model, int threads) {
+        return load(model, Settings{.threads = threads});
+    }
     ~WhisperDecoder() override;
+
+    // For benchmarks on whisper.cpp's weightless for-tests models, which would stop at once or
+    // run to the token limit: from now on every decode emits the first tokens of `text`, as many
+    // as `tokensPerSecond` of its audio yield, and stops, as a real model would on speech.
+    void imitateSpeech(const std::string& text, double tokensPerSecond);
 
     WhisperDecoder(const WhisperDecoder&) = delete;
     WhisperDecoder& operator=(const WhisperDecoder&) = delete;
@@ -35,12 +54,14 @@ class WhisperDecoder final : public SegmentDecoder {
     std::size_t promptTokenLimit() override;
 
   private:
-    WhisperDecoder(whisper_context* context, whisper_state* state, int threads)
-        : context_(context), state_(state), threads_(threads) {}
+    WhisperDecoder(whisper_context* context, whisper_state* state, Settings settings)
+        : context_(context), state_(state), settings_(settings) {}
 
     whisper_context* context_;
     whisper_state* state_;
-    int threads_;
+    const Settings settings_;
+    std::vector<int> imitatedTokens_;
+    double imitatedTokensPerSecond_ = 0;
 };
 
 }  // namespace kelvo::platform

@@ -242,7 +242,7 @@ TEST_F(KelvoDictate, RunsAnInstalledModelOnTheApplicationsAnalyserPath) {
         const auto outcome = dictate(arguments, "data-whisper", variables);
         ASSERT_EQ(outcome.status, 0) << outcome.errors;
         for (const char* line : {
-                 "[KelvoVoice] Model model ggml-test.bin loaded and warmed up in ",
+                 "[KelvoVoice] Model ggml-test.bin loaded and warmed up in ",
                  "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja "
                  "supportedCount=1 installedCount=1 assetStatus=installed\n",
                  "[SpeechService] Using SpeechAnalyzer/SpeechTranscriber\n",

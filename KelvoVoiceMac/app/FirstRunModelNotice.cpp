@@ -112,7 +112,8 @@ void FirstRunModelNotice::check() {
                 },
             .closed =
                 [this, &log](DesktopNotification::CloseReason reason) {
-                    if (reason == DesktopNotification::CloseReason::dismissed) {
+                    // Servers also close a bubble as "dismissed" after one of its buttons.
+                    if (reason == DesktopNotification::CloseReason::dismissed && !answered_) {
                         log.write("[KelvoVoice] Model notice dismissed");
                         remember();
                     }
@@ -121,6 +122,7 @@ void FirstRunModelNotice::check() {
 }
 
 void FirstRunModelNotice::remember() {
+    answered_ = true;
     dependencies_.preferences.setString(PreferenceKeys::modelNoticeAnsweredLocale,
                                         dependencies_.locale);
 }

@@ -66,6 +66,7 @@ class FirstRunModelNotice {
 
     Dependencies dependencies_;
     bool checked_ = false;
+    bool answered_ = false;
     // True from the notice's Install until that installation has ended.
     bool installing_ = false;
     int observer_ = -1;

@@ -123,7 +123,7 @@ void runList(const ParsedArguments& arguments, CommandContext& context) {
     context.writeText(std::string("Dictation (") + kDictationLocale + ") uses: " +
                       (serving && inventory.isInstalled(*serving)
                            ? serving->name
-                           : std::string("no model installed (kelvo models install NAME)")));
+                           : std::string("no model installed (kelvo models install --recommended)")));
     if (const auto recommended = ModelRecommender::recommend(
             inventory.catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
             CpuCapabilities::detect())) {

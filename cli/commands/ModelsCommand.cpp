@@ -120,10 +120,11 @@ void runList(const ParsedArguments& arguments, CommandContext& context) {
                               : std::string(line) + " — " + entry.description);
     }
     const ModelCatalogEntry* serving = inventory.modelForLocale(kDictationLocale);
-    context.writeText(std::string("Dictation (") + kDictationLocale + ") uses: " +
-                      (serving && inventory.isInstalled(*serving)
-                           ? serving->name
-                           : std::string("no model installed (kelvo models install --recommended)")));
+    context.writeText(
+        std::string("Dictation (") + kDictationLocale + ") uses: " +
+        (serving && inventory.isInstalled(*serving)
+             ? serving->name
+             : std::string("no model installed (kelvo models install --recommended)")));
     if (const auto recommended = ModelRecommender::recommend(
             inventory.catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
             CpuCapabilities::detect())) {

@@ -9,10 +9,12 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <system_error>
 #include <vector>
 
+#include "core/support/Unicode.h"
 #include "platform/SpeechEngineError.h"
 
 namespace kelvo::platform {
@@ -67,28 +69,6 @@ void loadComputeBackendOnce() {
     });
 }
 
-// Makes a weightless model emit the given tokens, then the end of text (imitateSpeech()).
-struct Imitation {
-    const std::vector<whisper_token>& tokens;
-    std::size_t count;
-    whisper_token endOfText;
-};
-
-void imitate(whisper_context* context, whisper_state*, const whisper_token_data*, int decoded,
-             float* logits, void* data) {
-    const auto& imitation = *static_cast<const Imitation*>(data);
-    // At least one token: whisper forbids the end of text as the first.
-    const std::size_t wanted = std::clamp<std::size_t>(imitation.count, 1, imitation.tokens.size());
-    const auto next = static_cast<std::size_t>(decoded);
-    const whisper_token token = next < wanted ? imitation.tokens[next] : imitation.endOfText;
-    const int vocabulary = whisper_n_vocab(context);
-    for (int i = 0; i < vocabulary; ++i) {
-        if (i != token) {
-            logits[i] = -INFINITY;
-        }
-    }
-}
-
 bool abortRequested(void* flag) {
     return static_cast<const std::atomic<bool>*>(flag)->load();
 }
@@ -97,6 +77,7 @@ bool abortRequested(void* flag) {
 // that keeps whisper from inventing an ending for audio cut short.
 constexpr int kEncoderFramesPerSecond = 50;
 constexpr int kEncoderMarginFrames = 128;
+constexpr std::size_t kSampleRate = 16000;
 constexpr int kFullEncoderFrames = 1500;
 constexpr float kFinalTemperatureStep = 0.4f;
 constexpr int kFinalCandidates = 2;
@@ -170,15 +151,6 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
         parameters.audio_ctx =
             std::min(kFullEncoderFrames, seconds * kEncoderFramesPerSecond + kEncoderMarginFrames);
     }
-    Imitation imitation{
-        imitatedTokens_,
-        static_cast<std::size_t>(
-            std::lround(imitatedTokensPerSecond_ * static_cast<double>(samples.size()) / 16000)),
-        whisper_token_eot(context_)};
-    if (!imitatedTokens_.empty()) {
-        parameters.logits_filter_callback = &imitate;
-        parameters.logits_filter_callback_user_data = &imitation;
-    }
 
     runningDecodeAbort = &abort;
     const int status = whisper_full_with_state(context_, state_, parameters, samples.data(),
@@ -191,6 +163,9 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
         throw SpeechEngineError("The speech model failed to decode (whisper.cpp error " +
                                 std::to_string(status) + ")");
     }
+    if (!imitatedTokens_.empty()) {
+        return imitateDecoding(samples.size(), prompt, abort);
+    }
     std::string text;
     const int segments = whisper_full_n_segments_from_state(state_);
     for (int i = 0; i < segments; ++i) {
@@ -199,13 +174,50 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
     return text;
 }
 
-void WhisperDecoder::imitateSpeech(const std::string& text, double tokensPerSecond) {
+std::string WhisperDecoder::imitateDecoding(std::size_t samples, const std::string& prompt,
+                                            const std::atomic<bool>& abort) {
+    // whisper_full() ran the encoder and the first decoder step, then stopped: a weightless model
+    // always does. These are the other steps of a real decode, one token each on the cached
+    // context (the prompt, four task tokens and the tokens so far).
+    const double characters =
+        imitatedCharactersPerSecond_ * static_cast<double>(samples) / kSampleRate;
+    const auto steps = static_cast<std::size_t>(
+        std::max(1.0, std::round(characters * imitatedTokensPerCharacter_)));
+    int past = static_cast<int>(promptTokenCount(prompt)) + 5;
+    for (std::size_t i = 1; i < steps && !abort; ++i) {
+        whisper_token token = imitatedTokens_[i % imitatedTokens_.size()];
+        if (whisper_decode_with_state(context_, state_, &token, 1, past++, settings_.threads) !=
+            0) {
+            throw SpeechEngineError("The speech model failed to decode");
+        }
+    }
+    if (abort) {
+        return {};
+    }
+    const auto wanted = static_cast<std::size_t>(std::round(characters));
+    std::string text;
+    while (unicode::characterCount(text) < wanted) {
+        text += imitatedText_;
+    }
+    return std::string(unicode::characterPrefix(text, wanted));
+}
+
+double WhisperDecoder::imitateSpeech(const std::string& text, double charactersPerSecond) {
     std::vector<whisper_token> tokens(text.size() + 8);
     const int count =
         whisper_tokenize(context_, text.c_str(), tokens.data(), static_cast<int>(tokens.size()));
     tokens.resize(static_cast<std::size_t>(std::max(count, 0)));
+    std::size_t covered = 0;
+    for (const whisper_token token : tokens) {
+        covered += std::strlen(whisper_token_to_str(context_, token));
+    }
+    imitatedText_ = text;
+    imitatedTokensPerCharacter_ =
+        static_cast<double>(tokens.size() + (text.size() - std::min(covered, text.size()))) /
+        static_cast<double>(std::max<std::size_t>(1, unicode::characterCount(text)));
+    imitatedCharactersPerSecond_ = charactersPerSecond;
     imitatedTokens_ = std::move(tokens);
-    imitatedTokensPerSecond_ = tokensPerSecond;
+    return imitatedTokensPerCharacter_ * charactersPerSecond;
 }
 
 std::size_t WhisperDecoder::promptTokenCount(const std::string& text) {

@@ -11,9 +11,12 @@
 #include <utility>
 
 #include "KelvoVoiceMac/app/AppWindows.h"
+#include "KelvoVoiceMac/app/FirstRunModelNotice.h"
 #include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "KelvoVoiceMac/shell/SingleInstance.h"
 #include "KelvoVoiceMac/shell/TrayHostWaiter.h"
+#include "core/services/CpuCapabilities.h"
+#include "core/services/ModelRecommender.h"
 #include "core/support/DataLocations.h"
 #include "core/support/Error.h"
 
@@ -21,6 +24,7 @@ namespace kelvo::app {
 namespace {
 
 constexpr const char* kLogIdentity = "KelvoVoice";
+constexpr const char* kDictationLocale = "ja-JP";
 
 // The engine loads its entries while it is built; that reads the disk, so it runs on a worker.
 struct EngineOutcome {
@@ -48,7 +52,10 @@ AppDelegate::~AppDelegate() {
     dictionaryFolderWatcher_.reset();
     correctionLearner_.reset();
     suggestionNotifier_.reset();
+    // The notice and the settings window use the installer, whose observer uses the status item.
+    firstRunModelNotice_.reset();
     windows_.reset();
+    modelInstaller_.reset();
     statusItem_.reset();
     textInsertionService_.reset();
     speechService_.reset();
@@ -120,6 +127,7 @@ QCoro::Task<> AppDelegate::runSetUp() {
     if (!pendingRequest_.isEmpty()) {
         handleRequest(std::exchange(pendingRequest_, QString()));
     }
+    firstRunModelNotice_->check();
     if (startUpFinished_) {
         startUpFinished_();
     }
@@ -150,6 +158,12 @@ void AppDelegate::buildSession() {
             systemLog_.write("[KelvoVoice] Damaged suggestion list " + damaged.string() +
                              " moved aside to " + movedTo.string() + ": " + reason);
         });
+    modelInstaller_ =
+        std::make_unique<ModelInstallationService>(backends_->modelInventory(), systemLog_);
+    // Reads /proc/cpuinfo: cheap enough for start-up, and the machine does not change under us.
+    std::optional<ModelRecommender::Recommendation> recommendation = ModelRecommender::recommend(
+        backends_->modelInventory().catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
+        CpuCapabilities::detect());
     windows_ = std::make_unique<AppWindows>(AppWindows::Dependencies{
         .backends = *backends_,
         .preferences = preferences_,
@@ -159,6 +173,8 @@ void AppDelegate::buildSession() {
         .dictionaryEngine = dictionaryEngine_,
         .suggestionStore = suggestionStore_,
         .preferenceChanged = [this](const QString& key) { preferenceChanged(key); },
+        .modelInstaller = *modelInstaller_,
+        .modelRecommendation = recommendation,
     });
 
     // The menu's actions reach the session through this weak handle: the session is made after
@@ -233,6 +249,16 @@ void AppDelegate::buildSession() {
     // The session registered the preference defaults; the menu was built before it.
     statusItem_->syncFillerRemovalCheck();
 
+    modelInstaller_->addObserver([this] { modelInstallationChanged(); });
+    firstRunModelNotice_ = std::make_unique<FirstRunModelNotice>(FirstRunModelNotice::Dependencies{
+        .preferences = preferences_,
+        .systemLog = systemLog_,
+        .installer = *modelInstaller_,
+        .recommendation = recommendation,
+        .openSettings = [this] { windows_->openSettings(); },
+        .locale = kDictationLocale,
+    });
+
     TextInsertionService* inserter = textInsertionService_.get();
     globalHotkeyService_ = std::make_unique<GlobalHotkeyService>(GlobalHotkeyService::Dependencies{
         .menuBarManager = menuBarManager_,
@@ -285,6 +311,24 @@ void AppDelegate::preferenceChanged(const QString& key) {
         backends_->setTriggerKey(preferences_.stringValue(PreferenceKeys::triggerKey,
                                                           PreferenceKeys::defaultTriggerKey));
     }
+}
+
+void AppDelegate::modelInstallationChanged() {
+    if (const ModelCatalogEntry* current = modelInstaller_->current()) {
+        installingModel_ = current->name;
+        statusItem_->setActivity(
+            QStringLiteral("Installing speech model %1: %2 %")
+                .arg(QString::fromStdString(current->name))
+                .arg(static_cast<int>(modelInstaller_->fractionCompleted() * 100)));
+        return;
+    }
+    statusItem_->setActivity({});
+    const auto& outcome = modelInstaller_->lastOutcome();
+    if (!installingModel_.empty() && outcome && !outcome->failure) {
+        // Ready before the next dictation asks for it; until then dictation used the fallback.
+        backends_->loadModelInBackground(kDictationLocale);
+    }
+    installingModel_.clear();
 }
 
 void AppDelegate::quit() {

@@ -7,7 +7,10 @@
 // loaded), builds the platform backends, the dictation session (MenuBarManager) with its capture,
 // speech and insertion services, the status item and the trigger-key gesture recogniser, starts
 // the latter, and shows the status item once a status-area host is there (or gives up waiting,
-// says so once in the log and runs on without one: the trigger key still works).
+// says so once in the log and runs on without one: the trigger key still works). Then, when no
+// installed speech model serves Japanese, the first-run notice offers the model recommended for
+// this computer; a model installation in the background shows its progress in the status item's
+// tooltip.
 //
 // Main thread only. Owned by KelvoVoiceMacApp for the life of the process; the fields stay empty
 // until the set-up task has finished. Destruction takes the objects down in the reverse order of
@@ -19,13 +22,15 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "KelvoVoiceMac/app/CorrectionSuggestionNotifier.h"
+#include "KelvoVoiceMac/app/PlatformBackends.h"
 #include "KelvoVoiceMac/session/AudioCaptureService.h"
 #include "KelvoVoiceMac/session/CorrectionLearner.h"
 #include "KelvoVoiceMac/session/GlobalHotkeyService.h"
 #include "KelvoVoiceMac/session/MenuBarManager.h"
-#include "KelvoVoiceMac/app/PlatformBackends.h"
+#include "KelvoVoiceMac/session/ModelInstallationService.h"
 #include "KelvoVoiceMac/session/SpeechService.h"
 #include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "KelvoVoiceMac/shell/TrayStatusItem.h"
@@ -40,6 +45,7 @@
 namespace kelvo::app {
 
 class AppWindows;
+class FirstRunModelNotice;
 
 class AppDelegate {
   public:
@@ -80,6 +86,7 @@ class AppDelegate {
     void buildSession();
     void watchDictionaryFolder();
     void preferenceChanged(const QString& key);
+    void modelInstallationChanged();
     void quit();
 
     // Process-wide sinks and clock, first so that they outlive everything below.
@@ -102,7 +109,11 @@ class AppDelegate {
     std::unique_ptr<CorrectionSuggestionNotifier> suggestionNotifier_;
     std::unique_ptr<CorrectionLearner> correctionLearner_;
     std::unique_ptr<QFileSystemWatcher> dictionaryFolderWatcher_;
+    std::unique_ptr<ModelInstallationService> modelInstaller_;
     std::unique_ptr<AppWindows> windows_;
+    std::unique_ptr<FirstRunModelNotice> firstRunModelNotice_;
+    // The model the last installation observed was installing, until it has ended.
+    std::string installingModel_;
     std::function<void()> startUpFinished_;
     QString pendingRequest_;
 };

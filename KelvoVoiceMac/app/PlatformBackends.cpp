@@ -52,6 +52,22 @@ class NoKeySynthesizer final : public platform::KeySynthesizer {
     bool sendPaste() override { return false; }
 };
 
+// The built-in catalogue, or the list that KELVO_MODEL_CATALOG names (a private mirror's, as for
+// `kelvo models`); an unusable list is logged and the built-in one used.
+ModelCatalog modelCatalog(platform::SystemLog& systemLog) {
+    const std::string file = environment("KELVO_MODEL_CATALOG");
+    if (!file.empty()) {
+        try {
+            ModelCatalog catalog = ModelCatalog::fromJsonFile(file);
+            systemLog.write("[KelvoVoice] Model catalogue=" + file);
+            return catalog;
+        } catch (const std::exception& error) {
+            systemLog.write(std::string("[KelvoVoice] Model catalogue not used: ") + error.what());
+        }
+    }
+    return ModelCatalog::builtIn();
+}
+
 }  // namespace
 
 PlatformBackends::PlatformBackends()
@@ -143,7 +159,7 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
     backends->speech_ = std::make_unique<SpeechBackends>(
         SpeechBackends::Options{
             .locations = DataLocations::ofProcess(),
-            .catalog = ModelCatalog::builtIn(),
+            .catalog = modelCatalog(systemLog),
             .modelSettings =
                 ModelInventory::Settings{
                     preferences.stringValue(PreferenceKeys::modelName, ""),
@@ -192,6 +208,10 @@ ModelInventory& PlatformBackends::modelInventory() {
 
 platform::SegmentRecognizerProvider& PlatformBackends::segmentRecognizers() {
     return speech_->segmentRecognizers();
+}
+
+void PlatformBackends::loadModelInBackground(const std::string& locale) {
+    speech_->builtInModelEngine().loadInBackground(locale);
 }
 
 void PlatformBackends::setModelIdleReleaseMinutes(int minutes) {

@@ -72,6 +72,8 @@ class PlatformBackends {
     platform::ModelEngine& modelEngine();
     // The model files on this machine, shared by the engine and the settings window.
     ModelInventory& modelInventory();
+    // Loads and warms up the model that serves `locale` (one was just installed); returns at once.
+    void loadModelInBackground(const std::string& locale);
     // A new idle time before the loaded model is released (the settings changed it).
     void setModelIdleReleaseMinutes(int minutes);
     platform::SegmentRecognizerProvider& segmentRecognizers();

@@ -44,6 +44,10 @@ struct PreferenceKeys {
     static constexpr int defaultModelIdleReleaseMinutes = 10;
     // Download mirror; empty uses the catalogue's own URLs.
     static constexpr const char* modelDownloadBaseURL = "kvmac_modelDownloadBaseURL";
+    // The locale whose "no speech model" notice the user has answered (installed, opened the
+    // settings or dismissed it); empty while unanswered. Cleared once a model serves the locale,
+    // so the notice comes back if the models are removed later.
+    static constexpr const char* modelNoticeAnsweredLocale = "kvmac_modelNoticeAnsweredLocale";
 
     // Whether an edit of dictated text right after it went in may propose a dictionary entry
     // (bool, default true: CorrectionLearner registers it).

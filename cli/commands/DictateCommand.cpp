@@ -282,8 +282,8 @@ class Dictation {
                      "; or " + advice;
         } else if (modelEngine_.isAvailable()) {
             advice =
-                "install a speech model with kelvo models install NAME (see kelvo models "
-                "list) or " +
+                "install a speech model with kelvo models install --recommended (or NAME, see "
+                "kelvo models list) or " +
                 advice;
         }
         throw Error("no speech recognition model for " + options_.locale +

@@ -11,6 +11,7 @@
 #include "cli/commands/ModelInventoryAccess.h"
 #include "core/services/ModelInstallation.h"
 #include "core/services/ModelInventory.h"
+#include "core/services/ModelRecommender.h"
 
 namespace kelvo::cli {
 
@@ -27,6 +28,17 @@ ModelInventory openInventory(const ParsedArguments& arguments, CommandContext& c
         arguments.value("--base-url")
             .value_or(context.environment().get(kBaseURLVariable).value_or(""));
     return openModelInventory(context.environment(), settings);
+}
+
+// The model this machine should use for dictation, and why; kelvo::Error when none serves it.
+ModelRecommender::Recommendation recommendation(const ModelInventory& inventory) {
+    const auto recommended = ModelRecommender::recommend(
+        inventory.catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
+        CpuCapabilities::detect());
+    if (!recommended) {
+        throw Error(std::string("no model in the catalogue serves ") + kDictationLocale);
+    }
+    return *recommended;
 }
 
 const ModelCatalogEntry& findModel(const ModelInventory& inventory,
@@ -72,6 +84,11 @@ std::string statusText(const ModelInventory& inventory, const ModelCatalogEntry&
     return "unsupported";
 }
 
+std::string recommendationText(const ModelRecommender::Recommendation& recommended) {
+    return recommended.entry->name + " (" + sizeText(recommended.entry->sizeBytes) + ") — " +
+           recommended.reason;
+}
+
 void runList(const ParsedArguments& arguments, CommandContext& context) {
     const ModelInventory inventory = openInventory(arguments, context);
     if (arguments.has("--json")) {
@@ -103,10 +120,16 @@ void runList(const ParsedArguments& arguments, CommandContext& context) {
                               : std::string(line) + " — " + entry.description);
     }
     const ModelCatalogEntry* serving = inventory.modelForLocale(kDictationLocale);
-    context.writeText(std::string("Dictation (") + kDictationLocale + ") uses: " +
-                      (serving && inventory.isInstalled(*serving)
-                           ? serving->name
-                           : std::string("no model installed (kelvo models install NAME)")));
+    context.writeText(
+        std::string("Dictation (") + kDictationLocale + ") uses: " +
+        (serving && inventory.isInstalled(*serving)
+             ? serving->name
+             : std::string("no model installed (kelvo models install --recommended)")));
+    if (const auto recommended = ModelRecommender::recommend(
+            inventory.catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
+            CpuCapabilities::detect())) {
+        context.writeText("Recommended for this computer: " + recommendationText(*recommended));
+    }
     context.writeText("Folder: " + inventory.modelsFolder().string());
 }
 
@@ -125,7 +148,20 @@ void drawProgress(std::ostream& out, const ModelInstallation& installation) {
 
 void runInstall(const ParsedArguments& arguments, CommandContext& context) {
     const ModelInventory inventory = openInventory(arguments, context);
-    const ModelCatalogEntry& entry = findModel(inventory, arguments);
+    const ModelCatalogEntry* chosen = nullptr;
+    if (arguments.has("--recommended")) {
+        if (arguments.positional(0)) {
+            throw UsageError("give a model NAME or --recommended, not both");
+        }
+        const ModelRecommender::Recommendation recommended = recommendation(inventory);
+        // Said before the download starts, and kept when it fails (unlike the held-back output).
+        context.diagnostics() << "Recommended for this computer: "
+                              << recommendationText(recommended) << "\n";
+        chosen = recommended.entry;
+    } else {
+        chosen = &findModel(inventory, arguments);
+    }
+    const ModelCatalogEntry& entry = *chosen;
     if (inventory.isInstalled(entry)) {
         context.writeText("Model " + entry.name + " is already installed (" +
                           inventory.verificationText(entry).value_or("") + ")");
@@ -189,9 +225,10 @@ void registerModelsCommand(CommandRegistry& registry) {
     });
     registry.add(Command{
         "models install",
-        "NAME [--base-url URL]",
-        "Download, verify and install a speech model (resumes an interrupted download).",
-        ArgumentParser().option("--base-url").positionals(1),
+        "NAME | --recommended [--base-url URL]",
+        "Download, verify and install a speech model (resumes an interrupted download); "
+        "--recommended picks the most accurate model that keeps up with speech on this computer.",
+        ArgumentParser().option("--base-url").flag("--recommended").positionals(1),
         runInstall,
     });
     registry.add(Command{

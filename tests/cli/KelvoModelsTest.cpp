@@ -102,6 +102,13 @@ TEST_F(KelvoModelsTest, InstallsListsResumesAndRemoves) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.errors.find("unknown model 'huge' (see kelvo models list)"),
               std::string::npos);
+
+    // The only model of this catalogue is the suggestion on any machine; the reason names the CPU.
+    server_.behave(ModelFileServer::Mode::normal);
+    outcome = kelvo({"models", "install", "--recommended"});
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.errors.rfind("Recommended for this computer: tiny (2.0 MB) — ", 0), 0u);
+    EXPECT_EQ(outcome.output.rfind("Installed tiny in ", 0), 0u) << outcome.output;
 }
 
 }  // namespace

@@ -160,7 +160,7 @@ TEST_F(KelvoDictate, FailuresExitOneWithOneLineAndNoOutput) {
         {{"--file", speech},
          "kelvo: no speech recognition model for ja-JP (installed: en-US); " +
              std::string(KELVO_HAS_WHISPER ? "install a speech model with kelvo models install "
-                                             "NAME (see kelvo models list) or "
+                                             "--recommended (or NAME, see kelvo models list) or "
                                            : "") +
              "put a PocketSphinx model for it in " +
              (folder_->path() / "data/KelvoVoiceMac/models/pocketsphinx/ja-JP").string() +

@@ -12,8 +12,13 @@
 #include <string>
 #include <thread>
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "InsertionTarget.h"
 #include "KelvoVoiceApp.h"
+#include "ModelFileServer.h"
 
 namespace kelvo::test {
 namespace {
@@ -41,14 +46,14 @@ constexpr const char* kDictionary = R"([
   }
 ])";
 
-class KelvoVoiceAppTest : public testing::Test {
+class KelvoVoiceAppTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() { KelvoVoiceApp::startStatusNotifierHost(); }
 
     void SetUp() override {
         home_ = std::filesystem::temp_directory_path() /
                 ("kelvovoice-e2e-" + std::to_string(getpid()) + "-" +
-                 testing::UnitTest::GetInstance()->current_test_info()->name());
+                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
         std::filesystem::remove_all(home_);
         writeDictionary(kDictionary);
     }
@@ -59,6 +64,7 @@ class KelvoVoiceAppTest : public testing::Test {
         }
         app_.reset();
         std::filesystem::remove_all(home_);
+        unsetenv("KELVO_MODEL_CATALOG");
     }
 
     void writeDictionary(const std::string& text) {
@@ -70,11 +76,14 @@ class KelvoVoiceAppTest : public testing::Test {
     // Starts the application and waits until its status item is up and the key is watched.
     // A first, silent hold then makes the recogniser load its model: on a loaded machine the
     // first dictation of a process can otherwise lose the words spoken while the model loads,
-    // which is the recogniser's business and not what these tests look at.
-    KelvoVoiceApp& startApp() {
+    // which is the recogniser's business and not what these tests look at (warmUp false skips it).
+    KelvoVoiceApp& startApp(bool warmUp = true) {
         app_ = std::make_unique<KelvoVoiceApp>(home_);
         EXPECT_TRUE(app_->waitForLog("[KelvoVoice] GlobalHotkeyService started"));
         EXPECT_TRUE(app_->waitForLog("[KelvoVoice] statusItem next-runloop"));
+        if (!warmUp) {
+            return *app_;
+        }
         KelvoVoiceApp::tapTrigger(std::chrono::milliseconds(1500));
         EXPECT_TRUE(app_->waitForLog("[KelvoVoice] statusItem idle"));
         return *app_;
@@ -299,6 +308,91 @@ TEST_F(KelvoVoiceAppTest, CorruptDictionaryRunsWithoutCorrectionsAndSecondLaunch
     EXPECT_TRUE(waitUntil([&] { return !second.isRunning(); }, 30s));
     EXPECT_TRUE(contains(second.log(), "already running"));
     EXPECT_TRUE(app.isRunning());
+}
+
+// tests/e2e/notification-server on the session bus, answering every notification as `answer`
+// says; the lines it recorded are notices().
+class NotificationServer {
+  public:
+    NotificationServer(std::filesystem::path log, const std::string& answer) : log_(log) {
+        std::string program =
+            (KelvoVoiceApp::sourceDirectory() / "tests/e2e/notification-server").string();
+        pid_ = fork();
+        if (pid_ == 0) {
+            execl(program.c_str(), program.c_str(), log.c_str(), answer.c_str(), nullptr);
+            _exit(127);
+        }
+        EXPECT_TRUE(waitUntil([this] { return contains(text(), "READY\n"); }, 20s));
+    }
+    ~NotificationServer() {
+        kill(pid_, SIGTERM);
+        waitpid(pid_, nullptr, 0);
+    }
+    std::string text() const {
+        std::ifstream in(log_);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    std::size_t notices() const {
+        std::size_t count = 0;
+        for (auto at = text().find("NOTIFY\t"); at != std::string::npos;
+             at = text().find("NOTIFY\t", at + 1)) {
+            ++count;
+        }
+        return count;
+    }
+
+  private:
+    std::filesystem::path log_;
+    pid_t pid_ = -1;
+};
+
+// With no speech model installed, dictation runs on the fallback and the application says so
+// once with a desktop notice: dismissed, it does not come back at the next start; its install
+// button (the recommended model, from a loopback catalogue) installs the model in the background.
+TEST_F(KelvoVoiceAppTest, MissingModelIsNoticedOnceAndInstalledFromTheNotice) {
+    const std::string model(1'000'000, 'w');
+    testing::ModelFileServer files(model);
+    std::filesystem::create_directories(home_);
+    std::ofstream(home_ / "catalog.json")
+        << R"([{"name": "tiny", "sizeIsExact": true, "sizeBytes": )" << model.size()
+        << R"(, "url": ")" << files.baseURL() << R"(ggml-tiny.bin"}])";
+    setenv("KELVO_MODEL_CATALOG", (home_ / "catalog.json").c_str(), 1);
+    {
+        NotificationServer server(home_ / "notices.log", "close:2");
+        startApp();
+        ASSERT_TRUE(app_->waitForLog("[KelvoVoice] Model notice dismissed"));
+        EXPECT_TRUE(contains(app_->log(), ". Falling back to SFSpeechRecognizer"));
+        EXPECT_TRUE(contains(server.text(), "\tJapanese dictation needs a speech model\t"));
+        EXPECT_TRUE(
+            contains(server.text(), "install=Install tiny (1.0 MB)|settings=Open Settings"));
+        app_.reset();
+        startApp(false);
+        EXPECT_TRUE(app_->waitForLog("[KelvoVoice] Model notice answered before"));
+        EXPECT_EQ(server.notices(), 1u) << server.text();
+        app_.reset();
+    }
+    // Forget the answer (the settings file), then press Install: the tooltip shows the progress
+    // of a download that stalls; the application quits; pressed again, Install resumes it. No
+    // dictation here: the model engine would resume the partial download itself.
+    NotificationServer server(home_ / "notices-install.log", "invoke:install");
+    std::filesystem::remove_all(home_ / "config");
+    files.behave(testing::ModelFileServer::Mode::stallAfter, 300'000);
+    startApp(false);
+    const std::string sniMenu = (KelvoVoiceApp::sourceDirectory() / "tests/e2e/sni-menu").string();
+    // The item may not be registered yet: sni-menu then fails, and the wait goes on.
+    EXPECT_TRUE(waitUntil([&] {
+        return contains(KelvoVoiceApp::run(sniMenu + " item 2>/dev/null || true"),
+                        "\nInstalling speech model tiny: 30 %\n");
+    }));
+    app_.reset();
+    std::filesystem::remove_all(home_ / "config");
+    files.behave(testing::ModelFileServer::Mode::normal);
+    startApp(false);
+    EXPECT_TRUE(app_->waitForLog("[KelvoVoice] Model installation finished name=tiny"));
+    EXPECT_TRUE(std::filesystem::exists(home_ / "data/KelvoVoiceMac/models/ggml-tiny.bin"));
+    EXPECT_EQ(files.ranges().back(), "bytes=300000-");
+    EXPECT_TRUE(waitUntil([&] { return contains(server.text(), "\tSpeech model installed\t"); }));
+    EXPECT_EQ(server.notices(), 3u);  // one notice a run, and the news of the installation
 }
 
 }  // namespace

@@ -123,13 +123,6 @@ TEST_F(CommandRegistryTest, HelpGoesToStandardOutputWithExitZero) {
     EXPECT_EQ(run({"help", "nonsense"}).status, 2);
 }
 
-TEST(CommandRegistry, DuplicateNamesAreRejected) {
-    CommandRegistry registry;
-    const auto noop = [](const ParsedArguments&, CommandContext&) {};
-    registry.add(Command{"a", "", "", ArgumentParser(), noop});
-    EXPECT_THROW(registry.add(Command{"a", "", "", ArgumentParser(), noop}), std::logic_error);
-}
-
 TEST(DataLocations, DataHomeComesFromXdgOrHomeAndRelativeValuesAreIgnored) {
     std::map<std::string, std::string, std::less<>> variables;
     const Environment environment([&](std::string_view name) -> std::optional<std::string> {

@@ -1,4 +1,4 @@
-// The frontmost application and the permission helpers against the session's X server and buses.
+// The permission helpers against the session's X server and buses.
 #include <gtest/gtest.h>
 
 #include <QDir>
@@ -10,46 +10,11 @@
 #include "platform/linux/LinuxDesktopPermissions.h"
 #include "platform/linux/X11Workspace.h"
 
-#include <X11/Xlib.h>
-
 namespace kelvo::platform {
 namespace {
 
 using test::waitUntil;
-using test::X11TestWindow;
 using Pane = Workspace::PermissionPane;
-
-TEST(X11WorkspaceTest, FrontmostApplicationIsTheActiveWindowElseTheFocusedOne) {
-    X11Workspace workspace;
-    X11TestWindow alpha("alpha", "Alpha", "アルファ — 文書");
-    X11TestWindow beta("beta", "Beta");
-    Display* display = beta.display();
-    XStoreName(display, beta.id(), "Beta window");
-    // The focus sits in a child without WM_CLASS, as in most toolkits' toplevels.
-    Window child = XCreateSimpleWindow(display, beta.id(), 0, 0, 10, 10, 0, 0, 0);
-    XMapWindow(display, child);
-    XSync(display, False);
-    beta.focus();
-
-    alpha.publishAsActive();
-    auto front = workspace.frontmostApplication();
-    ASSERT_TRUE(front);
-    EXPECT_EQ(front->localizedName, "Alpha");
-    EXPECT_EQ(front->bundleIdentifier, "Alpha");
-
-    X11TestWindow::clearActiveWindow(display);
-    ASSERT_TRUE(waitUntil([&] {
-        XSetInputFocus(display, child, RevertToParent, CurrentTime);
-        XSync(display, False);
-        auto focused = workspace.frontmostApplication();
-        return focused && focused->bundleIdentifier == "Beta";
-    }));
-    EXPECT_EQ(workspace.frontmostApplication()->localizedName, "Beta");
-
-    XSetInputFocus(display, PointerRoot, RevertToPointerRoot, CurrentTime);
-    XSync(display, False);
-    EXPECT_FALSE(workspace.frontmostApplication());
-}
 
 TEST(X11WorkspaceTest, PermissionChecksAndTheDesktopsOwnSettingsPage) {
     // The session's accessibility bus was started enabled.

@@ -122,27 +122,6 @@ TEST_F(TextInsertionServiceTest, VerificationSeesValueSelectionAndRangeWithinThe
     EXPECT_EQ(keys.pasteCount, 1);
 }
 
-TEST_F(TextInsertionServiceTest, FrontmostApplicationIsNamedOrReportedMissing) {
-    workspace.frontmost = platform::Workspace::Application{std::nullopt, "org.gnome.gedit"};
-    insert("a");
-    runFor(clock, 200ms);
-    workspace.frontmost = platform::Workspace::Application{};
-    insert("b");
-    runFor(clock, 200ms);
-    workspace.frontmost.reset();
-    insert("c");
-    runFor(clock, 200ms);
-    std::vector<std::string> frontmostLines;
-    for (const auto& line : trace.lines()) {
-        if (line.starts_with("[TextInsertion] Frontmost")) {
-            frontmostLines.push_back(line);
-        }
-    }
-    EXPECT_THAT(frontmostLines, ElementsAre("[TextInsertion] Frontmost app: org.gnome.gedit",
-                                            "[TextInsertion] Frontmost app: unknown",
-                                            "[TextInsertion] Frontmost app unavailable"));
-}
-
 TEST_F(TextInsertionServiceTest, SuccessWithoutChangeFallsBackAndRestoresAfterTheFetch) {
     elementIgnoresSet();
     targetFetchesAfter(5ms);
@@ -272,16 +251,6 @@ TEST_F(TextInsertionServiceTest, WithoutRestoreTheDictatedTextStaysOnTheClipboar
     EXPECT_EQ(pasteboard.contents, "残す");
     EXPECT_EQ(trace.lines().back(), "[TextInsertion] Pasteboard fallback completed");
     EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す"));
-}
-
-TEST_F(TextInsertionServiceTest, AccessibilitySettingsOpenThroughTheWorkspace) {
-    service.openAccessibilitySettings();
-    EXPECT_THAT(workspace.openedPanes,
-                ElementsAre(platform::Workspace::PermissionPane::accessibility));
-    workspace.canOpenHelp = false;
-    service.openAccessibilitySettings();
-    EXPECT_THAT(trace.lines(),
-                ElementsAre("[TextInsertion] Failed to build Accessibility settings URL"));
 }
 
 using Outcome = platform::InputMethodCommitter::Outcome;

@@ -66,16 +66,6 @@ class CommandRegistryTest : public ::testing::Test {
     CommandRegistry registry;
 };
 
-TEST_F(CommandRegistryTest, SuccessWritesTheHeldOutputAndExitsZero) {
-    const Outcome fromArgument = run({"echo", "--upper", "abc"});
-    EXPECT_EQ(fromArgument.status, 0);
-    EXPECT_EQ(fromArgument.output, "ABC\n");
-    EXPECT_EQ(fromArgument.errors, "");
-    EXPECT_EQ(run({"echo"}, "line one\nline two\n\n").output, "line one\nline two\n\n\n");
-    EXPECT_EQ(run({"group", "second"}).output, "second\n");
-    EXPECT_EQ(run({"group", "first", "--value", "v"}).output, "v\n");
-}
-
 TEST_F(CommandRegistryTest, FailureDiscardsOutputAndReportsOneLine) {
     const Outcome outcome = run({"fail"});
     EXPECT_EQ(outcome.status, 1);

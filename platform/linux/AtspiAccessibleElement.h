@@ -23,6 +23,9 @@ class AtspiAccessibleElement final : public AccessibleElement {
     // uninitialised memory), GTK copies that many bytes (a UTF-16 count truncates).
     enum class InsertionLengthUnit { unsupported, utf8Bytes, utf16Units };
 
+    // The unit of the toolkit that names itself so on the bus (the application's toolkit name).
+    static InsertionLengthUnit lengthUnitOfToolkit(const char* toolkitName);
+
     // Takes over one reference to accessible; construct on the libatspi thread.
     AtspiAccessibleElement(AtspiAccessible* accessible, std::shared_ptr<AtspiMainLoopThread> thread,
                            bool isPasswordText, InsertionLengthUnit lengthUnit);

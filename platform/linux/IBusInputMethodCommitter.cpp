@@ -47,15 +47,15 @@ std::string takeErrorMessage(GError* error) {
     return message;
 }
 
-bool isForSecrets(guint purpose) {
-    return purpose == IBUS_INPUT_PURPOSE_PASSWORD || purpose == IBUS_INPUT_PURPOSE_PIN;
-}
-
 std::string lastPathSegment(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
 }  // namespace
+
+bool IBusInputMethodCommitter::isForSecrets(unsigned purpose) {
+    return purpose == IBUS_INPUT_PURPOSE_PASSWORD || purpose == IBUS_INPUT_PURPOSE_PIN;
+}
 
 struct IBusInputMethodCommitter::Connection {
     IBusBus* bus = nullptr;

@@ -43,6 +43,10 @@ class IBusInputMethodCommitter final : public InputMethodCommitter {
     IBusInputMethodCommitter(const IBusInputMethodCommitter&) = delete;
     IBusInputMethodCommitter& operator=(const IBusInputMethodCommitter&) = delete;
 
+    // Whether a field of this IBus input purpose (IBusInputPurpose) is for secrets: a password or
+    // a PIN, which get nothing.
+    static bool isForSecrets(unsigned purpose);
+
     std::string name() const override { return "ibus"; }
     QCoro::Task<Result> commit(std::string text) override;
     QCoro::Task<Result> probe() override;

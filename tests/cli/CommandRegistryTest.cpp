@@ -65,16 +65,6 @@ class CommandRegistryTest : public ::testing::Test {
     CommandRegistry registry;
 };
 
-TEST_F(CommandRegistryTest, SuccessWritesTheHeldOutputAndExitsZero) {
-    const Outcome fromArgument = run({"echo", "--upper", "abc"});
-    EXPECT_EQ(fromArgument.status, 0);
-    EXPECT_EQ(fromArgument.output, "ABC\n");
-    EXPECT_EQ(fromArgument.errors, "");
-    EXPECT_EQ(run({"echo"}, "line one\nline two\n\n").output, "line one\nline two\n\n\n");
-    EXPECT_EQ(run({"group", "second"}).output, "second\n");
-    EXPECT_EQ(run({"group", "first", "--value", "v"}).output, "v\n");
-}
-
 TEST_F(CommandRegistryTest, FailureDiscardsOutputAndReportsOneLine) {
     const Outcome outcome = run({"fail"});
     EXPECT_EQ(outcome.status, 1);
@@ -120,13 +110,6 @@ TEST_F(CommandRegistryTest, HelpGoesToStandardOutputWithExitZero) {
     EXPECT_EQ(run({"help", "group"}).output,
               "usage: kelvo group first --value V\nusage: kelvo group second\n");
     EXPECT_EQ(run({"help", "nonsense"}).status, 2);
-}
-
-TEST(CommandRegistry, DuplicateNamesAreRejected) {
-    CommandRegistry registry;
-    const auto noop = [](const ParsedArguments&, CommandContext&) {};
-    registry.add(Command{"a", "", "", ArgumentParser(), noop});
-    EXPECT_THROW(registry.add(Command{"a", "", "", ArgumentParser(), noop}), std::logic_error);
 }
 
 TEST(DataLocations, DataHomeComesFromXdgOrHomeAndRelativeValuesAreIgnored) {

@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -21,7 +23,8 @@ namespace kelvo::test {
 /// texts) as its whole environment, or the test's own when none is given, and runs in
 /// `workingFolder` when one is given. A child still running when the object goes is killed.
 /// Output is read only by waitForError() and finish(); finish() interleaves feeding the input and
-/// reading both streams, so a child that writes a lot before reading cannot deadlock.
+/// reading both streams, so a child that writes a lot before reading cannot deadlock. Both give up
+/// after `limit`: a child that never writes or ends is killed, and finish() reports status -1.
 class KelvoProcess {
   public:
     KelvoProcess(const char* binary, const std::vector<std::string>& arguments,
@@ -80,7 +83,12 @@ class KelvoProcess {
 
     /// Reads standard error until it holds `text` (or the stream ends); returns what was read.
     std::string waitForError(const std::string& text) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
         while (errors_.find(text) == std::string::npos) {
+            pollfd readable{err_, POLLIN, 0};
+            if (poll(&readable, 1, millisecondsUntil(deadline)) == 0) {
+                break;
+            }
             char buffer[256];
             const ssize_t count = read(err_, buffer, sizeof buffer);
             if (count <= 0) {
@@ -109,6 +117,7 @@ class KelvoProcess {
         bool outOpen = true;
         bool errOpen = true;
         char buffer[4096];
+        const auto deadline = std::chrono::steady_clock::now() + limit;
         while (outOpen || errOpen) {
             std::vector<pollfd> fds;
             if (in_ >= 0) {
@@ -120,11 +129,17 @@ class KelvoProcess {
             if (errOpen) {
                 fds.push_back({err_, POLLIN, 0});
             }
-            if (poll(fds.data(), fds.size(), -1) < 0) {
-                if (errno == EINTR) {
-                    continue;
-                }
-                break;
+            const int ready = poll(fds.data(), fds.size(), millisecondsUntil(deadline));
+            if (ready < 0 && errno == EINTR) {
+                continue;
+            }
+            if (ready <= 0) {
+                kill(pid_, SIGKILL);
+                waitpid(pid_, nullptr, 0);
+                exited_ = true;
+                outcome.status = -1;
+                outcome.errors += "(still running after the time limit; killed)";
+                return outcome;
             }
             for (const pollfd& entry : fds) {
                 if (entry.revents == 0) {
@@ -158,7 +173,16 @@ class KelvoProcess {
         return outcome;
     }
 
+    // Generous: sanitized binaries on a loaded machine are slow, but never this slow.
+    std::chrono::seconds limit{300};
+
   private:
+    static int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        return static_cast<int>(std::max<long long>(0, left.count()));
+    }
+
     void closeInput() {
         if (in_ >= 0) {
             close(in_);

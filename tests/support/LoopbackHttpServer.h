@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/WaitUntil.h"
+
 namespace kelvo::test {
 
 /// A real HTTP server (cpp-httplib) on 127.0.0.1 with an ephemeral port, serving on its own
@@ -54,9 +56,7 @@ class LoopbackHttpServer {
         releaseAnswers();
         // stop() is ignored until the accept loop runs; a test that sent nothing may get here
         // before that.
-        while (!server_.is_running()) {
-            std::this_thread::yield();
-        }
+        waitUntil([this] { return server_.is_running(); });
         server_.stop();
         thread_.join();
     }

@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -99,8 +101,10 @@ class KelvoProcess {
         std::string errors;
     };
 
-    /// Feeds the rest of the input, reads both streams to their end and waits for the exit.
-    Outcome finish() {
+    /// Feeds the rest of the input, reads both streams to their end and waits for the exit. A
+    /// child still running after `limit` (a hang) is killed and says so on its standard error.
+    Outcome finish(std::chrono::seconds limit = std::chrono::seconds(180)) {
+        auto deadline = std::chrono::steady_clock::now() + limit;
         // A child that exits without reading its input must fail the write, not kill the test.
         ::signal(SIGPIPE, SIG_IGN);
         Outcome outcome;
@@ -120,11 +124,23 @@ class KelvoProcess {
             if (errOpen) {
                 fds.push_back({err_, POLLIN, 0});
             }
-            if (poll(fds.data(), fds.size(), -1) < 0) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            const int ready =
+                poll(fds.data(), fds.size(),
+                     static_cast<int>(std::max<long>(0, static_cast<long>(left.count()))));
+            if (ready < 0) {
                 if (errno == EINTR) {
                     continue;
                 }
                 break;
+            }
+            if (ready == 0) {
+                kill(pid_, SIGKILL);
+                outcome.errors +=
+                    "[killed: still running after " + std::to_string(limit.count()) + " s]\n";
+                deadline += std::chrono::hours(1);  // its pipes close as it dies
+                continue;
             }
             for (const pollfd& entry : fds) {
                 if (entry.revents == 0) {

@@ -535,11 +535,12 @@ void runDictate(const ParsedArguments& arguments, CommandContext& context) {
     DictationTranscript transcript;
     {
         Dictation dictation(options, context.environment(), context.diagnostics());
+        // Before the file: without a recogniser for the locale there is nothing to decode it for.
+        dictation.checkLocale();
         std::vector<AudioBuffer> fileAudio;
         if (options.file) {
             fileAudio = convertedFile(*options.file);
         }
-        dictation.checkLocale();
         dictation.setHints(dictionary->hints(DictionaryScope::all));
         transcript = dictation.run(std::move(fileAudio));
     }

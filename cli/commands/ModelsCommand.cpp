@@ -12,6 +12,7 @@
 #include "core/services/ModelInstallation.h"
 #include "core/services/ModelInventory.h"
 #include "core/services/ModelRecommender.h"
+#include "core/support/Utf8.h"
 
 namespace kelvo::cli {
 
@@ -76,8 +77,9 @@ std::string statusText(const ModelInventory& inventory, const ModelCatalogEntry&
             return "downloading (" + sizeText(inventory.partialSizeBytes(entry)) +
                    " so far; install again to resume)";
         case ModelAssetStatus::supported:
-            return entry.hasPublishedChecksum() ? "not installed"
-                                                : "not installed (no published checksum)";
+            return entry.hasPublishedChecksum()
+                       ? "not installed"
+                       : "not installed (no published checksum; size and header are checked)";
         case ModelAssetStatus::unsupported:
             break;
     }
@@ -112,18 +114,19 @@ void runList(const ParsedArguments& arguments, CommandContext& context) {
     char line[256];
     std::snprintf(line, sizeof line, "%-22s %9s  %s", "NAME", "SIZE", "STATUS");
     context.writeText(line);
+    // A catalogue file is the user's, but what it holds must not steer the terminal.
     for (const ModelCatalogEntry& entry : inventory.catalog().entries()) {
-        std::snprintf(line, sizeof line, "%-22s %9s  %s", entry.name.c_str(),
+        std::snprintf(line, sizeof line, "%-22s %9s  %s", visibleText(entry.name).c_str(),
                       sizeText(entry.sizeBytes).c_str(), statusText(inventory, entry).c_str());
         context.writeText(entry.description.empty()
                               ? std::string(line)
-                              : std::string(line) + " — " + entry.description);
+                              : std::string(line) + " — " + visibleText(entry.description));
     }
     const ModelCatalogEntry* serving = inventory.modelForLocale(kDictationLocale);
     context.writeText(
         std::string("Dictation (") + kDictationLocale + ") uses: " +
         (serving && inventory.isInstalled(*serving)
-             ? serving->name
+             ? visibleText(serving->name)
              : std::string("no model installed (kelvo models install --recommended)")));
     if (const auto recommended = ModelRecommender::recommend(
             inventory.catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
@@ -174,7 +177,7 @@ void runInstall(const ParsedArguments& arguments, CommandContext& context) {
                 << std::flush;
     if (!entry.hasPublishedChecksum()) {
         diagnostics << "No checksum is published for " << entry.name
-                    << ": only its size will be verified\n";
+                    << ": only its size and model header will be verified\n";
     }
 
     ModelInstallation installation(inventory, entry);

@@ -34,9 +34,12 @@ class CommandRegistryTest : public ::testing::Test {
                                  }
                                  context.writeText(text);
                              }});
-        registry.add(Command{"fail", "", "Write, then fail.", ArgumentParser(),
-                             [](const ParsedArguments&, CommandContext& context) {
+        registry.add(Command{"fail", "", "Write, then fail.", ArgumentParser().flag("--memory"),
+                             [](const ParsedArguments& arguments, CommandContext& context) {
                                  context.writeText("partial");
+                                 if (arguments.has("--memory")) {
+                                     throw std::bad_alloc();
+                                 }
                                  throw FileError("cannot read /x:\nno such file");
                              }});
         registry.add(Command{"group first", "--value V", "First of a group.",
@@ -70,6 +73,9 @@ TEST_F(CommandRegistryTest, FailureDiscardsOutputAndReportsOneLine) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output, "");
     EXPECT_EQ(outcome.errors, "kelvo: cannot read /x: no such file\n");
+    EXPECT_EQ(run({"fail", "--memory"}).errors,
+              "kelvo: not enough memory to finish (is the input larger than this machine can "
+              "hold?)\n");
 }
 
 TEST_F(CommandRegistryTest, UsageErrorsExitTwoWithReasonAndUsageLine) {

@@ -359,6 +359,12 @@ TEST_F(KelvoBinary, SaveWritesTheNoteAndAClashExitsOneWithTheFailedResult) {
                        "summary_level: \"cleanup\"\ntitle: \"議事録 2/3\"\n"
                        "tags:\n  - 会議\n  - memo\n---\n\n議事録 2/3。来週までに資料"))
         << text;
+    const Outcome slip = kelvo({"save", "--folder", vault.string(), "--subpath", "a\nb"});
+    EXPECT_EQ(slip.status, 2);
+    EXPECT_TRUE(
+        slip.errors.starts_with("kelvo: --subpath must not contain control characters: "
+                                "a\\nb\n"))
+        << slip.errors;
 
     // Saving twice within one minute clashes on the name; should the minute turn between the two
     // runs, the pair is repeated once.

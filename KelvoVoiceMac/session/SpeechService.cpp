@@ -308,8 +308,9 @@ void SpeechService::startLegacy(std::shared_ptr<Channel<AudioBuffer>> audio,
 
     const std::weak_ptr<SpeechService> weakSelf = weak_from_this();
     auto cancelled = std::make_shared<std::atomic<bool>>(false);
+    const std::uint64_t dictation = dictation_;
     audioConsumerTask_ =
-        BackgroundTask{runOnBackgroundThread([weakSelf, audio, cancelled] {
+        BackgroundTask{runOnBackgroundThread([weakSelf, audio, cancelled, dictation] {
                            while (std::optional<AudioBuffer> buffer = audio->receive()) {
                                std::shared_ptr<SpeechService> self = weakSelf.lock();
                                if (!self || !self->isActive_ || *cancelled) {
@@ -319,7 +320,11 @@ void SpeechService::startLegacy(std::shared_ptr<Channel<AudioBuffer>> audio,
                                    task->appendAudio(buffer->samples);
                                }
                            }
-                           if (std::shared_ptr<SpeechService> self = weakSelf.lock()) {
+                           // Once stopped, the request is this dictation's no more: stop()
+                           // ended its audio, and on a busy machine this thread may get here
+                           // after the next dictation has started (whose audio it would end).
+                           std::shared_ptr<SpeechService> self = weakSelf.lock();
+                           if (self && !*cancelled && self->isCurrentDictation(dictation)) {
                                if (auto task = self->legacyTask_.load()) {
                                    task->endAudio();
                                }

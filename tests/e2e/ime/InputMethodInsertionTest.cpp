@@ -140,7 +140,7 @@ void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
         ASSERT_FALSE(password.title.empty());
         // Until the framework (or AT-SPI) has seen the new focus, it reports the previous window.
         const bool onlyTheFrameworkCanTell = field.kind == "shown password";
-        ASSERT_TRUE(focusUntil(password.title, committer, [&] {
+        ASSERT_TRUE(focusUntil(password, committer, [&] {
             Outcome seen = QCoro::waitFor(committer.probe()).outcome;
             return seen == Outcome::passwordField ||
                    (!onlyTheFrameworkCanTell && seen == Outcome::noFocusedInputContext &&

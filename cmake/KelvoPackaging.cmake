@@ -25,6 +25,21 @@ if(KELVO_BUILD_APP)
 endif()
 install(TARGETS kelvo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
+# The pinned whisper.cpp (cmake/KelvoWhisper.cmake): its libraries and ggml's CPU modules are
+# private to this package, in lib/kelvovoice, found through the programs' RUNPATH and loaded from
+# there by the engine. No whisper package is needed or named.
+set(kelvo_private_libraries lib/kelvovoice)
+if(KELVO_WHISPER_BUNDLED)
+  install(TARGETS ${KELVO_WHISPER_LIBRARIES}
+    LIBRARY DESTINATION ${kelvo_private_libraries} NAMELINK_SKIP)
+  foreach(program kelvo kelvovoice)
+    if(TARGET ${program})
+      set_target_properties(${program} PROPERTIES
+        INSTALL_RPATH "$ORIGIN/../${kelvo_private_libraries}")
+    endif()
+  endforeach()
+endif()
+
 set(CPACK_PACKAGE_NAME kelvovoice)
 set(CPACK_PACKAGE_VENDOR "KelvoVoice")
 set(CPACK_PACKAGE_CONTACT "KelvoVoice maintainers <maintainers@kelvovoice.invalid>")
@@ -38,6 +53,10 @@ set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 # Shared libraries are found by dpkg-shlibdeps; what is loaded or spoken to without being linked
 # is named here: Qt's X11 platform plugin, the accessibility bus, the English fallback model.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+if(KELVO_WHISPER_BUNDLED)
+  # The private libraries' own dependencies (the C and C++ runtime) are what the package needs.
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${KELVO_WHISPER_LIBRARY_DIR}")
+endif()
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, at-spi2-core, pocketsphinx-en-us")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-noto-cjk, pulseaudio | pipewire-pulse")
 include(CPack)

@@ -98,7 +98,9 @@ void runList(const ParsedArguments& arguments, CommandContext& context) {
     for (const ModelCatalogEntry& entry : inventory.catalog().entries()) {
         std::snprintf(line, sizeof line, "%-22s %9s  %s", entry.name.c_str(),
                       sizeText(entry.sizeBytes).c_str(), statusText(inventory, entry).c_str());
-        context.writeText(std::string(line) + " — " + entry.description);
+        context.writeText(entry.description.empty()
+                              ? std::string(line)
+                              : std::string(line) + " — " + entry.description);
     }
     const ModelCatalogEntry* serving = inventory.modelForLocale(kDictationLocale);
     context.writeText(std::string("Dictation (") + kDictationLocale + ") uses: " +

@@ -9,8 +9,11 @@
 // audio comes. Partial hypotheses go out after every appended buffer that changes them; a final
 // goes out at the voice-activity endpoint (PocketSphinx's end of speech, half a second of
 // non-speech) and ends the task; the end of the audio ends the last segment with a final, or with
-// "no speech detected" (1110) when nothing was heard. Cancelling the newest task ends the stream:
-// its queued audio is dropped and the next task starts a new one.
+// "no speech detected" (1110) when nothing was heard. A segment whose hypothesis comes back empty
+// after partials were shown for it ends with an empty final, which withdraws them. Cancelling the
+// newest task ends the stream: its queued audio is dropped and the next task starts a new one. The
+// stream's end-of-audio callback (endAudio) runs once its end has been decoded, or once the stream
+// is dropped (cancelled, model not loadable).
 //
 // Each dictation is decoded from the same starting point, the model's own channel estimates
 // (cepstral mean, noise level), so the same audio gives the same text whatever was dictated before.
@@ -53,8 +56,7 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     // Code of the error that ends a task whose model could not be loaded.
     static constexpr long modelUnavailableCode = 1;
 
-    PocketSphinxDecoder(PocketSphinxModel model, Clock& clock, Clock::Duration idleRelease,
-                        std::function<void()> endOfAudioDecoded);
+    PocketSphinxDecoder(PocketSphinxModel model, Clock& clock, Clock::Duration idleRelease);
     ~PocketSphinxDecoder();
 
     PocketSphinxDecoder(const PocketSphinxDecoder&) = delete;
@@ -69,7 +71,7 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     void attach(const std::shared_ptr<PocketSphinxRecognitionTask>& task);
 
     void append(const PocketSphinxRecognitionTask& task, std::span<const std::int16_t> samples);
-    void endAudio(const PocketSphinxRecognitionTask& task);
+    void endAudio(const PocketSphinxRecognitionTask& task, std::function<void()> decoded);
     void cancel(const PocketSphinxRecognitionTask& task);
 
     bool isModelLoaded() const noexcept { return loaded_; }
@@ -83,6 +85,9 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     };
 
     bool accepts(const PocketSphinxRecognitionTask& task) const;
+    // Drops the current stream's queued audio and starts a new stream; returns the dropped
+    // stream's end-of-audio callback, to be run without the lock.
+    std::function<void()> dropStreamLocked();
     void scheduleIdleRelease();
     void requestRelease();
 
@@ -91,7 +96,8 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     void unload();
     void applyHints(const SegmentRecognizer::RequestOptions& options);
     void process(const Item& item, const std::shared_ptr<PocketSphinxRecognitionTask>& task);
-    void finishStream(const std::shared_ptr<PocketSphinxRecognitionTask>& task);
+    void finishStream(const std::shared_ptr<PocketSphinxRecognitionTask>& task,
+                      std::uint64_t stream);
     void abandonUtterance();
     void startFromTheModelsChannel();
     std::string hypothesis();
@@ -103,7 +109,6 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     const PocketSphinxModel model_;
     Clock& clock_;
     const Clock::Duration idleRelease_;
-    const std::function<void()> endOfAudioDecoded_;
     const bool spaceSeparated_;
 
     mutable std::mutex mutex_;
@@ -111,6 +116,8 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     std::deque<Item> queue_;
     std::uint64_t stream_ = 1;
     bool streamEnded_ = false;
+    // The current stream's end-of-audio callback, from endAudio() until its end is decoded.
+    std::function<void()> endDecoded_;
     std::uint64_t lastSerial_ = 0;
     std::shared_ptr<PocketSphinxRecognitionTask> attached_;
     bool stopping_ = false;

@@ -76,6 +76,10 @@ void ProgressiveTranscriber::analyze(std::span<const std::int16_t> samples16kMon
         }
         window_.insert(window_.end(), converted.begin(), converted.end());
         totalSamples_ += converted.size();
+        if (decodingPartial_ && options_.abortPartialAtPause && hasSpeech() &&
+            trailingSilenceFrames() >= framesIn(options_.pauseForFinal)) {
+            abortDecode_ = true;
+        }
     }
     changed_.notify_all();
 }
@@ -247,7 +251,7 @@ void ProgressiveTranscriber::runWorker() {
             error_ = failure;
             break;
         }
-        if (!isFinal && inputFinished_) {
+        if (!isFinal && (inputFinished_ || abortDecode_)) {
             continue;  // aborted or stale: the final decode follows
         }
 

@@ -45,6 +45,9 @@ class ProgressiveTranscriber : public ModelTranscriber {
         // Silence kept before speech starts and after it ends, so words are not clipped.
         std::chrono::milliseconds preRoll{300};
         std::chrono::milliseconds tailPadding{240};
+        // Stop a partial decode that is running when a pause closes the segment: the final
+        // supersedes it, and it would hold up the final (at a key release, the text).
+        bool abortPartialAtPause = true;
     };
 
     struct Statistics {

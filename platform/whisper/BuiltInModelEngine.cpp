@@ -17,7 +17,12 @@ BuiltInModelEngine::BuiltInModelEngine([[maybe_unused]] ModelInventory& inventor
     auto whisper = std::make_unique<WhisperModelEngine>(
         inventory, clock, [log = std::move(log)](const std::string& line) {
             if (log) {
-                log("[KelvoVoice] Model " + line);
+                // The engine's lines are sentences in lower case ("model X loaded ...").
+                std::string sentence = line;
+                if (!sentence.empty() && sentence[0] >= 'a' && sentence[0] <= 'z') {
+                    sentence[0] = static_cast<char>(sentence[0] - 'a' + 'A');
+                }
+                log("[KelvoVoice] " + sentence);
             }
         });
     whisper->setIdleReleaseMinutes(idleReleaseMinutes);

@@ -1,13 +1,20 @@
 #include "platform/whisper/WhisperDecoder.h"
 
+#include <ggml-backend.h>
 #include <malloc.h>
+#include <unistd.h>
 #include <whisper.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
+#include <system_error>
 #include <vector>
 
+#include "core/support/Unicode.h"
 #include "platform/SpeechEngineError.h"
 
 namespace kelvo::platform {
@@ -29,6 +36,39 @@ void quietenWhisperOnce() {
     std::call_once(once, [] { whisper_log_set(&logErrorsOnly, nullptr); });
 }
 
+// A whisper.cpp built with ggml's CPU variants (cmake/KelvoWhisper.cmake) has no CPU backend
+// until one of its modules is loaded: the best for this CPU, from lib/kelvovoice next to the
+// program's bin/ (installed), else from the build tree. A system whisper.cpp has its backend
+// linked in, or knows its own module folder (ggml's default search).
+void loadComputeBackendOnce() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        if (ggml_backend_reg_by_name("CPU")) {
+            return;
+        }
+        std::vector<std::filesystem::path> folders;
+        std::array<char, 4096> self{};
+        const ssize_t length = ::readlink("/proc/self/exe", self.data(), self.size() - 1);
+        if (length > 0) {
+            const std::filesystem::path program(std::string(self.data(), length));
+            folders.push_back(program.parent_path().parent_path() / "lib" / "kelvovoice");
+        }
+#ifdef KELVO_WHISPER_BUILD_LIBRARY_DIR
+        folders.emplace_back(KELVO_WHISPER_BUILD_LIBRARY_DIR);
+#endif
+        for (const std::filesystem::path& folder : folders) {
+            std::error_code error;
+            if (std::filesystem::is_directory(folder, error)) {
+                ggml_backend_load_all_from_path(folder.c_str());
+                if (ggml_backend_reg_by_name("CPU")) {
+                    return;
+                }
+            }
+        }
+        ggml_backend_load_all();
+    });
+}
+
 bool abortRequested(void* flag) {
     return static_cast<const std::atomic<bool>*>(flag)->load();
 }
@@ -37,6 +77,7 @@ bool abortRequested(void* flag) {
 // that keeps whisper from inventing an ending for audio cut short.
 constexpr int kEncoderFramesPerSecond = 50;
 constexpr int kEncoderMarginFrames = 128;
+constexpr std::size_t kSampleRate = 16000;
 constexpr int kFullEncoderFrames = 1500;
 constexpr float kFinalTemperatureStep = 0.4f;
 constexpr int kFinalCandidates = 2;
@@ -44,10 +85,16 @@ constexpr int kFinalCandidates = 2;
 }  // namespace
 
 std::shared_ptr<WhisperDecoder> WhisperDecoder::load(const std::filesystem::path& model,
-                                                     int threads) {
+                                                     Settings settings) {
     quietenWhisperOnce();
+    loadComputeBackendOnce();
+    if (!ggml_backend_reg_by_name("CPU")) {
+        throw SpeechEngineError(
+            "The speech engine found no CPU backend (libggml-cpu-*.so in lib/kelvovoice)");
+    }
     whisper_context_params parameters = whisper_context_default_params();
     parameters.use_gpu = false;
+    parameters.flash_attn = settings.flashAttention;
     whisper_context* context =
         whisper_init_from_file_with_params_no_state(model.c_str(), parameters);
     if (!context) {
@@ -59,7 +106,7 @@ std::shared_ptr<WhisperDecoder> WhisperDecoder::load(const std::filesystem::path
         throw SpeechEngineError("Could not prepare the speech model " + model.string() +
                                 " (out of memory?)");
     }
-    return std::shared_ptr<WhisperDecoder>(new WhisperDecoder(context, state, threads));
+    return std::shared_ptr<WhisperDecoder>(new WhisperDecoder(context, state, settings));
 }
 
 WhisperDecoder::~WhisperDecoder() {
@@ -74,7 +121,7 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
                                    const std::string& prompt, Purpose purpose,
                                    const std::atomic<bool>& abort) {
     whisper_full_params parameters = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
-    parameters.n_threads = threads_;
+    parameters.n_threads = settings_.threads;
     parameters.language = language.c_str();
     parameters.detect_language = false;
     parameters.translate = false;
@@ -98,6 +145,8 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
         parameters.greedy.best_of = kFinalCandidates;
     } else {
         parameters.temperature_inc = 0.0f;
+    }
+    if (purpose == Purpose::partial || settings_.trimFinalContext) {
         const int seconds = static_cast<int>((samples.size() + 15999) / 16000);
         parameters.audio_ctx =
             std::min(kFullEncoderFrames, seconds * kEncoderFramesPerSecond + kEncoderMarginFrames);
@@ -114,12 +163,61 @@ std::string WhisperDecoder::decode(std::span<const float> samples, const std::st
         throw SpeechEngineError("The speech model failed to decode (whisper.cpp error " +
                                 std::to_string(status) + ")");
     }
+    if (!imitatedTokens_.empty()) {
+        return imitateDecoding(samples.size(), prompt, abort);
+    }
     std::string text;
     const int segments = whisper_full_n_segments_from_state(state_);
     for (int i = 0; i < segments; ++i) {
         text += whisper_full_get_segment_text_from_state(state_, i);
     }
     return text;
+}
+
+std::string WhisperDecoder::imitateDecoding(std::size_t samples, const std::string& prompt,
+                                            const std::atomic<bool>& abort) {
+    // whisper_full() ran the encoder and the first decoder step, then stopped: a weightless model
+    // always does. These are the other steps of a real decode, one token each on the cached
+    // context (the prompt, four task tokens and the tokens so far).
+    const double characters =
+        imitatedCharactersPerSecond_ * static_cast<double>(samples) / kSampleRate;
+    const auto steps = static_cast<std::size_t>(
+        std::max(1.0, std::round(characters * imitatedTokensPerCharacter_)));
+    int past = static_cast<int>(promptTokenCount(prompt)) + 5;
+    for (std::size_t i = 1; i < steps && !abort; ++i) {
+        whisper_token token = imitatedTokens_[i % imitatedTokens_.size()];
+        if (whisper_decode_with_state(context_, state_, &token, 1, past++, settings_.threads) !=
+            0) {
+            throw SpeechEngineError("The speech model failed to decode");
+        }
+    }
+    if (abort) {
+        return {};
+    }
+    const auto wanted = static_cast<std::size_t>(std::round(characters));
+    std::string text;
+    while (unicode::characterCount(text) < wanted) {
+        text += imitatedText_;
+    }
+    return std::string(unicode::characterPrefix(text, wanted));
+}
+
+double WhisperDecoder::imitateSpeech(const std::string& text, double charactersPerSecond) {
+    std::vector<whisper_token> tokens(text.size() + 8);
+    const int count =
+        whisper_tokenize(context_, text.c_str(), tokens.data(), static_cast<int>(tokens.size()));
+    tokens.resize(static_cast<std::size_t>(std::max(count, 0)));
+    std::size_t covered = 0;
+    for (const whisper_token token : tokens) {
+        covered += std::strlen(whisper_token_to_str(context_, token));
+    }
+    imitatedText_ = text;
+    imitatedTokensPerCharacter_ =
+        static_cast<double>(tokens.size() + (text.size() - std::min(covered, text.size()))) /
+        static_cast<double>(std::max<std::size_t>(1, unicode::characterCount(text)));
+    imitatedCharactersPerSecond_ = charactersPerSecond;
+    imitatedTokens_ = std::move(tokens);
+    return imitatedTokensPerCharacter_ * charactersPerSecond;
 }
 
 std::size_t WhisperDecoder::promptTokenCount(const std::string& text) {

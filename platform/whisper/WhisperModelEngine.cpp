@@ -4,7 +4,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/whisper/WhisperDecoder.h"
 #include "platform/whisper/WhisperTranscriber.h"
 
 namespace kelvo::platform {
@@ -15,7 +14,7 @@ WhisperModelEngine::WhisperModelEngine(ModelInventory& inventory, Clock& clock, 
       options_(options),
       cache_(
           [](const std::filesystem::path& model) -> std::shared_ptr<SegmentDecoder> {
-              return WhisperDecoder::load(model, decodingThreads());
+              return WhisperDecoder::load(model, decoderSettings());
           },
           &WhisperModelEngine::warmUp, clock, std::chrono::minutes(10), log) {}
 
@@ -32,6 +31,10 @@ void WhisperModelEngine::warmUp(SegmentDecoder& decoder) {
 
 int WhisperModelEngine::decodingThreads() {
     return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+}
+
+WhisperDecoder::Settings WhisperModelEngine::decoderSettings() {
+    return WhisperDecoder::Settings{.threads = decodingThreads()};
 }
 
 std::unique_ptr<ModelTranscriber> WhisperModelEngine::makeTranscriber(const std::string& locale) {

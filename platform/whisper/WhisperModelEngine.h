@@ -17,6 +17,7 @@
 #include "platform/model/LoadedModelCache.h"
 #include "platform/model/ModelFileEngine.h"
 #include "platform/model/ProgressiveTranscriber.h"
+#include "platform/whisper/WhisperDecoder.h"
 
 namespace kelvo::platform {
 
@@ -38,6 +39,8 @@ class WhisperModelEngine final : public ModelFileEngine {
 
     // CPU threads for decoding: all cores up to four.
     static int decodingThreads();
+    // How the engine's decoders decode on this machine.
+    static WhisperDecoder::Settings decoderSettings();
     // The short decode that readies a freshly loaded model (LoadedModelCache's warm-up).
     static void warmUp(SegmentDecoder& decoder);
 

@@ -1,7 +1,7 @@
 // PocketSphinxRecognizer with Debian's en-US model on flite speech: the text does not depend on
 // when the next request starts after a final (audio appended meanwhile belongs to the next
-// segment) nor on the dictations heard before, and the model stays loaded between dictations
-// until the idle timer of the injected clock releases it.
+// segment) nor on the dictations heard before, and the model stays loaded between dictations until
+// the idle timer of the injected clock releases it.
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -37,23 +38,6 @@ std::vector<std::int16_t> rawSamples(const std::filesystem::path& wav) {
     }
     return samples;
 }
-
-// The times the recogniser has decoded the end of a dictation's audio.
-struct EndsDecoded {
-    std::mutex mutex;
-    std::condition_variable changed;
-    int count = 0;
-
-    void add() {
-        const std::lock_guard lock(mutex);
-        ++count;
-        changed.notify_all();
-    }
-    bool waitFor(int wanted) {
-        std::unique_lock lock(mutex);
-        return changed.wait_for(lock, std::chrono::seconds(120), [&] { return count >= wanted; });
-    }
-};
 
 // Drives a recogniser as SpeechService does: a request, its results, a new request after each
 // final, either at once from the result handler or when the test says so.
@@ -91,15 +75,15 @@ class Dictation {
                                              std::min<std::size_t>(4096, samples.size() - offset)));
         }
     }
-    void endAudio() { current()->endAudio(); }
+    void endAudio() {
+        current()->endAudio([this] {
+            const std::lock_guard lock(mutex_);
+            endDecoded_ = true;
+            changed_.notify_all();
+        });
+    }
     void cancel() { current()->cancel(); }
 
-    // The recogniser has decoded the end of the audio (its endOfAudioDecoded callback).
-    void endDecoded() {
-        const std::lock_guard lock(mutex_);
-        endDecoded_ = true;
-        changed_.notify_all();
-    }
     // Waits until `count` requests have ended (with a final or an error) or the end of the audio
     // has been decoded; true for the latter.
     bool waitForEndedOrEndDecoded(int count) {
@@ -146,14 +130,7 @@ TEST(PocketSphinxRecognizer,
     const auto samples = rawSamples(folder.path() / "speech.wav");
 
     test::FakeClock clock;
-    EndsDecoded endsDecoded;
-    Dictation* lateDictation = nullptr;
-    PocketSphinxRecognizer recognizer(*model, clock, std::chrono::minutes(10), [&] {
-        endsDecoded.add();
-        if (lateDictation) {
-            lateDictation->endDecoded();
-        }
-    });
+    PocketSphinxRecognizer recognizer(*model, clock, std::chrono::minutes(10));
     EXPECT_FALSE(recognizer.isModelLoaded());
 
     // As fast as can be: the next request starts inside the final's handler.
@@ -161,14 +138,13 @@ TEST(PocketSphinxRecognizer,
     atOnce.startRequest();
     atOnce.append(samples);
     atOnce.endAudio();
-    ASSERT_TRUE(endsDecoded.waitFor(1));
+    ASSERT_TRUE(atOnce.waitForEndedOrEndDecoded(std::numeric_limits<int>::max()));
     atOnce.cancel();
 
     // As late as can be: all the audio and its end go to the first request, and each next request
     // starts only after the last one has ended. The same recogniser: what it heard in the first
     // dictation must not change the text of the second.
     Dictation late(recognizer, false);
-    lateDictation = &late;
     late.startRequest();
     late.append(samples);
     late.endAudio();

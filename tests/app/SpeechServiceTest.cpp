@@ -5,6 +5,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "KelvoVoiceMac/session/SpeechService.h"
@@ -407,7 +408,17 @@ TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) 
     task->deliverError(1110, "No speech detected");
     clock.advance(1s);
     EXPECT_EQ(recognizers.localeRecognizer->tasks().size(), 1u);
-    audio->close();
+
+    // The stopped dictation's audio ending late (its consumer thread starved) must not end the
+    // audio of the next dictation's request.
+    const auto first = audio;
+    audio = newAudio();
+    start();
+    auto next = recognizers.localeRecognizer->tasks().at(1);
+    first->close();
+    // Nothing to wait for when it is right: the stopped dictation's thread gets a moment to err.
+    std::this_thread::sleep_for(200ms);
+    EXPECT_EQ(next->endAudioCount(), 0);
 }
 
 TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARecognizer) {

@@ -6,10 +6,10 @@
 #include <string_view>
 
 #include "KelvoVoiceMac/app/PermissionHelpWorkspace.h"
-#include "KelvoVoiceMac/session/PreferenceKeys.h"
-#include "KelvoVoiceMac/session/PreferredModelEngine.h"
 #include "KelvoVoiceMac/app/PreferredSourceAudioInput.h"
 #include "KelvoVoiceMac/app/SwitchableKeyMonitor.h"
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
+#include "KelvoVoiceMac/session/PreferredModelEngine.h"
 #include "platform/AssetInstallationRequest.h"
 #include "platform/ModelTranscriber.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
@@ -20,6 +20,8 @@
 #include "platform/linux/PocketSphinxRecognizerProvider.h"
 #include "platform/linux/PulseAudioInput.h"
 #include "platform/linux/QClipboardPasteboard.h"
+#include "platform/linux/WaylandDataControlPasteboard.h"
+#include "platform/linux/WaylandVirtualKeyboardSynthesizer.h"
 #include "platform/linux/X11Workspace.h"
 #include "platform/linux/XInputKeyMonitor.h"
 #include "platform/linux/XTestKeySynthesizer.h"
@@ -45,9 +47,9 @@ const char* sessionName(PlatformBackends::SessionKind kind) {
     return "console";
 }
 
-// A paste chord needs a way to inject keys into the focused client; under Wayland that is the
-// remote-desktop portal or uinput, neither of which is built yet. Failing here sends insertion to
-// its failure path, where the dictated text is kept for "Paste Last Dictation".
+// Where nothing can inject keys into the focused client (a Wayland compositor without the
+// virtual-keyboard protocol, the console), the paste fails at once and insertion takes its failure
+// path, where the dictated text is kept for "Paste Last Dictation".
 class NoKeySynthesizer final : public platform::KeySynthesizer {
   public:
     bool sendPaste() override { return false; }
@@ -110,17 +112,7 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
 
     backends->accessibility_ = std::make_unique<platform::AtspiAccessibilityClient>();
     choose("accessibility", "AtspiAccessibilityClient");
-    backends->pasteboard_ = std::make_unique<platform::QClipboardPasteboard>();
-    choose("pasteboard", "QClipboardPasteboard");
-    if (x11) {
-        backends->keySynthesizer_ = std::make_unique<platform::XTestKeySynthesizer>([&preferences] {
-            return preferences.stringListValue(PreferenceKeys::terminalWindowClasses);
-        });
-        choose("keySynthesizer", "XTestKeySynthesizer");
-    } else {
-        backends->keySynthesizer_ = std::make_unique<NoKeySynthesizer>();
-        choose("keySynthesizer", "none (no synthetic paste outside X11 yet)");
-    }
+    backends->choosePasteBackends(preferences, choose);
     // X11Workspace without a display reports no frontmost application and still opens the
     // desktop's settings; the wrapper shows the written help where no settings page exists.
     backends->workspace_ =
@@ -161,6 +153,40 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
         platform::PocketSphinxModelLocator::systemLocale());
     choose("segmentRecognizer", "PocketSphinxRecognizerProvider");
     return backends;
+}
+
+void PlatformBackends::choosePasteBackends(
+    platform::Preferences& preferences,
+    const std::function<void(const char*, const char*)>& choose) {
+    auto terminalClasses = [&preferences] {
+        return preferences.stringListValue(PreferenceKeys::terminalWindowClasses);
+    };
+    if (session_ == SessionKind::x11) {
+        pasteboard_ = std::make_unique<platform::QClipboardPasteboard>();
+        choose("pasteboard", "QClipboardPasteboard");
+        keySynthesizer_ = std::make_unique<platform::XTestKeySynthesizer>(terminalClasses);
+        choose("keySynthesizer", "XTestKeySynthesizer");
+        return;
+    }
+    // A Wayland client may set the clipboard only while it has the keyboard focus, which a tray
+    // application does not: the compositor's data control is the way, where it exists.
+    auto dataControl = std::make_unique<platform::WaylandDataControlPasteboard>();
+    if (dataControl->isAvailable()) {
+        pasteboard_ = std::move(dataControl);
+        choose("pasteboard", "WaylandDataControlPasteboard");
+    } else {
+        pasteboard_ = std::make_unique<platform::QClipboardPasteboard>();
+        choose("pasteboard", "QClipboardPasteboard (no compositor with data control)");
+    }
+    auto virtualKeyboard =
+        std::make_unique<platform::WaylandVirtualKeyboardSynthesizer>(terminalClasses);
+    if (virtualKeyboard->isAvailable()) {
+        keySynthesizer_ = std::move(virtualKeyboard);
+        choose("keySynthesizer", "WaylandVirtualKeyboardSynthesizer");
+    } else {
+        keySynthesizer_ = std::make_unique<NoKeySynthesizer>();
+        choose("keySynthesizer", "none (no compositor with a virtual keyboard)");
+    }
 }
 
 std::vector<platform::InputMethodCommitter*> PlatformBackends::inputMethods() const {

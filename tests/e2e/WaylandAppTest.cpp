@@ -1,0 +1,156 @@
+// The kelvovoice application end to end in a Wayland session: headless Sway as the compositor,
+// the status item on the session's StatusNotifierWatcher, a GTK entry running natively on
+// Wayland and hidden from the accessibility bus (so only the input method or the paste can reach
+// it), dictations started and stopped from the menu over D-Bus. The first goes in through Fcitx5's
+// Wayland input method with our addon; with Fcitx5 ended, the second goes in through the paste
+// fallback (data-control clipboard, virtual-keyboard Ctrl+V), and the user's clipboard text is
+// back afterwards. Sway refuses root: CTest runs this through scripts/as-test-user.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "KelvoVoiceApp.h"
+#include "platform/linux/Fcitx5AddonInstaller.h"
+#include "platform/linux/WaylandDataControlPasteboard.h"
+
+namespace kelvo::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::string sessionTool() {
+    return (KelvoVoiceApp::sourceDirectory() / "scripts" / "headless-session").string();
+}
+
+std::string firstLine(const std::string& text) {
+    return text.substr(0, text.find('\n'));
+}
+
+// fcitx5 with our addon installed for the user, keyboard layout only, on the compositor; ended
+// (TERM) when destroyed.
+class Fcitx5 {
+  public:
+    explicit Fcitx5(const std::filesystem::path& home) {
+        std::filesystem::create_directories(home);
+        setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
+        platform::Fcitx5AddonInstaller installer({KELVO_FCITX5_ADDON_LIBRARY});
+        installed_ = installer.installForUser().empty();
+        unsetenv("XDG_DATA_HOME");
+        pid_ = fork();
+        if (pid_ == 0) {
+            std::string log = (home / "fcitx5.log").string();
+            freopen(log.c_str(), "w", stdout);
+            dup2(STDOUT_FILENO, STDERR_FILENO);
+            setenv("HOME", home.c_str(), 1);
+            setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
+            setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
+            setenv("GSETTINGS_BACKEND", "memory", 1);
+            execlp("fcitx5", "fcitx5", "--disable=notificationitem,kimpanel,classicui", nullptr);
+            _exit(127);
+        }
+    }
+    ~Fcitx5() { stop(); }
+    bool installed() const { return installed_; }
+    void stop() {
+        if (pid_ > 0) {
+            kill(pid_, SIGTERM);
+            waitpid(pid_, nullptr, 0);
+            pid_ = -1;
+        }
+    }
+
+  private:
+    pid_t pid_ = -1;
+    bool installed_ = false;
+};
+
+std::string entryText(const std::string& stateFile) {
+    QFile file(QString::fromStdString(stateFile));
+    file.open(QIODevice::ReadOnly);
+    return QJsonDocument::fromJson(file.readAll()).object().value("text").toString().toStdString();
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// Starts a dictation from the menu, plays the bundled sentence, stops it from the menu and waits
+// until the session is idle again (insertion, and a paste's clipboard restore, done).
+void dictateFromMenu(KelvoVoiceApp& app) {
+    std::size_t idle = app.countInLog("[KelvoVoice] statusItem idle");
+    std::size_t recording = app.countInLog("[KelvoVoice] statusItem recording");
+    KelvoVoiceApp::clickMenu("Start Dictation");
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem recording", recording + 1));
+    std::this_thread::sleep_for(300ms);
+    KelvoVoiceApp::play(KelvoVoiceApp::englishSample());
+    KelvoVoiceApp::clickMenu("Stop Dictation");
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle", idle + 1));
+}
+
+TEST(WaylandAppTest, MenuDictationReachesANativeWaylandFieldThroughInputMethodThenPaste) {
+    ASSERT_NE(geteuid(), 0u) << "sway refuses root: run through scripts/as-test-user";
+    std::filesystem::path home =
+        std::filesystem::temp_directory_path() / ("kelvovoice-wayland-" + std::to_string(getpid()));
+    std::filesystem::remove_all(home);
+    std::string socket = firstLine(KelvoVoiceApp::run("'" + sessionTool() + "' compositor"));
+    ASSERT_FALSE(socket.empty());
+    setenv("WAYLAND_DISPLAY", socket.c_str(), 1);
+    KelvoVoiceApp::startStatusNotifierHost();
+    Fcitx5 fcitx5(home / "fcitx5");
+    ASSERT_TRUE(fcitx5.installed());
+
+    // The application believes what the session tells it; DISPLAY stays, as XWayland's would.
+    setenv("XDG_SESSION_TYPE", "wayland", 1);
+    KelvoVoiceApp app(home);
+    unsetenv("XDG_SESSION_TYPE");
+    ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem next-runloop")) << app.log();
+    EXPECT_TRUE(contains(app.log(), "[KelvoVoice] Session type=wayland"));
+    EXPECT_TRUE(
+        contains(app.log(), "[KelvoVoice] Backend pasteboard=WaylandDataControlPasteboard"));
+    EXPECT_TRUE(contains(app.log(),
+                         "[KelvoVoice] Backend keySynthesizer=WaylandVirtualKeyboardSynthesizer"));
+
+    std::string entry = firstLine(
+        KelvoVoiceApp::run("'" + sessionTool() + "' target wayland-gtk-entry --no-accessibility"));
+    ASSERT_FALSE(entry.empty());
+
+    dictateFromMenu(app);
+    EXPECT_TRUE(waitUntil([&] { return contains(entryText(entry), "report"); }, 20s))
+        << entryText(entry);
+    EXPECT_TRUE(contains(app.log(), "[TextInsertion] Input method insertion succeeded: fcitx5"));
+    std::string first = entryText(entry);
+
+    // The input method gone: the paste, and the user's clipboard text survives it.
+    fcitx5.stop();
+    platform::WaylandDataControlPasteboard userClipboard;
+    ASSERT_TRUE(userClipboard.writeString("前のクリップボード"));
+    dictateFromMenu(app);
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            std::string text = entryText(entry);
+            return text.size() > first.size() && contains(text.substr(first.size()), "report");
+        },
+        20s))
+        << entryText(entry);
+    EXPECT_TRUE(contains(app.log(), "[TextInsertion] Sent Cmd+V"));
+    EXPECT_TRUE(contains(app.log(), "[TextInsertion] Restored previous pasteboard string"));
+    EXPECT_EQ(KelvoVoiceApp::run("wl-paste --no-newline"), "前のクリップボード");
+
+    if (HasFailure()) {
+        std::cerr << "--- kelvovoice log ---\n" << app.log() << "---\n";
+    }
+    app.terminate();
+    std::filesystem::remove_all(home);
+}
+
+}  // namespace
+}  // namespace kelvo::test

@@ -108,15 +108,8 @@ struct WaylandVirtualKeyboardSynthesizer::Connection {
         if (!seat || !manager) {
             return;
         }
-        keyboard = wl_proxy_marshal_flags(manager, 0, &virtualKeyboardInterface,
-                                          wl_proxy_get_version(manager), 0, seat, nullptr);
-        if (!uploadKeymap()) {
-            return;
-        }
-        // The toplevels that exist now arrive with this round trip; a refused keyboard
-        // (unauthorized) ends the connection here.
+        // The toplevels that exist now arrive with this round trip.
         if (wl_display_roundtrip(display) < 0) {
-            keys.reset();
             return;
         }
         notifier =
@@ -150,7 +143,29 @@ struct WaylandVirtualKeyboardSynthesizer::Connection {
         }
     }
 
-    bool available() const { return keys.has_value() && wl_display_get_error(display) == 0; }
+    bool available() const {
+        return display && seat && manager && wl_display_get_error(display) == 0;
+    }
+
+    // The keyboard is made at the first paste, not before: Sway 1.7 with an input method holding
+    // the keyboard grab (Fcitx5) crashes at the next focus change when a virtual keyboard that
+    // never typed goes away (tried headless), and an application that never pastes should not
+    // leave one behind at its exit.
+    bool ensureKeyboard() {
+        if (keys) {
+            return true;
+        }
+        if (!keyboard) {
+            keyboard = wl_proxy_marshal_flags(manager, 0, &virtualKeyboardInterface,
+                                              wl_proxy_get_version(manager), 0, seat, nullptr);
+        }
+        // A refused keyboard (unauthorized) ends the connection at the round trip.
+        if (!uploadKeymap() || wl_display_roundtrip(display) < 0) {
+            keys.reset();
+            return false;
+        }
+        return true;
+    }
 
     // Reads what the compositor sent (window changes) so that it never piles up.
     void dispatch() {
@@ -327,7 +342,7 @@ bool WaylandVirtualKeyboardSynthesizer::knowsActiveWindow() const {
 }
 
 bool WaylandVirtualKeyboardSynthesizer::sendPaste() {
-    if (!connection_->available()) {
+    if (!connection_->available() || !connection_->ensureKeyboard()) {
         return false;
     }
     bool terminal = false;

@@ -38,7 +38,8 @@ class WaylandVirtualKeyboardSynthesizer final : public KeySynthesizer {
     WaylandVirtualKeyboardSynthesizer(const WaylandVirtualKeyboardSynthesizer&) = delete;
     WaylandVirtualKeyboardSynthesizer& operator=(const WaylandVirtualKeyboardSynthesizer&) = delete;
 
-    // Whether the compositor was reached, offers the protocol and took our keymap.
+    // Whether the compositor was reached and offers the protocol. The keyboard itself is made
+    // at the first paste.
     bool isAvailable() const;
     // Whether the application id of the active window is known (foreign-toplevel management).
     bool knowsActiveWindow() const;

@@ -16,8 +16,10 @@
 #include "platform/linux/EvdevKeyMonitor.h"
 #include "platform/linux/Fcitx5InputMethodCommitter.h"
 #include "platform/linux/IBusInputMethodCommitter.h"
+#include "platform/linux/LinuxDesktopPermissions.h"
 #include "platform/linux/PocketSphinxModelLocator.h"
 #include "platform/linux/PocketSphinxRecognizerProvider.h"
+#include "platform/linux/PortalGlobalShortcutsKeyMonitor.h"
 #include "platform/linux/PulseAudioInput.h"
 #include "platform/linux/QClipboardPasteboard.h"
 #include "platform/linux/WaylandDataControlPasteboard.h"
@@ -93,9 +95,22 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
     };
     systemLog.write(std::string("[KelvoVoice] Session type=") + sessionName(backends->session_));
 
-    auto makeKeyMonitor = [x11](const std::string& key) -> std::unique_ptr<platform::KeyMonitor> {
+    // Outside X11 the keyboard devices are read where the user may (the input group); without
+    // that, the desktop's global-shortcuts portal reports the key where it exists.
+    const char* keyMonitorName = x11 ? "XInputKeyMonitor" : "EvdevKeyMonitor";
+    bool shortcutsPortal = false;
+    if (!x11 && !platform::LinuxDesktopPermissions::hasInputMonitoringAccess(triggerKey) &&
+        platform::PortalGlobalShortcutsKeyMonitor::isOffered()) {
+        shortcutsPortal = true;
+        keyMonitorName = "PortalGlobalShortcutsKeyMonitor";
+    }
+    auto makeKeyMonitor =
+        [x11, shortcutsPortal](const std::string& key) -> std::unique_ptr<platform::KeyMonitor> {
         if (x11) {
             return std::make_unique<platform::XInputKeyMonitor>(key);
+        }
+        if (shortcutsPortal) {
+            return std::make_unique<platform::PortalGlobalShortcutsKeyMonitor>(key);
         }
         return std::make_unique<platform::EvdevKeyMonitor>(key);
     };
@@ -108,7 +123,7 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
         backends->keyMonitor_ = std::make_unique<SwitchableKeyMonitor>(
             makeKeyMonitor, PreferenceKeys::defaultTriggerKey);
     }
-    choose("keyMonitor", x11 ? "XInputKeyMonitor" : "EvdevKeyMonitor");
+    choose("keyMonitor", keyMonitorName);
 
     backends->accessibility_ = std::make_unique<platform::AtspiAccessibilityClient>();
     choose("accessibility", "AtspiAccessibilityClient");

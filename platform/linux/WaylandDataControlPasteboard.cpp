@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -52,6 +54,15 @@ void writeAll(int fd, const std::string& text, std::chrono::steady_clock::time_p
         if (count > 0) {
             written += static_cast<std::size_t>(count);
             continue;
+        }
+        if (count < 0 && errno == EPIPE) {
+            // Take the pending SIGPIPE back, so that it never reaches the process later.
+            sigset_t pipeSignal;
+            sigemptyset(&pipeSignal);
+            sigaddset(&pipeSignal, SIGPIPE);
+            timespec now{0, 0};
+            sigtimedwait(&pipeSignal, nullptr, &now);
+            return;
         }
         if (count < 0 && errno != EAGAIN && errno != EINTR) {
             return;
@@ -204,6 +215,12 @@ struct WaylandDataControlPasteboard::Connection {
     }
 
     void run() {
+        // A reader that closes its end early must cost a failed write (EPIPE), not the process:
+        // SIGPIPE from write() goes to this thread, which keeps it blocked.
+        sigset_t pipeSignal;
+        sigemptyset(&pipeSignal);
+        sigaddset(&pipeSignal, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
         pollfd fds[2] = {{wl_display_get_fd(display), POLLIN, 0}, {wakeFd, POLLIN, 0}};
         while (!stopping) {
             while (wl_display_prepare_read(display) != 0) {

@@ -1,7 +1,7 @@
 // PocketSphinxRecognizer with Debian's en-US model on flite speech: the text does not depend on
 // when the next request starts after a final (audio appended meanwhile belongs to the next
-// segment), and the model stays loaded between dictations until the idle timer of the injected
-// clock releases it.
+// segment) nor on the dictations heard before, and the model stays loaded between dictations
+// until the idle timer of the injected clock releases it.
 
 #include <gtest/gtest.h>
 
@@ -147,8 +147,13 @@ TEST(PocketSphinxRecognizer,
 
     test::FakeClock clock;
     EndsDecoded endsDecoded;
-    PocketSphinxRecognizer recognizer(*model, clock, std::chrono::minutes(10),
-                                      [&] { endsDecoded.add(); });
+    Dictation* lateDictation = nullptr;
+    PocketSphinxRecognizer recognizer(*model, clock, std::chrono::minutes(10), [&] {
+        endsDecoded.add();
+        if (lateDictation) {
+            lateDictation->endDecoded();
+        }
+    });
     EXPECT_FALSE(recognizer.isModelLoaded());
 
     // As fast as can be: the next request starts inside the final's handler.
@@ -160,12 +165,9 @@ TEST(PocketSphinxRecognizer,
     atOnce.cancel();
 
     // As late as can be: all the audio and its end go to the first request, and each next request
-    // starts only after the last one has ended. A recogniser of its own, as the decoder adapts to
-    // the channel (cepstral mean) over the dictations it has heard.
-    Dictation* lateDictation = nullptr;
-    PocketSphinxRecognizer lateRecognizer(*model, clock, std::chrono::minutes(10),
-                                          [&] { lateDictation->endDecoded(); });
-    Dictation late(lateRecognizer, false);
+    // starts only after the last one has ended. The same recogniser: what it heard in the first
+    // dictation must not change the text of the second.
+    Dictation late(recognizer, false);
     lateDictation = &late;
     late.startRequest();
     late.append(samples);

@@ -20,6 +20,7 @@
 #include "platform/linux/PocketSphinxModelLocator.h"
 #include "platform/linux/PocketSphinxRecognizerProvider.h"
 #include "platform/linux/PortalGlobalShortcutsKeyMonitor.h"
+#include "platform/linux/PortalRemoteDesktopKeySynthesizer.h"
 #include "platform/linux/PulseAudioInput.h"
 #include "platform/linux/QClipboardPasteboard.h"
 #include "platform/linux/WaylandDataControlPasteboard.h"
@@ -49,9 +50,9 @@ const char* sessionName(PlatformBackends::SessionKind kind) {
     return "console";
 }
 
-// Where nothing can inject keys into the focused client (a Wayland compositor without the
-// virtual-keyboard protocol, the console), the paste fails at once and insertion takes its failure
-// path, where the dictated text is kept for "Paste Last Dictation".
+// Where nothing can inject keys into the focused client (a Wayland compositor with neither the
+// virtual-keyboard protocol nor the remote-desktop portal, the console), the paste fails at once
+// and insertion takes its failure path, where the dictated text is kept for "Paste Last Dictation".
 class NoKeySynthesizer final : public platform::KeySynthesizer {
   public:
     bool sendPaste() override { return false; }
@@ -198,6 +199,16 @@ void PlatformBackends::choosePasteBackends(
     if (virtualKeyboard->isAvailable()) {
         keySynthesizer_ = std::move(virtualKeyboard);
         choose("keySynthesizer", "WaylandVirtualKeyboardSynthesizer");
+    } else if (platform::PortalRemoteDesktopKeySynthesizer::isOffered()) {
+        // GNOME and KDE: the desktop asks once; its token keeps the permission from then on.
+        keySynthesizer_ = std::make_unique<platform::PortalRemoteDesktopKeySynthesizer>(
+            [&preferences] {
+                return preferences.stringValue(PreferenceKeys::remoteDesktopRestoreToken, "");
+            },
+            [&preferences](const std::string& token) {
+                preferences.setString(PreferenceKeys::remoteDesktopRestoreToken, token);
+            });
+        choose("keySynthesizer", "PortalRemoteDesktopKeySynthesizer");
     } else {
         keySynthesizer_ = std::make_unique<NoKeySynthesizer>();
         choose("keySynthesizer", "none (no compositor with a virtual keyboard)");

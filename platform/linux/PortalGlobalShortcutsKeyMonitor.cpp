@@ -11,6 +11,9 @@
 #include <QObject>
 #include <QVariantMap>
 #include <functional>
+#include <memory>
+
+#include "platform/linux/PortalRequest.h"
 
 namespace {
 
@@ -41,27 +44,16 @@ Q_DECLARE_METATYPE(PortalShortcut)
 namespace kelvo::platform {
 namespace {
 
-constexpr const char* kService = "org.freedesktop.portal.Desktop";
-constexpr const char* kPath = "/org/freedesktop/portal/desktop";
 constexpr const char* kInterface = "org.freedesktop.portal.GlobalShortcuts";
-constexpr const char* kRequestInterface = "org.freedesktop.portal.Request";
-// Long enough for the bus to start the portal on first use.
-constexpr int kProbeTimeoutMilliseconds = 2000;
 
-// QtDBus delivers signals to slots only: this object receives the portal's three signals.
-class PortalSignals final : public QObject {
+// QtDBus delivers signals to slots only: this object receives Activated and Deactivated.
+class ShortcutSignals final : public QObject {
     Q_OBJECT
 
   public:
-    std::function<void(uint, const QVariantMap&)> onResponse;
     std::function<void(const QDBusObjectPath&, const QString&, bool)> onShortcut;
 
   public Q_SLOTS:
-    void response(uint code, const QVariantMap& results) {
-        if (onResponse) {
-            onResponse(code, results);
-        }
-    }
     void activated(const QDBusObjectPath& session, const QString& id, qulonglong,
                    const QVariantMap&) {
         if (onShortcut) {
@@ -75,13 +67,6 @@ class PortalSignals final : public QObject {
         }
     }
 };
-
-// The object path where the portal will publish the request made with token: the sender's unique
-// name without its colon, dots as underscores (the portal's documented rule).
-QString requestPath(const QDBusConnection& bus, const QString& token) {
-    QString sender = bus.baseService().mid(1).replace('.', '_');
-    return QString("%1/request/%2/%3").arg(kPath, sender, token);
-}
 
 }  // namespace
 
@@ -99,7 +84,7 @@ class PortalGlobalShortcutsKeyMonitor::Session {
 
     ~Session() {
         if (!sessionHandle_.isEmpty()) {
-            bus_.call(QDBusMessage::createMethodCall(kService, sessionHandle_,
+            bus_.call(QDBusMessage::createMethodCall(PortalRequest::service, sessionHandle_,
                                                      "org.freedesktop.portal.Session", "Close"),
                       QDBus::NoBlock);
         }
@@ -113,69 +98,51 @@ class PortalGlobalShortcutsKeyMonitor::Session {
             return;
         }
         begun_ = true;
-        bus_.connect(kService, kPath, kInterface, "Activated", &signals_,
-                     SLOT(activated(QDBusObjectPath, QString, qulonglong, QVariantMap)));
-        bus_.connect(kService, kPath, kInterface, "Deactivated", &signals_,
+        bus_.connect(PortalRequest::service, PortalRequest::path, kInterface, "Activated",
+                     &signals_, SLOT(activated(QDBusObjectPath, QString, qulonglong, QVariantMap)));
+        bus_.connect(PortalRequest::service, PortalRequest::path, kInterface, "Deactivated",
+                     &signals_,
                      SLOT(deactivated(QDBusObjectPath, QString, qulonglong, QVariantMap)));
-        QString token = nextToken();
-        request(token, [this](const QVariantMap& results) {
-            sessionHandle_ = results.value("session_handle").toString();
-            if (!sessionHandle_.isEmpty()) {
-                bindShortcut();
-            }
-        });
-        QDBusMessage create =
-            QDBusMessage::createMethodCall(kService, kPath, kInterface, "CreateSession");
-        create << QVariantMap{{"handle_token", token}, {"session_handle_token", nextToken()}};
-        bus_.asyncCall(create);
+        request_ = std::make_unique<PortalRequest>(
+            bus_, kInterface, "CreateSession", QVariantList{},
+            QVariantMap{{"session_handle_token", PortalRequest::nextToken()}},
+            [this](const QVariantMap& results) {
+                sessionHandle_ = results.value("session_handle").toString();
+                if (!sessionHandle_.isEmpty()) {
+                    bindShortcut();
+                }
+            });
     }
 
   private:
-    // Listens for the Response of the request made with token, before making it (the portal may
-    // answer before the call returns).
-    void request(const QString& token, std::function<void(const QVariantMap&)> onSuccess) {
-        QString path = requestPath(bus_, token);
-        signals_.onResponse = [this, path, onSuccess](uint code, const QVariantMap& results) {
-            bus_.disconnect(kService, path, kRequestInterface, "Response", &signals_,
-                            SLOT(response(uint, QVariantMap)));
-            // 0 is success; 1 the user cancelled, 2 anything else.
-            if (code == 0) {
-                onSuccess(results);
-            }
-        };
-        bus_.connect(kService, path, kRequestInterface, "Response", &signals_,
-                     SLOT(response(uint, QVariantMap)));
-    }
-
     void bindShortcut() {
-        QString token = nextToken();
-        request(token, [this](const QVariantMap& results) {
-            QList<PortalShortcut> shortcuts;
-            results.value("shortcuts").value<QDBusArgument>() >> shortcuts;
-            for (const PortalShortcut& shortcut : shortcuts) {
-                bound_ = bound_ || shortcut.id == shortcutId;
-            }
-        });
         PortalShortcut trigger{
             shortcutId,
             {{"description", QString("Dictation: hold to talk, tap twice for hands-free")},
              {"preferred_trigger", QString::fromStdString(triggerKeyName_)}}};
-        QDBusMessage bind =
-            QDBusMessage::createMethodCall(kService, kPath, kInterface, "BindShortcuts");
-        bind << QVariant::fromValue(QDBusObjectPath(sessionHandle_))
-             << QVariant::fromValue(QList<PortalShortcut>{trigger}) << QString()
-             << QVariantMap{{"handle_token", token}};
-        bus_.asyncCall(bind);
+        previousRequest_ = std::move(request_);
+        request_ = std::make_unique<PortalRequest>(
+            bus_, kInterface, "BindShortcuts",
+            QVariantList{QVariant::fromValue(QDBusObjectPath(sessionHandle_)),
+                         QVariant::fromValue(QList<PortalShortcut>{trigger}), QString()},
+            QVariantMap{}, [this](const QVariantMap& results) {
+                QList<PortalShortcut> shortcuts;
+                results.value("shortcuts").value<QDBusArgument>() >> shortcuts;
+                for (const PortalShortcut& shortcut : shortcuts) {
+                    bound_ = bound_ || shortcut.id == shortcutId;
+                }
+            });
     }
-
-    QString nextToken() { return QString("kelvovoice%1").arg(++tokenCount_); }
 
     std::string triggerKeyName_;
     QDBusConnection bus_ = QDBusConnection::sessionBus();
-    PortalSignals signals_;
+    ShortcutSignals signals_;
+    // The request under way. A request is replaced from inside its own callback, so the old one
+    // is kept (until the next replacement) rather than destroyed while it delivers.
+    std::unique_ptr<PortalRequest> request_;
+    std::unique_ptr<PortalRequest> previousRequest_;
     KeyMonitor::Handler handler_;
     QString sessionHandle_;
-    int tokenCount_ = 0;
     bool begun_ = false;
     bool bound_ = false;
 };
@@ -186,15 +153,7 @@ PortalGlobalShortcutsKeyMonitor::PortalGlobalShortcutsKeyMonitor(const std::stri
 PortalGlobalShortcutsKeyMonitor::~PortalGlobalShortcutsKeyMonitor() = default;
 
 bool PortalGlobalShortcutsKeyMonitor::isOffered() {
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected()) {
-        return false;
-    }
-    QDBusMessage get =
-        QDBusMessage::createMethodCall(kService, kPath, "org.freedesktop.DBus.Properties", "Get");
-    get << QString(kInterface) << QString("version");
-    QDBusMessage reply = bus.call(get, QDBus::Block, kProbeTimeoutMilliseconds);
-    return reply.type() == QDBusMessage::ReplyMessage;
+    return PortalRequest::hasInterface(kInterface);
 }
 
 bool PortalGlobalShortcutsKeyMonitor::hasListenAccess() const {

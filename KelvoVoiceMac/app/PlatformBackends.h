@@ -5,8 +5,10 @@
 // (XDG_SESSION_TYPE, WAYLAND_DISPLAY, DISPLAY): on X11 the trigger key is watched through XInput2
 // and the paste chord goes through XTest; under Wayland the key is read from /dev/input, and the
 // paste goes through the compositor's data control and virtual keyboard where it offers them
-// (wlroots), else it fails and the kept text is the safety net. Each choice is logged once, when
-// the backends are made.
+// (wlroots), the chord through the remote-desktop portal elsewhere (GNOME, KDE), else it fails and
+// the kept text is the safety net; without the input group the key comes from the
+// global-shortcuts portal where there is one. Each choice is logged once, when the backends are
+// made.
 //
 // Made once by the start-up code on the main thread, after the QApplication exists; owned by the
 // application delegate for the life of the process and destroyed after everything that borrows

@@ -68,9 +68,9 @@ std::string LinuxDesktopPermissions::helpText(Workspace::PermissionPane pane, bo
                 "\n\nUnder Wayland, text also goes in through your input method (Fcitx5, IBus). "
                 "The clipboard paste for windows that neither reaches needs a compositor with "
                 "the data-control and virtual-keyboard protocols (Sway and other wlroots "
-                "compositors). On GNOME and KDE Plasma it would need the desktop's remote-desktop "
-                "portal, which KelvoVoice does not use yet: there the dictation is kept instead. "
-                "Choose \"Paste Last Dictation\", then press Ctrl+V.";
+                "compositors); on GNOME and KDE Plasma the desktop asks once whether KelvoVoice "
+                "may control the keyboard (remote desktop): allow it. Where the paste cannot "
+                "happen, the dictation is kept: choose \"Paste Last Dictation\".";
         }
         return text;
     }

@@ -8,8 +8,8 @@
 // - Input Monitoring: X11 lets any client watch the keyboard; elsewhere the trigger key is read
 //   from /dev/input, which needs membership of the `input` group, or, without it, comes from the
 //   desktop's global-shortcuts portal where there is one.
-// Under Wayland the accessibility help also says where the clipboard paste works (compositors
-// with data control and a virtual keyboard) and where it does not (GNOME, KDE Plasma).
+// Under Wayland the accessibility help also says what the clipboard paste needs (data control and
+// a virtual keyboard on wlroots compositors, the remote-desktop consent on GNOME and KDE Plasma).
 // Stateless; the D-Bus query runs on the calling thread (a short blocking call on the session
 // bus, at most a few hundred milliseconds when the bus does not answer).
 

@@ -6,8 +6,12 @@
 // the paste path at least 200 ms before restoring the clipboard; their counter visible_ms is the
 // mean time until the target shows the text.
 //
+// The Wayland paste (data-control clipboard, virtual-keyboard Ctrl+V) is timed the same way into
+// a GTK entry running natively on headless Sway, with Fcitx5's virtual keyboard as the seat's
+// keyboard and the entry on GTK's simple input context; Sway refuses root.
+//
 // Run inside the headless session, with the build's Fcitx5 addon:
-//   scripts/headless-session run -- build/bench/input_method_bench
+//   scripts/as-test-user scripts/headless-session run -- build/bench/input_method_bench
 #include <benchmark/benchmark.h>
 
 #include <QCoreApplication>
@@ -26,6 +30,8 @@
 #include "platform/linux/Fcitx5InputMethodCommitter.h"
 #include "platform/linux/IBusInputMethodCommitter.h"
 #include "platform/linux/QClipboardPasteboard.h"
+#include "platform/linux/WaylandDataControlPasteboard.h"
+#include "platform/linux/WaylandVirtualKeyboardSynthesizer.h"
 #include "platform/linux/X11Workspace.h"
 #include "platform/linux/XTestKeySynthesizer.h"
 
@@ -76,17 +82,22 @@ struct Backends {
     platform::QtClock clock;
     NullTrace trace;
 
+    // Made once the compositor runs.
+    std::unique_ptr<platform::WaylandDataControlPasteboard> waylandPasteboard;
+    std::unique_ptr<platform::WaylandVirtualKeyboardSynthesizer> waylandKeys;
+
     std::unique_ptr<app::TextInsertionService> service(
         platform::AccessibilityClient& accessibility,
-        std::vector<platform::InputMethodCommitter*> committers = {}) {
-        return std::make_unique<app::TextInsertionService>(
-            app::TextInsertionService::Dependencies{.accessibility = accessibility,
-                                                    .pasteboard = pasteboard,
-                                                    .keySynthesizer = keys,
-                                                    .workspace = workspace,
-                                                    .clock = clock,
-                                                    .traceOutput = trace,
-                                                    .inputMethods = std::move(committers)});
+        std::vector<platform::InputMethodCommitter*> committers = {}, bool wayland = false) {
+        return std::make_unique<app::TextInsertionService>(app::TextInsertionService::Dependencies{
+            .accessibility = accessibility,
+            .pasteboard =
+                wayland ? static_cast<platform::Pasteboard&>(*waylandPasteboard) : pasteboard,
+            .keySynthesizer = wayland ? static_cast<platform::KeySynthesizer&>(*waylandKeys) : keys,
+            .workspace = workspace,
+            .clock = clock,
+            .traceOutput = trace,
+            .inputMethods = std::move(committers)});
     }
 };
 Backends* backends = nullptr;
@@ -210,7 +221,7 @@ platform::InputMethodCommitter* use(const std::string& name) {
     framework->committer.reset();
     framework->daemon.reset();
     framework->name = name;
-    if (name == "fcitx5") {
+    if (name == "fcitx5" || name == "fcitx5-wayland") {
 #ifdef KELVO_FCITX5_ADDON_LIBRARY
         framework->daemon = test::InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_LIBRARY);
         framework->committer = std::make_unique<platform::Fcitx5InputMethodCommitter>();
@@ -258,6 +269,32 @@ void registerAccessibilityAndPaste() {
     }
 }
 
+// The compositor, started by the first Wayland benchmark and kept to the end.
+std::unique_ptr<test::InputMethodDaemon> sway;
+
+void registerWaylandPaste() {
+    auto start = [] {
+        if (!sway) {
+            sway = test::InputMethodDaemon::startSway();
+            if (!sway) {
+                return test::Client{};
+            }
+            backends->waylandPasteboard =
+                std::make_unique<platform::WaylandDataControlPasteboard>();
+            backends->waylandKeys = std::make_unique<platform::WaylandVirtualKeyboardSynthesizer>();
+        }
+        // Fcitx5 on the compositor: its virtual keyboard is the headless seat's keyboard.
+        use("fcitx5-wayland");
+        return test::startTarget("wayland-gtk-entry", {"--no-input-method"});
+    };
+    registerVisible("wayland-paste/gtk-entry", start, "none", [](const test::Client&) {
+        backends->waylandPasteboard->writeString(chunk);
+        backends->waylandKeys->sendPaste();
+    });
+    registerService("wayland-paste/service/gtk-entry", start, "none",
+                    [] { return backends->service(backends->noFocus, {}, true); });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -274,9 +311,15 @@ int main(int argc, char** argv) {
     registerInputMethod("fcitx5", "fcitx");
 #endif
     registerInputMethod("ibus", "ibus");
+#ifdef KELVO_FCITX5_ADDON_LIBRARY
+    registerWaylandPaste();
+#endif
     benchmark::RunSpecifiedBenchmarks();
     none.committer.reset();
     none.daemon.reset();
+    shared.waylandKeys.reset();
+    shared.waylandPasteboard.reset();
+    sway.reset();
     benchmark::Shutdown();
     return 0;
 }

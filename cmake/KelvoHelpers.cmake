@@ -12,13 +12,16 @@ if(NOT TARGET kelvo_unit_tests)
   add_custom_target(kelvo_unit_tests)
 endif()
 
-# add_kelvo_test(NAME name SOURCES ... LIBS ... [LABELS ...] [ENVIRONMENT ...] [HEADLESS_SESSION])
+# add_kelvo_test(NAME name SOURCES ... LIBS ... [LABELS ...] [ENVIRONMENT ...] [HEADLESS_SESSION]
+#                [UNPRIVILEGED])
 # One executable per call; GoogleTest cases are registered with CTest one by one. With
 # HEADLESS_SESSION the whole executable is one CTest test run inside scripts/headless-session
 # (virtual microphone, Xvfb, D-Bus, AT-SPI), so that its cases share one session, and it runs
-# while no other test does. Such tests carry the label "headless".
+# while no other test does. Such tests carry the label "headless". With UNPRIVILEGED as well, the
+# session and the program run as an unprivileged user when CTest runs as root
+# (scripts/as-test-user), for the programs that refuse root (sway, mozc_server).
 function(add_kelvo_test)
-  cmake_parse_arguments(T "HEADLESS_SESSION" "NAME" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
+  cmake_parse_arguments(T "HEADLESS_SESSION;UNPRIVILEGED" "NAME" "SOURCES;LIBS;LABELS;ENVIRONMENT" ${ARGN})
   add_executable(${T_NAME} ${T_SOURCES})
   target_link_libraries(${T_NAME} PRIVATE ${T_LIBS} GTest::gmock GTest::gtest_main kelvo_warnings)
   if(NOT T_HEADLESS_SESSION AND CMAKE_CURRENT_SOURCE_DIR MATCHES "/tests/(core|cli|app)$")
@@ -35,8 +38,12 @@ function(add_kelvo_test)
   endforeach()
   if(T_HEADLESS_SESSION)
     list(APPEND T_LABELS headless)
+    set(runner "")
+    if(T_UNPRIVILEGED)
+      set(runner "${PROJECT_SOURCE_DIR}/scripts/as-test-user")
+    endif()
     add_test(NAME ${T_NAME}
-      COMMAND "${PROJECT_SOURCE_DIR}/scripts/headless-session" run -- $<TARGET_FILE:${T_NAME}>)
+      COMMAND ${runner} "${PROJECT_SOURCE_DIR}/scripts/headless-session" run -- $<TARGET_FILE:${T_NAME}>)
     # A session's dictations, key holds and insertions are paced in real time: on a small machine
     # another test's build-up of load would starve them, so they run alone.
     set_tests_properties(${T_NAME} PROPERTIES RUN_SERIAL TRUE LABELS "${T_LABELS}")

@@ -17,8 +17,13 @@
 #include "platform/linux/Fcitx5AddonInstaller.h"
 #include "platform/linux/Fcitx5InputMethodCommitter.h"
 #include "platform/linux/IBusInputMethodCommitter.h"
+#include "platform/linux/LinuxDesktopPermissions.h"
+#include "platform/linux/PortalGlobalShortcutsKeyMonitor.h"
+#include "platform/linux/PortalRemoteDesktopKeySynthesizer.h"
 #include "platform/linux/PulseAudioInput.h"
 #include "platform/linux/QClipboardPasteboard.h"
+#include "platform/linux/WaylandDataControlPasteboard.h"
+#include "platform/linux/WaylandVirtualKeyboardSynthesizer.h"
 #include "platform/linux/X11Workspace.h"
 #include "platform/linux/XInputKeyMonitor.h"
 #include "platform/linux/XTestKeySynthesizer.h"
@@ -44,9 +49,9 @@ const char* sessionName(PlatformBackends::SessionKind kind) {
     return "console";
 }
 
-// A paste chord needs a way to inject keys into the focused client; under Wayland that is the
-// remote-desktop portal or uinput, neither of which is built yet. Failing here sends insertion to
-// its failure path, where the dictated text is kept for "Paste Last Dictation".
+// Where nothing can inject keys into the focused client (a Wayland compositor with neither the
+// virtual-keyboard protocol nor the remote-desktop portal, the console), the paste fails at once
+// and insertion takes its failure path, where the dictated text is kept for "Paste Last Dictation".
 class NoKeySynthesizer final : public platform::KeySynthesizer {
   public:
     bool sendPaste() override { return false; }
@@ -109,9 +114,22 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
     };
     systemLog.write(std::string("[KelvoVoice] Session type=") + sessionName(backends->session_));
 
-    auto makeKeyMonitor = [x11](const std::string& key) -> std::unique_ptr<platform::KeyMonitor> {
+    // Outside X11 the keyboard devices are read where the user may (the input group); without
+    // that, the desktop's global-shortcuts portal reports the key where it exists.
+    const char* keyMonitorName = x11 ? "XInputKeyMonitor" : "EvdevKeyMonitor";
+    bool shortcutsPortal = false;
+    if (!x11 && !platform::LinuxDesktopPermissions::hasInputMonitoringAccess(triggerKey) &&
+        platform::PortalGlobalShortcutsKeyMonitor::isOffered()) {
+        shortcutsPortal = true;
+        keyMonitorName = "PortalGlobalShortcutsKeyMonitor";
+    }
+    auto makeKeyMonitor =
+        [x11, shortcutsPortal](const std::string& key) -> std::unique_ptr<platform::KeyMonitor> {
         if (x11) {
             return std::make_unique<platform::XInputKeyMonitor>(key);
+        }
+        if (shortcutsPortal) {
+            return std::make_unique<platform::PortalGlobalShortcutsKeyMonitor>(key);
         }
         return std::make_unique<platform::EvdevKeyMonitor>(key);
     };
@@ -124,24 +142,14 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
         backends->keyMonitor_ = std::make_unique<SwitchableKeyMonitor>(
             makeKeyMonitor, PreferenceKeys::defaultTriggerKey);
     }
-    choose("keyMonitor", x11 ? "XInputKeyMonitor" : "EvdevKeyMonitor");
+    choose("keyMonitor", keyMonitorName);
 
     backends->accessibility_ = std::make_unique<platform::AtspiAccessibilityClient>();
     choose("accessibility", "AtspiAccessibilityClient");
     backends->fieldEditWatcher_ =
         std::make_unique<platform::AtspiFieldEditWatcher>(*backends->accessibility_);
     choose("fieldEditWatcher", "AtspiFieldEditWatcher");
-    backends->pasteboard_ = std::make_unique<platform::QClipboardPasteboard>();
-    choose("pasteboard", "QClipboardPasteboard");
-    if (x11) {
-        backends->keySynthesizer_ = std::make_unique<platform::XTestKeySynthesizer>([&preferences] {
-            return preferences.stringListValue(PreferenceKeys::terminalWindowClasses);
-        });
-        choose("keySynthesizer", "XTestKeySynthesizer");
-    } else {
-        backends->keySynthesizer_ = std::make_unique<NoKeySynthesizer>();
-        choose("keySynthesizer", "none (no synthetic paste outside X11 yet)");
-    }
+    backends->choosePasteBackends(preferences, choose);
     // X11Workspace without a display reports no frontmost application and still opens the
     // desktop's settings; the wrapper shows the written help where no settings page exists.
     backends->workspace_ =
@@ -183,6 +191,50 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
     choose("modelEngine", platform::BuiltInModelEngine::name());
     choose("segmentRecognizer", "PocketSphinxRecognizerProvider");
     return backends;
+}
+
+void PlatformBackends::choosePasteBackends(
+    platform::Preferences& preferences,
+    const std::function<void(const char*, const char*)>& choose) {
+    auto terminalClasses = [&preferences] {
+        return preferences.stringListValue(PreferenceKeys::terminalWindowClasses);
+    };
+    if (session_ == SessionKind::x11) {
+        pasteboard_ = std::make_unique<platform::QClipboardPasteboard>();
+        choose("pasteboard", "QClipboardPasteboard");
+        keySynthesizer_ = std::make_unique<platform::XTestKeySynthesizer>(terminalClasses);
+        choose("keySynthesizer", "XTestKeySynthesizer");
+        return;
+    }
+    // A Wayland client may set the clipboard only while it has the keyboard focus, which a tray
+    // application does not: the compositor's data control is the way, where it exists.
+    auto dataControl = std::make_unique<platform::WaylandDataControlPasteboard>();
+    if (dataControl->isAvailable()) {
+        pasteboard_ = std::move(dataControl);
+        choose("pasteboard", "WaylandDataControlPasteboard");
+    } else {
+        pasteboard_ = std::make_unique<platform::QClipboardPasteboard>();
+        choose("pasteboard", "QClipboardPasteboard (no compositor with data control)");
+    }
+    auto virtualKeyboard =
+        std::make_unique<platform::WaylandVirtualKeyboardSynthesizer>(terminalClasses);
+    if (virtualKeyboard->isAvailable()) {
+        keySynthesizer_ = std::move(virtualKeyboard);
+        choose("keySynthesizer", "WaylandVirtualKeyboardSynthesizer");
+    } else if (platform::PortalRemoteDesktopKeySynthesizer::isOffered()) {
+        // GNOME and KDE: the desktop asks once; its token keeps the permission from then on.
+        keySynthesizer_ = std::make_unique<platform::PortalRemoteDesktopKeySynthesizer>(
+            [&preferences] {
+                return preferences.stringValue(PreferenceKeys::remoteDesktopRestoreToken, "");
+            },
+            [&preferences](const std::string& token) {
+                preferences.setString(PreferenceKeys::remoteDesktopRestoreToken, token);
+            });
+        choose("keySynthesizer", "PortalRemoteDesktopKeySynthesizer");
+    } else {
+        keySynthesizer_ = std::make_unique<NoKeySynthesizer>();
+        choose("keySynthesizer", "none (no compositor with a virtual keyboard)");
+    }
 }
 
 std::vector<platform::InputMethodCommitter*> PlatformBackends::inputMethods() const {

@@ -3,15 +3,19 @@
 // PlatformBackends is the one place where the application's platform seams meet their backends.
 // The backend of each seam is chosen at run time from the session the process finds itself in
 // (XDG_SESSION_TYPE, WAYLAND_DISPLAY, DISPLAY): on X11 the trigger key is watched through XInput2
-// and the paste chord goes through XTest; elsewhere (Wayland, the console) the key is read from
-// /dev/input and there is no synthetic paste yet, so insertion relies on AT-SPI and the kept text.
-// Each choice is logged once, when the backends are made.
+// and the paste chord goes through XTest; under Wayland the key is read from /dev/input, and the
+// paste goes through the compositor's data control and virtual keyboard where it offers them
+// (wlroots), the chord through the remote-desktop portal elsewhere (GNOME, KDE), else it fails and
+// the kept text is the safety net; without the input group the key comes from the
+// global-shortcuts portal where there is one. Each choice is logged once, when the backends are
+// made.
 //
 // Made once by the start-up code on the main thread, after the QApplication exists; owned by the
 // application delegate for the life of the process and destroyed after everything that borrows
 // from it. The audio inputs handed out by makeAudioInput() are owned by their callers. The
 // preferences and the log are borrowed and must outlive the backends.
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -91,6 +95,9 @@ class PlatformBackends {
 
   private:
     PlatformBackends();
+    // The clipboard and the paste chord of this session, each choice logged through choose.
+    void choosePasteBackends(platform::Preferences& preferences,
+                             const std::function<void(const char*, const char*)>& choose);
 
     SessionKind session_ = SessionKind::x11;
     platform::Preferences* preferences_ = nullptr;

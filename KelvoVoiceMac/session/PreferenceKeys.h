@@ -29,6 +29,9 @@ struct PreferenceKeys {
 
     // Extra WM_CLASS names (string list) whose windows get Ctrl+Shift+V instead of Ctrl+V.
     static constexpr const char* terminalWindowClasses = "kvmac_terminalWindowClasses";
+    // The desktop portal's token that restores the permission to type the paste chord (GNOME,
+    // KDE under Wayland) without asking again.
+    static constexpr const char* remoteDesktopRestoreToken = "kvmac_remoteDesktopRestoreToken";
 
     // "automatic": the model engine when it is ready, else the fallback; "fallback": always the
     // fallback recogniser.

@@ -57,11 +57,22 @@ bool LinuxDesktopPermissions::hasInputMonitoringAccess(const std::string& trigge
 
 std::string LinuxDesktopPermissions::helpText(Workspace::PermissionPane pane, bool x11Session) {
     if (pane == Workspace::PermissionPane::accessibility) {
-        return "KelvoVoice types into other applications through the desktop's accessibility "
-               "interface (AT-SPI), which is off in this session.\n\n"
-               "Turn on assistive technologies in your desktop's accessibility settings, or run:\n"
-               "    gsettings set org.gnome.desktop.interface toolkit-accessibility true\n\n"
-               "Then log out and back in: applications check this setting when they start.";
+        std::string text =
+            "KelvoVoice types into other applications through the desktop's accessibility "
+            "interface (AT-SPI), which is off in this session.\n\n"
+            "Turn on assistive technologies in your desktop's accessibility settings, or run:\n"
+            "    gsettings set org.gnome.desktop.interface toolkit-accessibility true\n\n"
+            "Then log out and back in: applications check this setting when they start.";
+        if (!x11Session) {
+            text +=
+                "\n\nUnder Wayland, text also goes in through your input method (Fcitx5, IBus). "
+                "The clipboard paste for windows that neither reaches needs a compositor with "
+                "the data-control and virtual-keyboard protocols (Sway and other wlroots "
+                "compositors); on GNOME and KDE Plasma the desktop asks once whether KelvoVoice "
+                "may control the keyboard (remote desktop): allow it. Where the paste cannot "
+                "happen, the dictation is kept: choose \"Paste Last Dictation\".";
+        }
+        return text;
     }
     if (x11Session) {
         return "On X11, KelvoVoice sees the trigger key without any permission. If it does not "
@@ -71,7 +82,13 @@ std::string LinuxDesktopPermissions::helpText(Workspace::PermissionPane pane, bo
            "which only members of the \"input\" group may read.\n\n"
            "Add yourself to that group:\n"
            "    sudo usermod -aG input $USER\n\n"
-           "Then log out and back in for the new group to apply.";
+           "Then log out and back in for the new group to apply.\n\n"
+           "Without that, on desktops whose portal offers global shortcuts (KDE Plasma 5.27 and "
+           "later, GNOME 48 and later), KelvoVoice asks the desktop for the trigger as a "
+           "shortcut: confirm it in the dialog the desktop shows at the first start. The "
+           "desktop decides the key then, and a key the desktop does not allow alone (a lone "
+           "Ctrl) must be changed in its shortcut settings. Sway and other wlroots compositors "
+           "have no such portal: there the input group is the way.";
 }
 
 }  // namespace kelvo::platform

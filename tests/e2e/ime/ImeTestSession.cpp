@@ -32,10 +32,11 @@ QByteArray fileBytes(const QString& path) {
 
 }  // namespace
 
-Client startTarget(const std::string& kind) {
+Client startTarget(const std::string& kind, const QStringList& options) {
     int status = 0;
-    std::string state =
-        runProgram({KELVO_HEADLESS_SESSION, "target", QString::fromStdString(kind)}, &status);
+    std::string state = runProgram(
+        QStringList{KELVO_HEADLESS_SESSION, "target", QString::fromStdString(kind)} + options,
+        &status);
     if (status != 0) {
         return {};
     }

@@ -24,9 +24,9 @@ struct Client {
     std::function<bool()> active = {};
 };
 
-// Starts an insertion target (scripts/headless-session target KIND); the input-method variables of
-// this process's environment reach it.
-Client startTarget(const std::string& kind);
+// Starts an insertion target (scripts/headless-session target KIND [OPTIONS]); the input-method
+// variables of this process's environment reach it.
+Client startTarget(const std::string& kind, const QStringList& options = {});
 
 // xterm with input-method support (XIM server inputMethodName), its keyboard input copied byte for
 // byte into a file: no line editing, no echo, so nothing waits for a newline.

@@ -211,7 +211,8 @@ TEST_F(Fcitx5InsertionTest, WithoutAnInputContextAccessibilityTakesOverAndPasswo
 
 // A Mozc composition the user has pending when the dictation arrives stays pending, and the
 // dictated text goes in before it. mozc_server refuses to run as root (and fcitx5 then stalls), so
-// this runs only as another user: .ci/run runs it once more as one.
+// this runs only as another user (CTest runs it through scripts/as-test-user; .ci/run fails a
+// skip).
 TEST(MozcPreeditTest, APendingCompositionSurvivesTheDictation) {
 #ifndef KELVO_FCITX5_ADDON_LIBRARY
     GTEST_SKIP() << "the Fcitx5 addon was not built";

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -109,15 +110,10 @@ TEST(MarkdownFormatter, SimpleDocumentHasTitleAndCreatedOnly) {
         result("買う\n売る", SummaryLevel::cleanup, ProcessingMode::todo, {"A"}), {});
     EXPECT_EQ(document.body, "買う\n売る");
     EXPECT_TRUE(document.tags.empty());
-    EXPECT_EQ(MarkdownFormatter::render(document),
-              "---\n"
-              "created: \"2025-03-04T05:06:07Z\"\n"
-              "title: \"買う\"\n"
-              "---\n"
-              "\n"
-              "# 買う\n"
-              "\n"
-              "買う\n売る");
+    EXPECT_EQ(document.frontmatter,
+              (std::map<std::string, FrontmatterValue>{
+                  {"created", FrontmatterValue::string("2025-03-04T05:06:07Z")},
+                  {"title", FrontmatterValue::string("買う")}}));
 }
 
 TEST(MarkdownFormatter, RenderWritesValuesWithoutEscaping) {

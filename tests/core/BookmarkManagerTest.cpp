@@ -52,7 +52,6 @@ TEST_F(BookmarkManagerTest, BookmarkIsThereBetweenSaveAndRemove) {
     manager.saveBookmark(vault, "vault");
     EXPECT_TRUE(manager.hasBookmark("vault"));
     EXPECT_EQ(manager.resolveURL("vault"), vault);
-    EXPECT_TRUE(suiteContents("com.example.kelvo").contains("vault"));
     // A second manager on the same suite (a later launch) sees it.
     EXPECT_EQ(BookmarkManager("com.example.kelvo").resolveURL("vault"), vault);
 
@@ -60,15 +59,11 @@ TEST_F(BookmarkManagerTest, BookmarkIsThereBetweenSaveAndRemove) {
     EXPECT_FALSE(manager.hasBookmark("vault"));
     EXPECT_EQ(manager.resolveURL("vault"), std::nullopt);
     manager.removeBookmark("vault");  // nothing left: still fine
-}
 
-TEST_F(BookmarkManagerTest, SavedPathIsCanonicalAndRelativeOrLinkedPathsResolveToTheFolder) {
-    const BookmarkManager manager("suite");
-    const fs::path vault = makeFolder("real");
+    // The saved path is canonical: a linked or dotted path resolves to the folder itself.
     fs::create_directory_symlink(vault, temp_.path() / "link");
-
     manager.saveBookmark(temp_.path() / "link", "linked");
-    manager.saveBookmark(temp_.path() / "real" / ".." / "real", "dotted");
+    manager.saveBookmark(vault / ".." / vault.filename(), "dotted");
     EXPECT_EQ(manager.resolveURL("linked"), vault);
     EXPECT_EQ(manager.resolveURL("dotted"), vault);
 }
@@ -110,15 +105,15 @@ TEST_F(BookmarkManagerTest, ConfigurationHomeFallsBackToDotConfigUnderHome) {
 
 TEST_F(BookmarkManagerTest, FolderThatCannotBeBookmarkedGivesTheSystemMessage) {
     const BookmarkManager manager("suite");
-    const auto expectFailure = [&](const fs::path& url, const char* description) {
+    for (const auto& [url, reason] :
+         {std::pair{temp_.path() / "missing", "No such file or directory"},
+          std::pair{temp_.write("note.md", "text"), "Not a directory"}}) {
         const auto error =
             test::thrown<BookmarkManager::Error>([&] { manager.saveBookmark(url, "key"); });
         ASSERT_TRUE(error) << url;
         EXPECT_EQ(error->errorCase(), BookmarkManager::Error::Case::bookmarkCreationFailed);
-        EXPECT_STREQ(error->what(), description);
-    };
-    expectFailure(temp_.path() / "missing", "Failed to create bookmark: No such file or directory");
-    expectFailure(temp_.write("note.md", "text"), "Failed to create bookmark: Not a directory");
+        EXPECT_EQ(error->what(), std::string("Failed to create bookmark: ") + reason);
+    }
     EXPECT_FALSE(manager.hasBookmark("key"));
 }
 
@@ -175,7 +170,6 @@ TEST_F(BookmarkManagerTest, ReplacedFolderIsStaleAndTheBookmarkIsRewritten) {
     // Fresh data is not rewritten again.
     const auto modified = fs::last_write_time(suiteFile("suite"));
     EXPECT_EQ(manager.resolveURL("vault"), vault);
-    EXPECT_EQ(suiteContents("suite")["vault"], refreshed);
     EXPECT_EQ(fs::last_write_time(suiteFile("suite")), modified);
 
     // Nothing at the recorded path any more: no folder, and the data is kept.

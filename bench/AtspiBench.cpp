@@ -65,11 +65,12 @@ QCoro::Task<bool> insertOnce(std::string text) {
     auto value = co_await client->value(element);
     auto selected = co_await client->selectedText(element);
     auto range = co_await client->selectedTextRange(element);
-    const int error = co_await client->setSelectedText(element, std::move(text));
+    const AccessibilityClient::Outcome outcome =
+        co_await client->setSelectedText(element, std::move(text));
     auto valueAfter = co_await client->value(element);
     auto selectedAfter = co_await client->selectedText(element);
     auto rangeAfter = co_await client->selectedTextRange(element);
-    co_return error == 0 && valueAfter != value &&
+    co_return outcome == AccessibilityClient::Outcome::done&& valueAfter != value &&
         (selected || selectedAfter || range || rangeAfter);
 }
 

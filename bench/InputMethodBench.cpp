@@ -45,7 +45,9 @@ class NullTrace final : public platform::TraceOutput {
 class NoFocusAccessibility final : public platform::AccessibilityClient {
   public:
     bool isTrusted() const override { return true; }
-    QCoro::Task<FocusedElement> focusedElement() override { co_return FocusedElement{{}, -1}; }
+    QCoro::Task<FocusedElement> focusedElement() override {
+        co_return FocusedElement{{}, Outcome::noFocusedElement};
+    }
     QCoro::Task<std::optional<std::string>> value(
         std::shared_ptr<platform::AccessibleElement>) override {
         co_return std::nullopt;
@@ -58,9 +60,9 @@ class NoFocusAccessibility final : public platform::AccessibilityClient {
         std::shared_ptr<platform::AccessibleElement>) override {
         co_return std::nullopt;
     }
-    QCoro::Task<int> setSelectedText(std::shared_ptr<platform::AccessibleElement>,
-                                     std::string) override {
-        co_return -1;
+    QCoro::Task<Outcome> setSelectedText(std::shared_ptr<platform::AccessibleElement>,
+                                         std::string) override {
+        co_return Outcome::noFocusedElement;
     }
 };
 

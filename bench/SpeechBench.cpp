@@ -127,7 +127,11 @@ std::string recognise(kelvo::platform::PocketSphinxRecognizer& recognizer,
             const std::lock_guard lock(mutex);
             current = task;
         }
-        current->endAudio();
+        current->endAudio([&] {
+            const std::lock_guard lock(mutex);
+            done = true;
+            decoded.notify_all();
+        });
     }
     std::unique_lock lock(mutex);
     decoded.wait(lock, [&] { return done; });
@@ -164,12 +168,7 @@ void BM_RecognizerRealTimeFactor(benchmark::State& state) {
     std::condition_variable decoded;
     bool done = false;
     StillClock clock;
-    kelvo::platform::PocketSphinxRecognizer recognizer(
-        *model, clock, kelvo::platform::PocketSphinxRecognizer::defaultIdleRelease, [&] {
-            const std::lock_guard lock(mutex);
-            done = true;
-            decoded.notify_all();
-        });
+    kelvo::platform::PocketSphinxRecognizer recognizer(*model, clock);
     // Loads the model outside the measurement (about 0.3 s).
     recognise(recognizer, std::vector<std::int16_t>(16000, 1), mutex, decoded, done);
 

@@ -4,7 +4,6 @@
 #include <iterator>
 #include <ostream>
 
-#include "cli/DataLocations.h"
 #include "core/services/JsonFile.h"
 #include "core/support/Error.h"
 #include "core/support/Utf8.h"
@@ -47,14 +46,14 @@ std::filesystem::path CommandContext::dictionaryFile(const ParsedArguments& argu
     if (const auto path = arguments.value("--dictionary")) {
         return *path;
     }
-    return DataLocations(environment_).defaultDictionaryFile();
+    return environment_.dataLocations().dictionaryFile();
 }
 
 std::filesystem::path CommandContext::historyFile(const ParsedArguments& arguments) const {
     if (const auto path = arguments.value("--history")) {
         return *path;
     }
-    return DataLocations(environment_).defaultHistoryFile();
+    return environment_.dataLocations().historyFile();
 }
 
 }  // namespace kelvo::cli

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "core/support/DataLocations.h"
+
 namespace kelvo::cli {
 
 /// Read access to environment variables, injectable so that commands can be run in-process with
@@ -20,6 +22,9 @@ class Environment {
 
     /// The variable's value, or nothing when it is unset.
     std::optional<std::string> get(std::string_view name) const { return lookup_(name); }
+
+    /// The user's data folder and its files, by this environment's XDG_DATA_HOME and HOME.
+    DataLocations dataLocations() const { return DataLocations(lookup_); }
 
   private:
     Lookup lookup_;

@@ -6,8 +6,8 @@
 // while another process answers; the backend decides on which thread it does the work, but every
 // task resumes its awaiter on the main thread. Offsets and lengths in TextRange are in the
 // element's own units (UTF-16 units for Qt, code points for GTK) and are only compared, never
-// interpreted. Error codes are the backend's numeric codes, 0 meaning success; callers print them.
-// Owned by the application's wiring; called from the main thread.
+// interpreted. Failures are named Outcomes, which callers print by name (outcomeName()). Owned by
+// the application's wiring; called from the main thread.
 
 #include <memory>
 #include <optional>
@@ -21,6 +21,49 @@ namespace kelvo::platform {
 
 class AccessibilityClient {
   public:
+    // What became of a call: `done`, or why not.
+    enum class Outcome {
+        done,
+        accessibilityBusUnavailable,
+        noFocusedElement,
+        foreignElement,  // an element this client did not hand out
+        notText,
+        notEditable,
+        passwordField,
+        unsupportedToolkit,
+        noInsertionPoint,  // neither a selection nor a caret
+        invalidText,       // not UTF-8, or holds a NUL
+        callFailed,        // the application refused or did not answer in time
+    };
+
+    static constexpr const char* outcomeName(Outcome outcome) {
+        switch (outcome) {
+            case Outcome::done:
+                return "done";
+            case Outcome::accessibilityBusUnavailable:
+                return "accessibilityBusUnavailable";
+            case Outcome::noFocusedElement:
+                return "noFocusedElement";
+            case Outcome::foreignElement:
+                return "foreignElement";
+            case Outcome::notText:
+                return "notText";
+            case Outcome::notEditable:
+                return "notEditable";
+            case Outcome::passwordField:
+                return "passwordField";
+            case Outcome::unsupportedToolkit:
+                return "unsupportedToolkit";
+            case Outcome::noInsertionPoint:
+                return "noInsertionPoint";
+            case Outcome::invalidText:
+                return "invalidText";
+            case Outcome::callFailed:
+                break;
+        }
+        return "callFailed";
+    }
+
     struct TextRange {
         long location = 0;
         long length = 0;
@@ -29,9 +72,9 @@ class AccessibilityClient {
     };
 
     struct FocusedElement {
-        // Empty when nothing focusable has the focus; then errorCode says why.
+        // Empty when nothing focusable has the focus; then outcome says why.
         std::shared_ptr<AccessibleElement> element;
-        int errorCode = 0;
+        Outcome outcome = Outcome::done;
         // A field for secrets (a password field): nothing may be put there, not even through a
         // fallback that types or pastes. Backends refuse to read or write it.
         bool isSecureTextField = false;
@@ -53,10 +96,10 @@ class AccessibilityClient {
     virtual QCoro::Task<std::optional<TextRange>> selectedTextRange(
         std::shared_ptr<AccessibleElement> element) = 0;
 
-    // Replaces the selection (or inserts at the caret) with text; yields 0 or the error code. A
-    // 0 does not prove that anything changed: many applications report success and do nothing.
-    virtual QCoro::Task<int> setSelectedText(std::shared_ptr<AccessibleElement> element,
-                                             std::string text) = 0;
+    // Replaces the selection (or inserts at the caret) with text. `done` does not prove that
+    // anything changed: many applications report success and do nothing.
+    virtual QCoro::Task<Outcome> setSelectedText(std::shared_ptr<AccessibleElement> element,
+                                                 std::string text) = 0;
 };
 
 }  // namespace kelvo::platform

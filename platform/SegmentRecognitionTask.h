@@ -3,9 +3,13 @@
 // SegmentRecognitionTask is one running request of a SegmentRecognizer: the audio-buffer request
 // and the recognition task of the macOS Speech framework in one object. appendAudio() takes 16 kHz
 // mono int16 samples and never blocks on decoding (the samples are queued for the decode thread);
-// endAudio() says no more audio follows, so the last segment is decoded and reported as final;
-// cancel() stops decoding at once, after which the handler is called no more (a final result may
-// then never come). All three may be called from any thread, in any order, any number of times.
+// endAudio() says no more audio follows, so the last segment is decoded and reported as final, and
+// runs `decoded` (when given) once, on the recogniser's thread, after the end of the audio has been
+// decoded and its last result delivered (to whichever task of the dictation is current by then), or
+// as soon as that can no longer happen (the dictation was cancelled, the model could not be
+// loaded): a caller that wants every word waits for it before cancelling. cancel() stops decoding
+// at once, after which the handler is called no more (a final result may then never come). All
+// three may be called from any thread, in any order, any number of times.
 // The handler gets a result, an error, or both, on the recogniser's thread. Error codes follow the
 // Speech framework's numbering where there is one: 216 is "the request was cancelled", 1110 is "no
 // speech detected".
@@ -39,7 +43,7 @@ class SegmentRecognitionTask {
     virtual ~SegmentRecognitionTask() = default;
 
     virtual void appendAudio(std::span<const std::int16_t> samples16kMono) = 0;
-    virtual void endAudio() = 0;
+    virtual void endAudio(std::function<void()> decoded) = 0;
     virtual void cancel() = 0;
 };
 

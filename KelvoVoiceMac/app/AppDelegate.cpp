@@ -2,7 +2,6 @@
 
 #include <qcorofuture.h>
 #include <QCoreApplication>
-#include <QStandardPaths>
 #include <QTimer>
 #include <QtConcurrent/QtConcurrentRun>
 #include <cstdio>
@@ -14,12 +13,12 @@
 #include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "KelvoVoiceMac/shell/SingleInstance.h"
 #include "KelvoVoiceMac/shell/TrayHostWaiter.h"
+#include "core/support/DataLocations.h"
+#include "core/support/Error.h"
 
 namespace kelvo::app {
 namespace {
 
-constexpr const char* kApplicationFolderName = "KelvoVoiceMac";
-constexpr const char* kDictionaryFileName = "dictionary.json";
 constexpr const char* kLogIdentity = "KelvoVoice";
 
 // The engine loads its entries while it is built; that reads the disk, so it runs on a worker.
@@ -62,19 +61,19 @@ void AppDelegate::applicationDidFinishLaunching() {
 }
 
 std::filesystem::path AppDelegate::locateDictionaryFile(platform::SystemLog& systemLog) {
-    QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    if (dataHome.isEmpty()) {
+    std::filesystem::path file;
+    try {
+        file = DataLocations::ofProcess().dictionaryFile();
+    } catch (const Error&) {
         // Without a home there is nowhere to keep the user's dictionary at all.
         qFatal("KelvoVoice: no user data folder (neither XDG_DATA_HOME nor HOME is usable)");
     }
-    std::filesystem::path folder =
-        std::filesystem::path(dataHome.toStdString()) / kApplicationFolderName;
     std::error_code error;
-    std::filesystem::create_directories(folder, error);
+    std::filesystem::create_directories(file.parent_path(), error);
     if (error) {
         systemLog.write("[KelvoVoice] Failed to create dictionary directory: " + error.message());
     }
-    return folder / kDictionaryFileName;
+    return file;
 }
 
 QCoro::Task<> AppDelegate::runSetUp() {
@@ -201,6 +200,8 @@ void AppDelegate::buildSession() {
         .statusItem = *statusItem_,
     });
     *session = menuBarManager_;
+    // The session registered the preference defaults; the menu was built before it.
+    statusItem_->syncFillerRemovalCheck();
 
     TextInsertionService* inserter = textInsertionService_.get();
     globalHotkeyService_ = std::make_unique<GlobalHotkeyService>(GlobalHotkeyService::Dependencies{
@@ -228,7 +229,7 @@ void AppDelegate::handleRequest(const QString& request) {
 }
 
 void AppDelegate::preferenceChanged(const QString& key) {
-    if (key == QLatin1String(MenuBarManager::fillerRemovalEnabledKey) && statusItem_) {
+    if (key == QLatin1String(PreferenceKeys::fillerRemovalEnabled) && statusItem_) {
         statusItem_->syncFillerRemovalCheck();
     } else if (key == QLatin1String(PreferenceKeys::triggerKey) && backends_) {
         backends_->setTriggerKey(preferences_.stringValue(PreferenceKeys::triggerKey,

@@ -1,23 +1,21 @@
 #include "KelvoVoiceMac/app/PlatformBackends.h"
 
-#include <QStandardPaths>
 #include <cstdlib>
 #include <stdexcept>
 #include <string_view>
 
 #include "KelvoVoiceMac/app/PermissionHelpWorkspace.h"
-#include "KelvoVoiceMac/session/PreferenceKeys.h"
-#include "KelvoVoiceMac/session/PreferredModelEngine.h"
 #include "KelvoVoiceMac/app/PreferredSourceAudioInput.h"
+#include "KelvoVoiceMac/app/SpeechBackends.h"
 #include "KelvoVoiceMac/app/SwitchableKeyMonitor.h"
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "platform/AssetInstallationRequest.h"
 #include "platform/ModelTranscriber.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
 #include "platform/linux/EvdevKeyMonitor.h"
+#include "platform/linux/Fcitx5AddonInstaller.h"
 #include "platform/linux/Fcitx5InputMethodCommitter.h"
 #include "platform/linux/IBusInputMethodCommitter.h"
-#include "platform/linux/PocketSphinxModelLocator.h"
-#include "platform/linux/PocketSphinxRecognizerProvider.h"
 #include "platform/linux/PulseAudioInput.h"
 #include "platform/linux/QClipboardPasteboard.h"
 #include "platform/linux/X11Workspace.h"
@@ -54,6 +52,9 @@ class NoKeySynthesizer final : public platform::KeySynthesizer {
 };
 
 }  // namespace
+
+PlatformBackends::PlatformBackends()
+    : fcitx5Addon_(std::make_unique<platform::Fcitx5AddonInstaller>()) {}
 
 PlatformBackends::~PlatformBackends() = default;
 
@@ -135,30 +136,31 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
     choose("audioInput", "PulseAudioInput");
     // The model inventory exists in every build: the settings window lists and installs models
     // with it even where this build cannot run them yet.
-    backends->modelInventory_ = std::make_unique<ModelInventory>(
-        ModelCatalog::builtIn(), ModelInventory::defaultModelsFolder(),
-        ModelInventory::Settings{
-            preferences.stringValue(PreferenceKeys::modelName, ""),
-            preferences.stringValue(PreferenceKeys::modelDownloadBaseURL, ""),
-        });
-    backends->builtInModelEngine_ = std::make_unique<platform::BuiltInModelEngine>(
-        *backends->modelInventory_, clock,
-        preferences.intValue(PreferenceKeys::modelIdleReleaseMinutes,
-                             PreferenceKeys::defaultModelIdleReleaseMinutes),
-        [&systemLog](const std::string& line) { systemLog.write(line); });
+    backends->speech_ = std::make_unique<SpeechBackends>(
+        SpeechBackends::Options{
+            .locations = DataLocations::ofProcess(),
+            .catalog = ModelCatalog::builtIn(),
+            .modelSettings =
+                ModelInventory::Settings{
+                    preferences.stringValue(PreferenceKeys::modelName, ""),
+                    preferences.stringValue(PreferenceKeys::modelDownloadBaseURL, ""),
+                },
+            .modelIdleReleaseMinutes =
+                preferences.intValue(PreferenceKeys::modelIdleReleaseMinutes,
+                                     PreferenceKeys::defaultModelIdleReleaseMinutes),
+            .isModelEngineWanted =
+                [&preferences] {
+                    return preferences.stringValue(PreferenceKeys::recognitionEngine,
+                                                   PreferenceKeys::defaultRecognitionEngine) !=
+                           PreferenceKeys::recognitionEngineFallback;
+                },
+            .log = [&systemLog](const std::string& line) { systemLog.write(line); },
+            .systemLocale = platform::PocketSphinxModelLocator::systemLocale(),
+        },
+        clock);
     // The first dictation must not wait for the model: load and warm it up now.
-    backends->builtInModelEngine_->loadInBackground("ja-JP");
+    backends->speech_->builtInModelEngine().loadInBackground("ja-JP");
     choose("modelEngine", platform::BuiltInModelEngine::name());
-    backends->modelEngine_ = std::make_unique<PreferredModelEngine>(
-        backends->builtInModelEngine_->engine(), [&preferences] {
-            return preferences.stringValue(PreferenceKeys::recognitionEngine,
-                                           PreferenceKeys::defaultRecognitionEngine) !=
-                   PreferenceKeys::recognitionEngineFallback;
-        });
-    QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    backends->segmentRecognizers_ = std::make_unique<platform::PocketSphinxRecognizerProvider>(
-        platform::PocketSphinxModelLocator::standard(dataHome.toStdString()), clock,
-        platform::PocketSphinxModelLocator::systemLocale());
     choose("segmentRecognizer", "PocketSphinxRecognizerProvider");
     return backends;
 }
@@ -176,8 +178,20 @@ std::unique_ptr<platform::AudioInput> PlatformBackends::makeAudioInput() const {
         [preferences] { return preferences->stringValue(PreferenceKeys::microphoneSource, ""); });
 }
 
+platform::ModelEngine& PlatformBackends::modelEngine() {
+    return speech_->modelEngine();
+}
+
+ModelInventory& PlatformBackends::modelInventory() {
+    return speech_->modelInventory();
+}
+
+platform::SegmentRecognizerProvider& PlatformBackends::segmentRecognizers() {
+    return speech_->segmentRecognizers();
+}
+
 void PlatformBackends::setModelIdleReleaseMinutes(int minutes) {
-    builtInModelEngine_->setIdleReleaseMinutes(minutes);
+    speech_->builtInModelEngine().setIdleReleaseMinutes(minutes);
 }
 
 const std::string& PlatformBackends::triggerKey() const noexcept {

@@ -20,6 +20,7 @@
 #include "platform/AccessibilityClient.h"
 #include "platform/AudioInput.h"
 #include "platform/Clock.h"
+#include "platform/InputMethodAddonInstaller.h"
 #include "platform/InputMethodCommitter.h"
 #include "platform/KeyMonitor.h"
 #include "platform/KeySynthesizer.h"
@@ -29,11 +30,10 @@
 #include "platform/SegmentRecognizerProvider.h"
 #include "platform/SystemLog.h"
 #include "platform/Workspace.h"
-#include "platform/linux/Fcitx5AddonInstaller.h"
-#include "platform/whisper/BuiltInModelEngine.h"
 
 namespace kelvo::app {
 
+class SpeechBackends;
 class SwitchableKeyMonitor;
 
 class PlatformBackends {
@@ -67,24 +67,26 @@ class PlatformBackends {
     platform::KeySynthesizer& keySynthesizer() { return *keySynthesizer_; }
     platform::Workspace& workspace() { return *workspace_; }
     // The model engine as the session sees it: none while the settings ask for the fallback.
-    platform::ModelEngine& modelEngine() { return *modelEngine_; }
+    platform::ModelEngine& modelEngine();
     // The model files on this machine, shared by the engine and the settings window.
-    ModelInventory& modelInventory() { return *modelInventory_; }
+    ModelInventory& modelInventory();
     // A new idle time before the loaded model is released (the settings changed it).
     void setModelIdleReleaseMinutes(int minutes);
-    platform::SegmentRecognizerProvider& segmentRecognizers() { return *segmentRecognizers_; }
+    platform::SegmentRecognizerProvider& segmentRecognizers();
     platform::AudioInput& audioInput() { return *audioInput_; }
     // The input-method routes, tried in this order before accessibility insertion (each reports
     // when it cannot deliver, and the next path runs).
     std::vector<platform::InputMethodCommitter*> inputMethods() const;
-    const platform::Fcitx5AddonInstaller& fcitx5AddonInstaller() const { return fcitx5Addon_; }
+    const platform::InputMethodAddonInstaller& fcitx5AddonInstaller() const {
+        return *fcitx5Addon_;
+    }
 
     // A fresh microphone input for a second, independent capture (the test window's). Like the
     // session's, it follows the microphone chosen in the settings from its next capture on.
     std::unique_ptr<platform::AudioInput> makeAudioInput() const;
 
   private:
-    PlatformBackends() = default;
+    PlatformBackends();
 
     SessionKind session_ = SessionKind::x11;
     platform::Preferences* preferences_ = nullptr;
@@ -94,14 +96,11 @@ class PlatformBackends {
     std::unique_ptr<platform::Pasteboard> pasteboard_;
     std::unique_ptr<platform::KeySynthesizer> keySynthesizer_;
     std::unique_ptr<platform::Workspace> workspace_;
-    std::unique_ptr<ModelInventory> modelInventory_;
-    std::unique_ptr<platform::BuiltInModelEngine> builtInModelEngine_;
-    std::unique_ptr<platform::ModelEngine> modelEngine_;
-    std::unique_ptr<platform::SegmentRecognizerProvider> segmentRecognizers_;
+    std::unique_ptr<SpeechBackends> speech_;
     std::unique_ptr<platform::AudioInput> audioInput_;
     std::unique_ptr<platform::InputMethodCommitter> fcitx5_;
     std::unique_ptr<platform::InputMethodCommitter> ibus_;
-    platform::Fcitx5AddonInstaller fcitx5Addon_;
+    std::unique_ptr<platform::InputMethodAddonInstaller> fcitx5Addon_;
 };
 
 }  // namespace kelvo::app

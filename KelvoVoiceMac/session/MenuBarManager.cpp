@@ -5,6 +5,7 @@
 
 #include "KelvoVoiceMac/session/ClockSleep.h"
 #include "KelvoVoiceMac/session/DictationTrigger.h"
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "platform/LogFormat.h"
 
 namespace kelvo::app {
@@ -33,7 +34,7 @@ MenuBarManager::MenuBarManager(Dependencies dependencies)
       systemLog_(dependencies.systemLog),
       traceOutput_(dependencies.traceOutput),
       statusItem_(dependencies.statusItem) {
-    preferences_.registerDefault(fillerRemovalEnabledKey, true);
+    PreferenceKeys::registerDefaults(preferences_);
     statusItem_.refresh(recordingState_);
     statusItem_.setDictationItemEnabled(true);
 }
@@ -217,14 +218,9 @@ QCoro::Task<> MenuBarManager::runStartTask() {
 
 OwnedTask MenuBarManager::consumeEvents(std::shared_ptr<Channel<TranscriptionEvent>> events) {
     while (auto event = co_await events->next()) {
-        if (event->kind == TranscriptionEvent::Kind::partial) {
-            partialText_ = event->text;
-            traceOutput_.write(kPartialPrefix + event->text);
-        } else {
-            confirmedText_ += event->text;
-            partialText_.clear();
-            traceOutput_.write(kFinalPrefix + event->text);
-        }
+        transcript_.apply(*event);
+        const bool isPartial = event->kind == TranscriptionEvent::Kind::partial;
+        traceOutput_.write((isPartial ? kPartialPrefix : kFinalPrefix) + event->text);
     }
 }
 
@@ -249,32 +245,23 @@ QCoro::Task<> MenuBarManager::finish(platform::Clock::Duration drainWait, bool d
         co_await task;
     }
 
-    // A trailing partial that never became final is kept, joined without a separator.
-    std::string text = confirmedText_ + partialText_;
-    if (!discarding && !text.empty()) {
-        if (dictionaryEngine_) {
-            auto corrected = dictionaryEngine_->apply(text, DictionaryScope::all);
-            text = std::move(corrected.text);
-            if (!corrected.usedEntryIDs.empty()) {
-                log("[KelvoVoice] Dictionary corrections applied count=" +
-                    std::to_string(corrected.usedEntryIDs.size()));
-            }
-        }
+    if (!discarding) {
         // Read at every stop, so a menu toggle applies from the next dictation on.
-        if (preferences_.boolValue(fillerRemovalEnabledKey)) {
-            auto cleaned = fillerRemovalEngine_.removeFillers(text);
-            if (cleaned != text) {
-                log("[KelvoVoice] Filler removal applied");
-            }
-            text = std::move(cleaned);
+        DictationTranscript::Finished finished = transcript_.finished(
+            dictionaryEngine_.get(), preferences_.boolValue(PreferenceKeys::fillerRemovalEnabled));
+        if (finished.correctionCount > 0) {
+            log("[KelvoVoice] Dictionary corrections applied count=" +
+                std::to_string(finished.correctionCount));
         }
-        if (!text.empty()) {
-            co_await insertAndRemember(std::move(text));
+        if (finished.fillersRemoved) {
+            log("[KelvoVoice] Filler removal applied");
+        }
+        if (!finished.text.empty()) {
+            co_await insertAndRemember(std::move(finished.text));
         }
     }
 
-    confirmedText_.clear();
-    partialText_.clear();
+    transcript_.clear();
     setRecordingState(RecordingState::idle);
     endTransition();
 }

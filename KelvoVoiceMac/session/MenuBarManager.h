@@ -4,9 +4,10 @@
 // menu and the trigger-key gestures, runs them through a state machine that never lets two
 // transitions overlap (a stop or discard that arrives while the microphone is still opening is
 // queued and run when the start completes), folds the recogniser's partial and final results into
-// the session text, and at the end corrects it with the user dictionary, removes fillers when the
-// user wants that, and hands it to the inserter. It also keeps the last dictated text so that the
-// menu can paste it again, and so that nothing said is lost when insertion fails.
+// the session's DictationTranscript, and at the end hands the transcript's finished text (corrected
+// with the user dictionary, fillers removed when the user wants that) to the inserter. It also
+// keeps the last dictated text so that the menu can paste it again, and so that nothing said is
+// lost when insertion fails.
 //
 // Confined to the main thread: requests are synchronous calls that return at once; the start,
 // finish and consumption work runs as coroutines launched through the clock (never inline in the
@@ -27,12 +28,12 @@
 #include "KelvoVoiceMac/session/DictationRecognizer.h"
 #include "KelvoVoiceMac/session/DictationRequestHandler.h"
 #include "KelvoVoiceMac/session/DictationTextInserter.h"
+#include "KelvoVoiceMac/session/DictationTranscript.h"
 #include "KelvoVoiceMac/session/OwnedTask.h"
 #include "KelvoVoiceMac/session/RecordingState.h"
 #include "KelvoVoiceMac/session/StatusItemPresenter.h"
 #include "KelvoVoiceMac/session/TranscriptionEvent.h"
 #include "core/engines/DictionaryCorrectionEngine.h"
-#include "core/engines/FillerRemovalEngine.h"
 #include "core/models/DictionaryStore.h"
 #include "platform/Clock.h"
 #include "platform/Preferences.h"
@@ -58,11 +59,10 @@ class MenuBarManager final : public DictationRequestHandler {
         StatusItemPresenter& statusItem;
     };
 
-    static constexpr const char* fillerRemovalEnabledKey = "kvmac_fillerRemovalEnabled";
     static constexpr platform::Clock::Duration finalPartialDrainWait =
         std::chrono::milliseconds(650);
 
-    // Registers the default (true) of the filler setting and shows the idle status.
+    // Registers the preference defaults (the filler setting's is true) and shows the idle status.
     explicit MenuBarManager(Dependencies dependencies);
     ~MenuBarManager() override;
 
@@ -82,8 +82,8 @@ class MenuBarManager final : public DictationRequestHandler {
 
     RecordingState recordingState() const noexcept { return recordingState_; }
     bool isTransitioning() const noexcept { return isTransitioning_; }
-    const std::string& partialText() const noexcept { return partialText_; }
-    const std::string& confirmedText() const noexcept { return confirmedText_; }
+    const std::string& partialText() const noexcept { return transcript_.partialText(); }
+    const std::string& confirmedText() const noexcept { return transcript_.confirmedText(); }
     const std::optional<std::string>& queuedStopTrigger() const noexcept {
         return queuedStopTrigger_;
     }
@@ -130,12 +130,10 @@ class MenuBarManager final : public DictationRequestHandler {
     platform::SystemLog& systemLog_;
     platform::TraceOutput& traceOutput_;
     StatusItemPresenter& statusItem_;
-    FillerRemovalEngine fillerRemovalEngine_;
 
     // Owns the reader's frame, so a manager destroyed mid-dictation frees it too.
     std::optional<OwnedTask> transcriptionTask_;
-    std::string partialText_;
-    std::string confirmedText_;
+    DictationTranscript transcript_;
     std::optional<std::string> queuedStopTrigger_;
     bool queuedDiscard_ = false;
     bool isTransitioning_ = false;

@@ -1,14 +1,25 @@
 #pragma once
 
-// PreferenceKeys names the user settings that the settings window writes and the application's
-// wiring reads at the start of each dictation, with the default that applies while a key was never
-// written. One home for both, so the writer and the readers cannot drift apart. The filler setting
-// keeps its home in MenuBarManager (fillerRemovalEnabledKey), which registers its default. Start at
-// login is not a preference: it is the presence of the XDG autostart entry (AutostartEntry).
+// PreferenceKeys names the user settings that the menu and the settings window write and the
+// session and the application's wiring read, with the default that applies while a key was never
+// written. One home for both, so the writer and the readers cannot drift apart. Boolean defaults
+// are registered with the preferences (registerDefaults(), which the session controller calls once
+// when it is built); the others are passed by each reader as its fallback. Start at login is not a
+// preference: it is the presence of the XDG autostart entry (AutostartEntry).
+
+#include "platform/Preferences.h"
 
 namespace kelvo::app {
 
 struct PreferenceKeys {
+    // Whether filler words are removed from the finished text; read at every stop.
+    static constexpr const char* fillerRemovalEnabled = "kvmac_fillerRemovalEnabled";
+    static constexpr bool defaultFillerRemovalEnabled = true;
+
+    // Whether the input-method route (Fcitx5, IBus) is tried before accessibility insertion.
+    static constexpr const char* inputMethodInsertionEnabled = "kvmac_inputMethodInsertionEnabled";
+    static constexpr bool defaultInputMethodInsertionEnabled = true;
+
     // X keysym name of the push-to-talk key.
     static constexpr const char* triggerKey = "kvmac_triggerKey";
     static constexpr const char* defaultTriggerKey = "Control_R";
@@ -33,6 +44,12 @@ struct PreferenceKeys {
     static constexpr int defaultModelIdleReleaseMinutes = 10;
     // Download mirror; empty uses the catalogue's own URLs.
     static constexpr const char* modelDownloadBaseURL = "kvmac_modelDownloadBaseURL";
+
+    static void registerDefaults(platform::Preferences& preferences) {
+        preferences.registerDefault(fillerRemovalEnabled, defaultFillerRemovalEnabled);
+        preferences.registerDefault(inputMethodInsertionEnabled,
+                                    defaultInputMethodInsertionEnabled);
+    }
 };
 
 }  // namespace kelvo::app

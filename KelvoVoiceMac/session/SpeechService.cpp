@@ -66,6 +66,9 @@ SpeechService::~SpeechService() {
     if (outputContinuation_) {
         outputContinuation_->close();
     }
+    if (inputDecoded_) {
+        inputDecoded_->close();
+    }
 }
 
 void SpeechService::trace(const std::string& line) const {
@@ -90,6 +93,7 @@ std::shared_ptr<Channel<TranscriptionEvent>> SpeechService::startTranscription(
     std::shared_ptr<Channel<AudioBuffer>> audio) {
     auto output = std::make_shared<Channel<TranscriptionEvent>>();
     outputContinuation_ = output;
+    inputDecoded_ = std::make_shared<Channel<bool>>();
     isActive_ = true;
     const std::uint64_t dictation = ++dictation_;
     // Runs until its first suspension (handing the blocking work to a background thread), so this
@@ -235,6 +239,8 @@ void SpeechService::startAnalyzer(std::shared_ptr<ModelTranscriber> transcriber,
                                   std::shared_ptr<Channel<TranscriptionEvent>> output) {
     analyzer_ = transcriber;
     activeEngine_ = TranscriptionEngine::speechAnalyzer;
+    // stop() finalises the model engine through the end of its input.
+    inputDecoded_->close();
     platform::TraceOutput& traceOutput = trace_;
     const std::weak_ptr<SpeechService> weakSelf = weak_from_this();
 
@@ -301,6 +307,7 @@ void SpeechService::startLegacy(std::shared_ptr<Channel<AudioBuffer>> audio,
     if (!recognizer || !recognizer->isAvailable()) {
         trace("No SFSpeechRecognizer available");
         output->close();
+        inputDecoded_->close();
         return;
     }
     legacyRecognizer_ = recognizer;
@@ -309,7 +316,7 @@ void SpeechService::startLegacy(std::shared_ptr<Channel<AudioBuffer>> audio,
     const std::weak_ptr<SpeechService> weakSelf = weak_from_this();
     auto cancelled = std::make_shared<std::atomic<bool>>(false);
     audioConsumerTask_ =
-        BackgroundTask{runOnBackgroundThread([weakSelf, audio, cancelled] {
+        BackgroundTask{runOnBackgroundThread([weakSelf, audio, cancelled, decoded = inputDecoded_] {
                            while (std::optional<AudioBuffer> buffer = audio->receive()) {
                                std::shared_ptr<SpeechService> self = weakSelf.lock();
                                if (!self || !self->isActive_ || *cancelled) {
@@ -319,10 +326,14 @@ void SpeechService::startLegacy(std::shared_ptr<Channel<AudioBuffer>> audio,
                                    task->appendAudio(buffer->samples);
                                }
                            }
+                           std::shared_ptr<platform::SegmentRecognitionTask> task;
                            if (std::shared_ptr<SpeechService> self = weakSelf.lock()) {
-                               if (auto task = self->legacyTask_.load()) {
-                                   task->endAudio();
-                               }
+                               task = self->legacyTask_.load();
+                           }
+                           if (task) {
+                               task->endAudio([decoded] { decoded->close(); });
+                           } else {
+                               decoded->close();
                            }
                        }),
                        cancelled};
@@ -404,7 +415,7 @@ QCoro::Task<> SpeechService::stop() {
     if (activeEngine_ == TranscriptionEngine::legacy) {
         if (auto task = legacyTask_.load()) {
             task->cancel();
-            task->endAudio();
+            task->endAudio(nullptr);
         }
         for (std::optional<BackgroundTask>* background :
              {&analysisTask_, &resultsTask_, &audioConsumerTask_}) {
@@ -440,7 +451,18 @@ QCoro::Task<> SpeechService::stop() {
     if (outputContinuation_) {
         outputContinuation_->close();
     }
+    if (inputDecoded_) {
+        inputDecoded_->close();
+    }
     reset();
+}
+
+QCoro::Task<> SpeechService::finishInput() {
+    const std::shared_ptr<SpeechService> keepAlive = weak_from_this().lock();
+    if (const std::shared_ptr<Channel<bool>> decoded = inputDecoded_) {
+        co_await decoded->next();
+    }
+    co_await stop();
 }
 
 void SpeechService::reset() {
@@ -451,6 +473,7 @@ void SpeechService::reset() {
     legacyRecognizer_.reset();
     legacyTask_.store(nullptr);
     outputContinuation_.reset();
+    inputDecoded_.reset();
     activeEngine_.reset();
 }
 

@@ -70,6 +70,13 @@ class SpeechService final : public DictationRecognizer,
     // After it returns, every final result the engine produced is on the stream, which is closed.
     QCoro::Task<> stop() override;
 
+    // Stops once the engine has decoded the end of the audio: for a caller that has ended the audio
+    // stream and wants every word of it, where stop() would cancel the segment recogniser's last
+    // segment. The model engine finalises through the end of its input in stop() itself, so that
+    // runs as soon as the engine is chosen; the segment recogniser is first left to decode the rest
+    // of its queued audio. Called instead of stop(), on the main thread.
+    QCoro::Task<> finishInput();
+
     std::optional<TranscriptionEngine> activeEngine() const noexcept { return activeEngine_; }
 
   private:
@@ -138,6 +145,10 @@ class SpeechService final : public DictationRecognizer,
     std::optional<BackgroundTask> analysisTask_;
     std::optional<BackgroundTask> resultsTask_;
     std::shared_ptr<Channel<TranscriptionEvent>> outputContinuation_;
+    // Closed once stop() may end the dictation without losing its audio: the engine was chosen and
+    // is the model engine, or the segment recogniser has decoded the end of the audio, or nothing
+    // will ever decode it. What finishInput() waits for; replaced at every start.
+    std::shared_ptr<Channel<bool>> inputDecoded_;
     std::optional<BackgroundTask> audioConsumerTask_;
     // Numbers the dictations so that a late start-up or restart of an earlier one does nothing.
     std::atomic<std::uint64_t> dictation_ = 0;

@@ -4,6 +4,7 @@
 
 #include "KelvoVoiceMac/session/CancellationToken.h"
 #include "KelvoVoiceMac/session/ClockSleep.h"
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "platform/LogFormat.h"
 
 namespace kelvo::app {
@@ -22,11 +23,7 @@ TextInsertionService::TextInsertionService(Dependencies dependencies)
       clock_(dependencies.clock),
       traceOutput_(dependencies.traceOutput),
       inputMethods_(std::move(dependencies.inputMethods)),
-      preferences_(dependencies.preferences) {
-    if (preferences_) {
-        preferences_->registerDefault(inputMethodInsertionEnabledKey, true);
-    }
-}
+      preferences_(dependencies.preferences) {}
 
 QCoro::Task<bool> TextInsertionService::insert(std::string text, bool restore) {
     if (text.empty()) {
@@ -80,7 +77,7 @@ void TextInsertionService::openAccessibilitySettings() {
 QCoro::Task<TextInsertionService::InputMethodResult> TextInsertionService::insertWithInputMethod(
     const std::string& text) {
     if (inputMethods_.empty() ||
-        (preferences_ && !preferences_->boolValue(inputMethodInsertionEnabledKey))) {
+        (preferences_ && !preferences_->boolValue(PreferenceKeys::inputMethodInsertionEnabled))) {
         co_return InputMethodResult::notInserted;
     }
     using Outcome = platform::InputMethodCommitter::Outcome;
@@ -125,17 +122,18 @@ TextInsertionService::insertWithAccessibility(const std::string& text) {
         co_return AccessibilityResult::refused;
     }
     if (!focused.element) {
-        traceOutput_.write("[TextInsertion] Failed to get focused UI element: " +
-                           std::to_string(focused.errorCode));
+        traceOutput_.write(std::string("[TextInsertion] Failed to get focused UI element: ") +
+                           platform::AccessibilityClient::outcomeName(focused.outcome));
         co_return AccessibilityResult::failed;
     }
     auto element = focused.element;
     auto before = co_await readElementState(element);
 
-    int errorCode = co_await accessibility_.setSelectedText(element, text);
-    if (errorCode != 0) {
-        traceOutput_.write("[TextInsertion] Failed to set selected text with AX: " +
-                           std::to_string(errorCode));
+    const platform::AccessibilityClient::Outcome outcome =
+        co_await accessibility_.setSelectedText(element, text);
+    if (outcome != platform::AccessibilityClient::Outcome::done) {
+        traceOutput_.write(std::string("[TextInsertion] Failed to set selected text with AX: ") +
+                           platform::AccessibilityClient::outcomeName(outcome));
         co_return AccessibilityResult::failed;
     }
 

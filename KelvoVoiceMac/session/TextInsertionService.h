@@ -53,8 +53,6 @@ class TextInsertionService final : public DictationTextInserter {
         platform::Preferences* preferences = nullptr;
     };
 
-    static constexpr char inputMethodInsertionEnabledKey[] = "kvmac_inputMethodInsertionEnabled";
-
     static constexpr platform::Clock::Duration verificationWait = std::chrono::milliseconds(120);
     // The earliest restore after the chord, even when the fetch is seen sooner: some targets
     // fetch more than once (several formats) right after the first request.

@@ -8,6 +8,7 @@
 #include <QSvgRenderer>
 #include <QTimer>
 
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "platform/LogFormat.h"
 
 namespace kelvo::app {
@@ -58,7 +59,6 @@ TrayStatusItem::TrayStatusItem(Dependencies dependencies)
       permissions_(std::move(dependencies.permissions)),
       actions_(std::move(dependencies.actions)),
       menu_(std::make_unique<QMenu>()) {
-    preferences_.registerDefault(fillerRemovalEnabledKey, true);
     buildMenu();
 }
 
@@ -83,7 +83,8 @@ void TrayStatusItem::buildMenu() {
 
     fillerRemovalMenuItem_ = menu.addAction(QStringLiteral("フィラーカット"));
     fillerRemovalMenuItem_->setCheckable(true);
-    fillerRemovalMenuItem_->setChecked(preferences_.boolValue(fillerRemovalEnabledKey));
+    fillerRemovalMenuItem_->setChecked(
+        preferences_.boolValue(PreferenceKeys::fillerRemovalEnabled));
     // triggered() has already flipped the check mark; the preference decides it again below.
     QObject::connect(fillerRemovalMenuItem_, &QAction::triggered,
                      [this] { toggleFillerRemoval(); });
@@ -186,16 +187,17 @@ void TrayStatusItem::logStatus(const char* reason) {
 }
 
 void TrayStatusItem::toggleFillerRemoval() {
-    bool enabled = !preferences_.boolValue(fillerRemovalEnabledKey);
-    preferences_.setBool(fillerRemovalEnabledKey, enabled);
-    bool stored = preferences_.boolValue(fillerRemovalEnabledKey);
+    bool enabled = !preferences_.boolValue(PreferenceKeys::fillerRemovalEnabled);
+    preferences_.setBool(PreferenceKeys::fillerRemovalEnabled, enabled);
+    bool stored = preferences_.boolValue(PreferenceKeys::fillerRemovalEnabled);
     fillerRemovalMenuItem_->setChecked(stored);
     systemLog_.write(std::string("[KelvoVoice] Filler removal enabled=") +
                      platform::boolText(stored));
 }
 
 void TrayStatusItem::syncFillerRemovalCheck() {
-    fillerRemovalMenuItem_->setChecked(preferences_.boolValue(fillerRemovalEnabledKey));
+    fillerRemovalMenuItem_->setChecked(
+        preferences_.boolValue(PreferenceKeys::fillerRemovalEnabled));
 }
 
 void TrayStatusItem::checkAccessibilityPermission() {

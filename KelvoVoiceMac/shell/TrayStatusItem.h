@@ -66,7 +66,6 @@ class TrayStatusItem final : public StatusItemPresenter {
 
     static constexpr const char* idleSymbol = "mic.fill";
     static constexpr const char* recordingSymbol = "mic.badge.waveform";
-    static constexpr const char* fillerRemovalEnabledKey = "kvmac_fillerRemovalEnabled";
 
     explicit TrayStatusItem(Dependencies dependencies);
     ~TrayStatusItem() override;

@@ -8,8 +8,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-#include "KelvoVoiceMac/session/TextInsertionService.h"
-#include "platform/linux/Fcitx5AddonInstaller.h"
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
 
 namespace kelvo::app {
 
@@ -26,7 +25,7 @@ QString statusText(const platform::InputMethodCommitter::Result& result) {
 
 InputMethodSettingsSection::InputMethodSettingsSection(
     platform::Preferences& preferences, std::vector<platform::InputMethodCommitter*> committers,
-    const platform::Fcitx5AddonInstaller* installer, QWidget* parent)
+    const platform::InputMethodAddonInstaller* installer, QWidget* parent)
     : QGroupBox(QStringLiteral("Input Method"), parent),
       preferences_(preferences),
       committers_(std::move(committers)),
@@ -38,10 +37,9 @@ InputMethodSettingsSection::InputMethodSettingsSection(
         QStringLiteral("Insert through the input method (Fcitx5, IBus) when it can take the text"),
         this);
     enabled->setObjectName(QStringLiteral("inputMethodToggle"));
-    enabled->setChecked(
-        preferences_.boolValue(TextInsertionService::inputMethodInsertionEnabledKey));
+    enabled->setChecked(preferences_.boolValue(PreferenceKeys::inputMethodInsertionEnabled));
     connect(enabled, &QCheckBox::clicked, this, [this](bool checked) {
-        preferences_.setBool(TextInsertionService::inputMethodInsertionEnabledKey, checked);
+        preferences_.setBool(PreferenceKeys::inputMethodInsertionEnabled, checked);
     });
     column->addWidget(enabled);
 
@@ -104,7 +102,7 @@ QCoro::Task<> InputMethodSettingsSection::probeAll() {
 }
 
 void InputMethodSettingsSection::showInstallation() {
-    using Installation = platform::Fcitx5AddonInstaller::Installation;
+    using Installation = platform::InputMethodAddonInstaller::Installation;
     switch (installer_->installation()) {
         case Installation::systemWide:
             installationLabel_->setText(QStringLiteral("Installed for all users."));

@@ -14,15 +14,12 @@
 #include <QGroupBox>
 #include <vector>
 
+#include "platform/InputMethodAddonInstaller.h"
 #include "platform/InputMethodCommitter.h"
 #include "platform/Preferences.h"
 
 class QLabel;
 class QPushButton;
-
-namespace kelvo::platform {
-class Fcitx5AddonInstaller;
-}
 
 namespace kelvo::app {
 
@@ -33,7 +30,7 @@ class InputMethodSettingsSection final : public QGroupBox {
     // installer may be null (no Fcitx5 addon in this build): the install row is left out.
     InputMethodSettingsSection(platform::Preferences& preferences,
                                std::vector<platform::InputMethodCommitter*> committers,
-                               const platform::Fcitx5AddonInstaller* installer,
+                               const platform::InputMethodAddonInstaller* installer,
                                QWidget* parent = nullptr);
 
     // Asks every committer for its status again; the labels change when the answers arrive.
@@ -52,7 +49,7 @@ class InputMethodSettingsSection final : public QGroupBox {
 
     platform::Preferences& preferences_;
     std::vector<platform::InputMethodCommitter*> committers_;
-    const platform::Fcitx5AddonInstaller* installer_;
+    const platform::InputMethodAddonInstaller* installer_;
     std::vector<QLabel*> statusLabels_;
     QLabel* installationLabel_ = nullptr;
     QPushButton* installButton_ = nullptr;

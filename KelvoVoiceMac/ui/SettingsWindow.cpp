@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <exception>
 
-#include "KelvoVoiceMac/session/MenuBarManager.h"
 #include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "KelvoVoiceMac/ui/TriggerKeyField.h"
 #include "KelvoVoiceMac/ui/WindowStyle.h"
@@ -144,11 +143,10 @@ QWidget* SettingsWindow::makeDictationGroup() {
     fillerRemovalToggle_ =
         new QCheckBox(QStringLiteral("Remove filler words (フィラーカット)"), group);
     fillerRemovalToggle_->setObjectName(QStringLiteral("fillerRemovalToggle"));
-    fillerRemovalToggle_->setChecked(
-        preferences_.boolValue(MenuBarManager::fillerRemovalEnabledKey));
+    fillerRemovalToggle_->setChecked(preferences_.boolValue(PreferenceKeys::fillerRemovalEnabled));
     connect(fillerRemovalToggle_, &QCheckBox::clicked, this, [this](bool checked) {
-        preferences_.setBool(MenuBarManager::fillerRemovalEnabledKey, checked);
-        changed(MenuBarManager::fillerRemovalEnabledKey);
+        preferences_.setBool(PreferenceKeys::fillerRemovalEnabled, checked);
+        changed(PreferenceKeys::fillerRemovalEnabled);
     });
     form->addRow(QString(), fillerRemovalToggle_);
     return group;

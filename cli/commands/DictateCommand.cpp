@@ -20,28 +20,26 @@
 #include <thread>
 #include <vector>
 
+#include "KelvoVoiceMac/app/SpeechBackends.h"
 #include "KelvoVoiceMac/session/AudioBuffer.h"
 #include "KelvoVoiceMac/session/AudioCaptureService.h"
 #include "KelvoVoiceMac/session/AudioConverter.h"
 #include "KelvoVoiceMac/session/CaptureError.h"
 #include "KelvoVoiceMac/session/Channel.h"
+#include "KelvoVoiceMac/session/DictationTranscript.h"
 #include "KelvoVoiceMac/session/PreferenceKeys.h"
-#include "KelvoVoiceMac/session/PreferredModelEngine.h"
 #include "KelvoVoiceMac/session/SpeechService.h"
 #include "KelvoVoiceMac/session/TranscriptionEvent.h"
-#include "cli/DataLocations.h"
 #include "cli/commands/AudioFileReader.h"
 #include "cli/commands/CommandGroups.h"
 #include "cli/commands/DictionaryAccess.h"
 #include "cli/commands/ModelInventoryAccess.h"
 #include "cli/commands/SecondsOption.h"
-#include "core/engines/FillerRemovalEngine.h"
 #include "core/models/Json.h"
 #include "platform/AudioInputError.h"
 #include "platform/QtClock.h"
 #include "platform/TraceOutput.h"
 #include "platform/linux/PocketSphinxModelLocator.h"
-#include "platform/linux/PocketSphinxRecognizerProvider.h"
 #include "platform/linux/PulseAudioInput.h"
 #include "platform/whisper/BuiltInModelEngine.h"
 
@@ -51,6 +49,7 @@ namespace {
 
 using app::AudioBuffer;
 using app::Channel;
+using app::DictationTranscript;
 using app::PreferenceKeys;
 using app::TranscriptionEvent;
 
@@ -62,9 +61,7 @@ struct Signal {
     enum class Kind {
         event,          // a recogniser event
         eventsEnded,    // SpeechService finished its event stream
-        audioDecoded,   // the recogniser has decoded the end of the audio
         stopRequested,  // Enter, Ctrl+C, SIGTERM or --seconds
-        recheck,        // look again whether an engine has been chosen
         trace,          // a "[SpeechService] ..." line (--trace)
     };
     Kind kind;
@@ -88,11 +85,6 @@ class SignalTraceOutput final : public platform::TraceOutput {
 };
 
 constexpr std::string_view kRecognitionErrorTrace = "[SpeechService] Recognition error: ";
-
-std::filesystem::path dataHome(const Environment& environment) {
-    // The data folder's parent: the same rules as the dictionary's location.
-    return DataLocations(environment).applicationFolder().parent_path();
-}
 
 /// The recogniser's audio for a file: the file's reads through the application's converter, as
 /// live audio would come from the capture service. Throws when the file cannot be read or holds no
@@ -207,9 +199,9 @@ struct DictateOptions {
 
 /// One dictation: the application's recognition path (converter, SpeechService with the
 /// application's engines, the model engine built the same way, recognisers) on a file or the
-/// microphone, ending with the text composed as the session composes it (the confirmed finals
-/// plus the last partial). The model that serves the locale starts loading at construction, so
-/// that it is ready, or nearly, when the audio comes; construction throws kelvo::Error when
+/// microphone, ending with the session's own transcript of it. The model that serves the locale
+/// starts loading at construction, so that it is ready, or nearly, when the audio comes;
+/// construction throws kelvo::Error when
 /// --model names no installed model for the locale.
 class Dictation {
   public:
@@ -219,25 +211,31 @@ class Dictation {
           diagnostics_(diagnostics),
           signals_(std::make_shared<Signals>()),
           trace_(signals_),
-          models_(openModelInventory(environment, {options.model.value_or(""), ""})),
-          builtInModelEngine_(models_, clock_, PreferenceKeys::defaultModelIdleReleaseMinutes,
-                              [signals = signals_](const std::string& line) {
-                                  signals->send(Signal{Signal::Kind::trace, {}, line});
-                              }),
-          modelEngine_(builtInModelEngine_.engine(),
-                       [wanted = options.engine != PreferenceKeys::recognitionEngineFallback] {
-                           return wanted;
-                       }),
-          recognizers_(platform::PocketSphinxModelLocator::standard(dataHome(environment)), clock_,
-                       platform::PocketSphinxModelLocator::systemLocale(),
-                       platform::PocketSphinxRecognizer::defaultIdleRelease,
-                       [signals = signals_] { signals->send(Signal{Signal::Kind::audioDecoded}); }),
+          backends_(app::SpeechBackends::Options{
+                        .locations = environment.dataLocations(),
+                        .catalog = openModelCatalog(environment),
+                        .modelSettings = {options.model.value_or(""), ""},
+                        .modelIdleReleaseMinutes = PreferenceKeys::defaultModelIdleReleaseMinutes,
+                        .isModelEngineWanted =
+                            [wanted = options.engine != PreferenceKeys::recognitionEngineFallback] {
+                                return wanted;
+                            },
+                        .log =
+                            [signals = signals_](const std::string& line) {
+                                signals->send(Signal{Signal::Kind::trace, {}, line});
+                            },
+                        .systemLocale = platform::PocketSphinxModelLocator::systemLocale(),
+                    },
+                    clock_),
+          models_(backends_.modelInventory()),
+          modelEngine_(backends_.modelEngine()),
+          recognizers_(backends_.segmentRecognizers()),
           speech_(std::make_shared<app::SpeechService>(modelEngine_, recognizers_, clock_, trace_,
                                                        options.locale)),
           stderrIsTerminal_(isatty(STDERR_FILENO) == 1) {
         checkModel();
         if (modelEngine_.isAvailable()) {
-            builtInModelEngine_.loadInBackground(options.locale);
+            backends_.builtInModelEngine().loadInBackground(options.locale);
         }
     }
 
@@ -297,7 +295,7 @@ class Dictation {
     }
 
     /// The recognised text; runs the event loop until the dictation is over.
-    std::string run(std::vector<AudioBuffer> fileAudio) {
+    DictationTranscript run(std::vector<AudioBuffer> fileAudio) {
         std::exception_ptr failure;
         QCoro::waitFor(dictate(std::move(fileAudio), failure));
         if (forwarder_.joinable()) {
@@ -306,11 +304,10 @@ class Dictation {
         if (failure) {
             std::rethrow_exception(failure);
         }
-        std::string text = confirmed_ + partial_;
-        if (text.empty() && recognitionError_) {
+        if (transcript_.text().empty() && recognitionError_) {
             throw Error("speech recognition failed: " + *recognitionError_);
         }
-        return text;
+        return transcript_;
     }
 
   private:
@@ -370,7 +367,7 @@ class Dictation {
             signals->send(Signal{Signal::Kind::eventsEnded});
         });
         if (audioEnded_) {
-            signals_->send(Signal{Signal::Kind::recheck});
+            finishOnceDecoded();
         }
 
         while (std::optional<Signal> signal = co_await signals_->next()) {
@@ -391,20 +388,14 @@ class Dictation {
                     if (!audioEnded_ && capture_) {
                         capture_->stop();
                         audioEnded_ = true;
+                        finishOnceDecoded();
                     }
-                    co_await stopWhenDecoded();
-                    break;
-                case Signal::Kind::audioDecoded:
-                    audioDecoded_ = true;
-                    co_await stopWhenDecoded();
-                    break;
-                case Signal::Kind::recheck:
-                    co_await stopWhenDecoded();
                     break;
                 case Signal::Kind::eventsEnded:
                     // Also when no recogniser could start: stop() then only resets the service.
-                    if (!stopped_) {
-                        stopped_ = true;
+                    if (finishing_) {
+                        co_await *finishing_;
+                    } else {
                         co_await speech_->stop();
                     }
                     if (capture_) {
@@ -416,42 +407,25 @@ class Dictation {
         }
     }
 
-    /// Once the audio has ended: the model engine finalises through the end of its input itself;
-    /// the segment recogniser is stopped only after it has decoded the end of the audio, so the
-    /// last segment arrives as a final instead of being cancelled.
-    QCoro::Task<> stopWhenDecoded() {
-        if (!audioEnded_ || stopped_) {
-            co_return;
+    /// Once the audio has ended, the dictation ends when the engine has decoded all of it, so
+    /// that the last segment arrives as a final instead of being cancelled; the event stream then
+    /// ends, which ends the loop.
+    void finishOnceDecoded() {
+        if (!finishing_) {
+            finishing_.emplace(speech_->finishInput());
         }
-        const auto engine = speech_->activeEngine();
-        if (!engine) {
-            // Still starting: look again shortly.
-            clock_.schedule(std::chrono::milliseconds(20),
-                            [signals = signals_] { signals->send(Signal{Signal::Kind::recheck}); });
-            co_return;
-        }
-        if (*engine == app::SpeechService::TranscriptionEngine::legacy && !audioDecoded_) {
-            co_return;
-        }
-        stopped_ = true;
-        co_await speech_->stop();
     }
 
     void show(const TranscriptionEvent& event) {
+        transcript_.apply(event);
         const bool isFinal = event.kind == TranscriptionEvent::Kind::final_;
-        if (isFinal) {
-            confirmed_ += event.text;
-            partial_.clear();
-        } else {
-            partial_ = event.text;
-        }
         if (options_.events) {
             Json line = Json::object();
             line["type"] = isFinal ? "final" : "partial";
             line["text"] = event.text;
             diagnostics_ << line.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
         } else if (!options_.file) {
-            showLiveLine(confirmed_ + partial_);
+            showLiveLine(transcript_.text());
         }
     }
 
@@ -492,23 +466,22 @@ class Dictation {
     // The clock before the recognisers (their idle timers) and the service (its restarts).
     platform::QtClock clock_;
     SignalTraceOutput trace_;
-    ModelInventory models_;
-    platform::BuiltInModelEngine builtInModelEngine_;
+    // The application's speech wiring, and the parts of it the dictation looks at.
+    app::SpeechBackends backends_;
+    ModelInventory& models_;
     // The model engine as the recognition setting lets the service see it: none for "fallback".
-    app::PreferredModelEngine modelEngine_;
-    platform::PocketSphinxRecognizerProvider recognizers_;
+    platform::ModelEngine& modelEngine_;
+    platform::PocketSphinxRecognizerProvider& recognizers_;
     std::shared_ptr<app::SpeechService> speech_;
     std::unique_ptr<platform::PulseAudioInput> microphone_;
     std::unique_ptr<app::AudioCaptureService> capture_;
     std::thread forwarder_;
     const bool stderrIsTerminal_;
     bool audioEnded_ = false;
-    bool audioDecoded_ = false;
-    bool stopped_ = false;
+    std::optional<QCoro::Task<>> finishing_;
     bool liveLineShown_ = false;
     std::optional<std::string> recognitionError_;
-    std::string confirmed_;
-    std::string partial_;
+    DictationTranscript transcript_;
 };
 
 /// The process's QCoreApplication, made once when the first dictation needs an event loop.
@@ -559,7 +532,7 @@ void runDictate(const ParsedArguments& arguments, CommandContext& context) {
     // loading before the file is decoded or the microphone opens.
     const auto dictionary = openCorrectionEngine(options.dictionary);
     ensureApplication();
-    std::string text;
+    DictationTranscript transcript;
     {
         Dictation dictation(options, context.environment(), context.diagnostics());
         std::vector<AudioBuffer> fileAudio;
@@ -568,16 +541,9 @@ void runDictate(const ParsedArguments& arguments, CommandContext& context) {
         }
         dictation.checkLocale();
         dictation.setHints(dictionary->hints(DictionaryScope::all));
-        text = dictation.run(std::move(fileAudio));
+        transcript = dictation.run(std::move(fileAudio));
     }
-
-    if (!text.empty()) {
-        text = dictionary->apply(text, DictionaryScope::all).text;
-        if (!options.keepFillers) {
-            text = FillerRemovalEngine().removeFillers(text);
-        }
-    }
-    context.writeText(trimmedEnd(std::move(text)));
+    context.writeText(trimmedEnd(transcript.finished(dictionary.get(), !options.keepFillers).text));
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include <algorithm>
 
-#include "cli/DataLocations.h"
 #include "cli/commands/CommandGroups.h"
 #include "cli/commands/DictionaryAccess.h"
+#include "core/support/DataLocations.h"
 #include "core/support/Uuid.h"
 
 namespace kelvo::cli {

@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "cli/DataLocations.h"
-
 namespace kelvo::cli {
 
 namespace {
@@ -12,14 +10,15 @@ constexpr const char* kCatalogVariable = "KELVO_MODEL_CATALOG";
 
 }  // namespace
 
+ModelCatalog openModelCatalog(const Environment& environment) {
+    const auto catalogFile = environment.get(kCatalogVariable);
+    return catalogFile && !catalogFile->empty() ? ModelCatalog::fromJsonFile(*catalogFile)
+                                                : ModelCatalog::builtIn();
+}
+
 ModelInventory openModelInventory(const Environment& environment,
                                   ModelInventory::Settings settings) {
-    const auto catalogFile = environment.get(kCatalogVariable);
-    ModelCatalog catalog = catalogFile && !catalogFile->empty()
-                               ? ModelCatalog::fromJsonFile(*catalogFile)
-                               : ModelCatalog::builtIn();
-    return ModelInventory(std::move(catalog),
-                          DataLocations(environment).applicationFolder() / "models",
+    return ModelInventory(openModelCatalog(environment), environment.dataLocations().modelsFolder(),
                           std::move(settings));
 }
 

@@ -13,4 +13,7 @@ namespace kelvo::cli {
 ModelInventory openModelInventory(const Environment& environment,
                                   ModelInventory::Settings settings);
 
+// The catalogue alone, for wiring that builds its inventory itself.
+ModelCatalog openModelCatalog(const Environment& environment);
+
 }  // namespace kelvo::cli

@@ -1,7 +1,6 @@
 #include <filesystem>
 #include <memory>
 
-#include "cli/DataLocations.h"
 #include "cli/commands/CommandGroups.h"
 #include "cli/commands/DictionaryAccess.h"
 #include "cli/commands/WorkerOptions.h"
@@ -9,6 +8,7 @@
 #include "core/engines/MockTranscriptionService.h"
 #include "core/engines/VoiceInputEngine.h"
 #include "core/services/JSONHistoryStore.h"
+#include "core/support/DataLocations.h"
 #include "core/support/Utf8.h"
 
 namespace kelvo::cli {

@@ -80,21 +80,6 @@ ModelInventory::ModelInventory(ModelCatalog catalog, std::filesystem::path model
       modelsFolder_(std::move(modelsFolder)),
       settings_(std::move(settings)) {}
 
-std::filesystem::path ModelInventory::defaultModelsFolder() {
-    const char* dataHome = std::getenv("XDG_DATA_HOME");
-    std::filesystem::path base;
-    if (dataHome && std::filesystem::path(dataHome).is_absolute()) {
-        base = dataHome;
-    } else {
-        const char* home = std::getenv("HOME");
-        if (!home || !std::filesystem::path(home).is_absolute()) {
-            throw Error("Cannot find the data folder: neither XDG_DATA_HOME nor HOME is set");
-        }
-        base = std::filesystem::path(home) / ".local" / "share";
-    }
-    return base / "KelvoVoiceMac" / "models";
-}
-
 ModelInventory::Settings ModelInventory::settings() const {
     std::lock_guard lock(settingsMutex_);
     return settings_;

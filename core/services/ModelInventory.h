@@ -36,10 +36,6 @@ class ModelInventory {
     ModelInventory(ModelCatalog catalog, std::filesystem::path modelsFolder,
                    Settings settings = {});
 
-    /// "<data home>/KelvoVoiceMac/models" from XDG_DATA_HOME (or ~/.local/share); throws
-    /// kelvo::Error when neither it nor HOME is an absolute path.
-    static std::filesystem::path defaultModelsFolder();
-
     const ModelCatalog& catalog() const { return catalog_; }
     const std::filesystem::path& modelsFolder() const { return modelsFolder_; }
 

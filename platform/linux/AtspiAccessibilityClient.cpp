@@ -18,7 +18,7 @@ namespace kelvo::platform {
 
 namespace {
 
-using ErrorCode = AtspiAccessibilityClient::ErrorCode;
+using Outcome = AccessibilityClient::Outcome;
 using LengthUnit = AtspiAccessibleElement::InsertionLengthUnit;
 
 // Bounds the focus search in applications with enormous trees that do not mark their big
@@ -27,10 +27,6 @@ constexpr int kMaximumSearchDepth = 40;
 constexpr int kMaximumVisitedObjects = 5000;
 // isTrusted() runs on the caller's thread; the bus launcher answers in about a millisecond.
 constexpr int kTrustCheckTimeoutMs = 1000;
-
-int code(ErrorCode errorCode) {
-    return static_cast<int>(errorCode);
-}
 
 class GErrorHolder {
   public:
@@ -267,14 +263,14 @@ std::optional<int> insertionLength(const std::string& text, LengthUnit unit) {
     return static_cast<int>(units);
 }
 
-int replaceSelection(const AtspiAccessibleElement& element, const std::string& replacement) {
+Outcome replaceSelection(const AtspiAccessibleElement& element, const std::string& replacement) {
     AtspiAccessible* accessible = element.accessible();
     if (element.isPasswordText()) {
-        return code(ErrorCode::passwordField);
+        return Outcome::passwordField;
     }
     GObjectRef<AtspiText> text(atspi_accessible_get_text_iface(accessible));
     if (!text) {
-        return code(ErrorCode::notText);
+        return Outcome::notText;
     }
     GObjectRef<AtspiEditableText> editable(atspi_accessible_get_editable_text_iface(accessible));
     // A read-only Qt line edit offers EditableText, reports EDITABLE beside READ_ONLY, and
@@ -283,18 +279,18 @@ int replaceSelection(const AtspiAccessibleElement& element, const std::string& r
     const bool writable = states && atspi_state_set_contains(states.get(), ATSPI_STATE_EDITABLE) &&
                           !atspi_state_set_contains(states.get(), ATSPI_STATE_READ_ONLY);
     if (!editable || !writable) {
-        return code(ErrorCode::notEditable);
+        return Outcome::notEditable;
     }
     if (element.lengthUnit() == LengthUnit::unsupported) {
-        return code(ErrorCode::unsupportedToolkit);
+        return Outcome::unsupportedToolkit;
     }
     const auto length = insertionLength(replacement, element.lengthUnit());
     if (!length) {
-        return code(ErrorCode::invalidText);
+        return Outcome::invalidText;
     }
     const auto span = selectionOrCaret(text.get());
     if (!span) {
-        return code(ErrorCode::noInsertionPoint);
+        return Outcome::noInsertionPoint;
     }
 
     std::optional<std::string> removed;
@@ -303,12 +299,12 @@ int replaceSelection(const AtspiAccessibleElement& element, const std::string& r
         removed =
             takeString(atspi_text_get_text(text.get(), span->start, span->end, readError.out()));
         if (readError.isSet() || !removed) {
-            return code(ErrorCode::callFailed);
+            return Outcome::callFailed;
         }
         GErrorHolder deleteError;
         if (!atspi_editable_text_delete_text(editable.get(), span->start, span->end,
                                              deleteError.out())) {
-            return code(ErrorCode::callFailed);
+            return Outcome::callFailed;
         }
     }
     GErrorHolder insertError;
@@ -322,9 +318,9 @@ int replaceSelection(const AtspiAccessibleElement& element, const std::string& r
                                                 *removedLength, restoreError.out());
             }
         }
-        return code(ErrorCode::callFailed);
+        return Outcome::callFailed;
     }
-    return 0;
+    return Outcome::done;
 }
 
 // Runs work on the libatspi thread; the future finishes there with work's result. A plain
@@ -399,12 +395,12 @@ QCoro::Task<AccessibilityClient::FocusedElement> AtspiAccessibilityClient::focus
     QFuture<FocusedElement> future = runOnAtspiThread<FocusedElement>(*thread_, [thread = thread_] {
         FocusedElement result;
         if (!thread->ensureConnected()) {
-            result.errorCode = code(ErrorCode::accessibilityBusUnavailable);
+            result.outcome = Outcome::accessibilityBusUnavailable;
             return result;
         }
         GObjectRef<AtspiAccessible> focused = FocusSearch().run();
         if (!focused) {
-            result.errorCode = code(ErrorCode::noFocusedElement);
+            result.outcome = Outcome::noFocusedElement;
             return result;
         }
         GErrorHolder roleError;
@@ -454,17 +450,17 @@ AtspiAccessibilityClient::selectedTextRange(std::shared_ptr<AccessibleElement> e
     co_return co_await future;
 }
 
-QCoro::Task<int> AtspiAccessibilityClient::setSelectedText(
+QCoro::Task<AccessibilityClient::Outcome> AtspiAccessibilityClient::setSelectedText(
     std::shared_ptr<AccessibleElement> element, std::string text) {
     auto atspiElement = std::dynamic_pointer_cast<AtspiAccessibleElement>(element);
     if (!atspiElement) {
-        co_return code(ErrorCode::foreignElement);
+        co_return Outcome::foreignElement;
     }
     if (atspiElement->isPasswordText()) {
-        co_return code(ErrorCode::passwordField);
+        co_return Outcome::passwordField;
     }
-    QFuture<int> future =
-        runOnAtspiThread<int>(*thread_, [atspiElement, replacement = std::string(text)] {
+    QFuture<Outcome> future =
+        runOnAtspiThread<Outcome>(*thread_, [atspiElement, replacement = std::string(text)] {
             return replaceSelection(*atspiElement, replacement);
         });
     co_return co_await future;

@@ -21,9 +21,9 @@
 // Password fields are never read (every read yields nothing) nor written, and focusedElement()
 // marks them (FocusedElement::isSecureTextField) so that no fallback types into them either.
 //
-// Failures are the ErrorCode values below. Only one instance per process at a time: libatspi's
-// state is process-wide. Construct and call on the main thread (a QCoreApplication must exist
-// while tasks are awaited); elements may outlive the client.
+// Failures are named by AccessibilityClient::Outcome. Only one instance per process at a time:
+// libatspi's state is process-wide. Construct and call on the main thread (a QCoreApplication must
+// exist while tasks are awaited); elements may outlive the client.
 
 #include <chrono>
 #include <memory>
@@ -40,19 +40,6 @@ class AtspiMainLoopThread;
 
 class AtspiAccessibilityClient final : public AccessibilityClient {
   public:
-    enum class ErrorCode : int {
-        accessibilityBusUnavailable = 1,
-        noFocusedElement = 2,
-        foreignElement = 3,  // an element this client did not hand out
-        notText = 4,
-        notEditable = 5,
-        passwordField = 6,
-        unsupportedToolkit = 7,
-        noInsertionPoint = 8,  // neither a selection nor a caret
-        invalidText = 9,       // not UTF-8, or holds a NUL
-        callFailed = 10,       // the application refused or did not answer in time
-    };
-
     struct Timeouts {
         // Longest wait for one answer, so a frozen application cannot hang the session.
         std::chrono::milliseconds call{1500};
@@ -78,8 +65,8 @@ class AtspiAccessibilityClient final : public AccessibilityClient {
         std::shared_ptr<AccessibleElement> element) override;
     QCoro::Task<std::optional<TextRange>> selectedTextRange(
         std::shared_ptr<AccessibleElement> element) override;
-    QCoro::Task<int> setSelectedText(std::shared_ptr<AccessibleElement> element,
-                                     std::string text) override;
+    QCoro::Task<Outcome> setSelectedText(std::shared_ptr<AccessibleElement> element,
+                                         std::string text) override;
 
   private:
     std::shared_ptr<AtspiMainLoopThread> thread_;

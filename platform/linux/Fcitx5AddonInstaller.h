@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
+#include "platform/InputMethodAddonInstaller.h"
+
 namespace kelvo::platform {
 
-class Fcitx5AddonInstaller {
+class Fcitx5AddonInstaller final : public InputMethodAddonInstaller {
   public:
-    enum class Installation { none, forUser, systemWide };
-
     static constexpr char addonName[] = "kelvovoicecommit";
 
     // Where the addon library may be, in order: the installed one, then the build folder's.
@@ -26,15 +26,15 @@ class Fcitx5AddonInstaller {
     explicit Fcitx5AddonInstaller(
         std::vector<std::string> libraryCandidates = defaultLibraryCandidates());
 
-    Installation installation() const;
+    Installation installation() const override;
     // The first candidate library that exists.
-    std::optional<std::string> library() const;
+    std::optional<std::string> library() const override;
     // $XDG_DATA_HOME/fcitx5/addon/kelvovoicecommit.conf
     std::string userDescriptionPath() const;
 
     // Writes the user's addon description (atomically) naming library(). Returns an empty text on
     // success, else what went wrong.
-    std::string installForUser() const;
+    std::string installForUser() const override;
 
   private:
     std::vector<std::string> libraryCandidates_;

@@ -51,12 +51,10 @@ std::string pronunciation(ps_decoder_t* decoder, const std::string& word) {
 }  // namespace
 
 PocketSphinxDecoder::PocketSphinxDecoder(PocketSphinxModel model, Clock& clock,
-                                         Clock::Duration idleRelease,
-                                         std::function<void()> endOfAudioDecoded)
+                                         Clock::Duration idleRelease)
     : model_(std::move(model)),
       clock_(clock),
       idleRelease_(idleRelease),
-      endOfAudioDecoded_(std::move(endOfAudioDecoded)),
       spaceSeparated_(isSpaceSeparated(model_.locale)) {}
 
 PocketSphinxDecoder::~PocketSphinxDecoder() {
@@ -125,28 +123,41 @@ void PocketSphinxDecoder::append(const PocketSphinxRecognitionTask& task,
     wake_.notify_all();
 }
 
-void PocketSphinxDecoder::endAudio(const PocketSphinxRecognitionTask& task) {
+void PocketSphinxDecoder::endAudio(const PocketSphinxRecognitionTask& task,
+                                   std::function<void()> decoded) {
+    bool accepted = false;
     {
         const std::lock_guard lock(mutex_);
-        if (!accepts(task)) {
-            return;
+        accepted = accepts(task);
+        if (accepted) {
+            queue_.push_back(Item{stream_, {}, true});
+            streamEnded_ = true;
+            endDecoded_ = std::move(decoded);
         }
-        queue_.push_back(Item{stream_, {}, true});
-        streamEnded_ = true;
     }
     wake_.notify_all();
+    // A cancelled task or an ended stream will see no more decoding from this call.
+    if (!accepted && decoded) {
+        decoded();
+    }
+}
+
+std::function<void()> PocketSphinxDecoder::dropStreamLocked() {
+    ++stream_;
+    queue_.clear();
+    streamEnded_ = false;
+    return std::exchange(endDecoded_, nullptr);
 }
 
 void PocketSphinxDecoder::cancel(const PocketSphinxRecognitionTask& task) {
     bool idle = false;
+    std::function<void()> endDecoded;
     {
         const std::lock_guard lock(mutex_);
         // Only the newest task speaks for the dictation; an older, finished one going away must
         // not end the stream its successor is decoding.
         if (task.place.serial == lastSerial_ && task.place.stream == stream_) {
-            ++stream_;
-            queue_.clear();
-            streamEnded_ = false;
+            endDecoded = dropStreamLocked();
         }
         if (attached_.get() == &task) {
             attached_.reset();
@@ -154,6 +165,9 @@ void PocketSphinxDecoder::cancel(const PocketSphinxRecognitionTask& task) {
         idle = !attached_ && !stopping_;
     }
     wake_.notify_all();
+    if (endDecoded) {
+        endDecoded();
+    }
     if (idle) {
         scheduleIdleRelease();
     }
@@ -216,14 +230,12 @@ void PocketSphinxDecoder::run() {
             lock.lock();
             if (!loaded) {
                 // The whole dictation is lost without a model: drop its audio with the task.
-                ++stream_;
-                queue_.clear();
-                streamEnded_ = false;
+                const std::function<void()> endDecoded = dropStreamLocked();
                 lock.unlock();
                 endTask(task, std::nullopt, Error{modelUnavailableCode, failure});
                 // Nothing more of this audio will be decoded: whoever waits for its end can stop.
-                if (endOfAudioDecoded_) {
-                    endOfAudioDecoded_();
+                if (endDecoded) {
+                    endDecoded();
                 }
                 lock.lock();
             }
@@ -332,7 +344,7 @@ void PocketSphinxDecoder::process(const Item& item,
         decodingStream_ = item.stream;
     }
     if (item.endOfAudio) {
-        finishStream(task);
+        finishStream(task, item.stream);
         return;
     }
     if (!inUtterance_) {
@@ -348,10 +360,12 @@ void PocketSphinxDecoder::process(const Item& item,
         ps_end_utt(decoder_);
         inUtterance_ = false;
         heardSpeech_ = false;
+        const bool partialShown = !lastPartial_.empty();
         lastPartial_.clear();
         std::string text = hypothesis();
-        // A burst of noise can end in an empty hypothesis: no segment, the task keeps listening.
-        if (!text.empty()) {
+        // A burst of noise can end in an empty hypothesis: no segment, the task keeps listening,
+        // unless partials were shown for it; then an empty final takes them back.
+        if (!text.empty() || partialShown) {
             deliverFinal(task, std::move(text));
         }
         return;
@@ -365,8 +379,10 @@ void PocketSphinxDecoder::process(const Item& item,
     }
 }
 
-void PocketSphinxDecoder::finishStream(const std::shared_ptr<PocketSphinxRecognitionTask>& task) {
+void PocketSphinxDecoder::finishStream(const std::shared_ptr<PocketSphinxRecognitionTask>& task,
+                                       std::uint64_t stream) {
     std::string text;
+    const bool partialShown = !lastPartial_.empty();
     if (inUtterance_) {
         ps_end_utt(decoder_);
         text = hypothesis();
@@ -374,19 +390,27 @@ void PocketSphinxDecoder::finishStream(const std::shared_ptr<PocketSphinxRecogni
     inUtterance_ = false;
     heardSpeech_ = false;
     lastPartial_.clear();
-    if (!text.empty()) {
+    if (!text.empty() || partialShown) {
         deliverFinal(task, std::move(text));
     } else {
         endTask(task, std::nullopt, Error{Error::noSpeechDetectedCode, "No speech detected"});
     }
-    if (endOfAudioDecoded_) {
-        endOfAudioDecoded_();
+    std::function<void()> endDecoded;
+    {
+        const std::lock_guard lock(mutex_);
+        // A stream dropped meanwhile has run its callback already; a newer one keeps its own.
+        if (stream == stream_) {
+            endDecoded = std::exchange(endDecoded_, nullptr);
+        }
+    }
+    if (endDecoded) {
+        endDecoded();
     }
 }
 
 void PocketSphinxDecoder::deliverFinal(const std::shared_ptr<PocketSphinxRecognitionTask>& task,
                                        std::string text) {
-    if (spaceSeparated_) {
+    if (spaceSeparated_ && !text.empty()) {
         text += ' ';
     }
     endTask(task, Result{std::move(text), true}, std::nullopt);

@@ -9,8 +9,11 @@
 // audio comes. Partial hypotheses go out after every appended buffer that changes them; a final
 // goes out at the voice-activity endpoint (PocketSphinx's end of speech, half a second of
 // non-speech) and ends the task; the end of the audio ends the last segment with a final, or with
-// "no speech detected" (1110) when nothing was heard. Cancelling the newest task ends the stream:
-// its queued audio is dropped and the next task starts a new one.
+// "no speech detected" (1110) when nothing was heard. A segment whose hypothesis comes back empty
+// after partials were shown for it ends with an empty final, which withdraws them. Cancelling the
+// newest task ends the stream: its queued audio is dropped and the next task starts a new one. The
+// stream's end-of-audio callback (endAudio) runs once its end has been decoded, or once the stream
+// is dropped (cancelled, model not loadable).
 //
 // The model is loaded when the first task is attached (about 0.3 s; a model that cannot be loaded
 // ends that task with an error) and kept between dictations; once no task has been attached for
@@ -51,8 +54,7 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     // Code of the error that ends a task whose model could not be loaded.
     static constexpr long modelUnavailableCode = 1;
 
-    PocketSphinxDecoder(PocketSphinxModel model, Clock& clock, Clock::Duration idleRelease,
-                        std::function<void()> endOfAudioDecoded);
+    PocketSphinxDecoder(PocketSphinxModel model, Clock& clock, Clock::Duration idleRelease);
     ~PocketSphinxDecoder();
 
     PocketSphinxDecoder(const PocketSphinxDecoder&) = delete;
@@ -67,7 +69,7 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     void attach(const std::shared_ptr<PocketSphinxRecognitionTask>& task);
 
     void append(const PocketSphinxRecognitionTask& task, std::span<const std::int16_t> samples);
-    void endAudio(const PocketSphinxRecognitionTask& task);
+    void endAudio(const PocketSphinxRecognitionTask& task, std::function<void()> decoded);
     void cancel(const PocketSphinxRecognitionTask& task);
 
     bool isModelLoaded() const noexcept { return loaded_; }
@@ -81,6 +83,9 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     };
 
     bool accepts(const PocketSphinxRecognitionTask& task) const;
+    // Drops the current stream's queued audio and starts a new stream; returns the dropped
+    // stream's end-of-audio callback, to be run without the lock.
+    std::function<void()> dropStreamLocked();
     void scheduleIdleRelease();
     void requestRelease();
 
@@ -89,7 +94,8 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     void unload();
     void applyHints(const SegmentRecognizer::RequestOptions& options);
     void process(const Item& item, const std::shared_ptr<PocketSphinxRecognitionTask>& task);
-    void finishStream(const std::shared_ptr<PocketSphinxRecognitionTask>& task);
+    void finishStream(const std::shared_ptr<PocketSphinxRecognitionTask>& task,
+                      std::uint64_t stream);
     void abandonUtterance();
     std::string hypothesis();
     void deliverFinal(const std::shared_ptr<PocketSphinxRecognitionTask>& task, std::string text);
@@ -100,7 +106,6 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     const PocketSphinxModel model_;
     Clock& clock_;
     const Clock::Duration idleRelease_;
-    const std::function<void()> endOfAudioDecoded_;
     const bool spaceSeparated_;
 
     mutable std::mutex mutex_;
@@ -108,6 +113,8 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     std::deque<Item> queue_;
     std::uint64_t stream_ = 1;
     bool streamEnded_ = false;
+    // The current stream's end-of-audio callback, from endAudio() until its end is decoded.
+    std::function<void()> endDecoded_;
     std::uint64_t lastSerial_ = 0;
     std::shared_ptr<PocketSphinxRecognitionTask> attached_;
     bool stopping_ = false;

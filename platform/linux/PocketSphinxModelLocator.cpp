@@ -74,12 +74,8 @@ bool PocketSphinxModel::isComplete() const {
 PocketSphinxModelLocator::PocketSphinxModelLocator(std::vector<fs::path> roots)
     : roots_(std::move(roots)) {}
 
-PocketSphinxModelLocator PocketSphinxModelLocator::standard(const fs::path& dataHome) {
-    return PocketSphinxModelLocator({userModelsFolder(dataHome), fs::path(systemModelsFolder)});
-}
-
-fs::path PocketSphinxModelLocator::userModelsFolder(const fs::path& dataHome) {
-    return dataHome / "KelvoVoiceMac" / "models" / "pocketsphinx";
+PocketSphinxModelLocator PocketSphinxModelLocator::standard(const fs::path& userModelsFolder) {
+    return PocketSphinxModelLocator({userModelsFolder, fs::path(systemModelsFolder)});
 }
 
 std::optional<PocketSphinxModel> PocketSphinxModelLocator::modelIn(const fs::path& folder,

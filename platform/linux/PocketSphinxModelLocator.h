@@ -33,11 +33,8 @@ class PocketSphinxModelLocator {
 
     explicit PocketSphinxModelLocator(std::vector<std::filesystem::path> roots);
 
-    // The user's folder under dataHome ($XDG_DATA_HOME or ~/.local/share), then Debian's.
-    static PocketSphinxModelLocator standard(const std::filesystem::path& dataHome);
-
-    // "<dataHome>/KelvoVoiceMac/models/pocketsphinx".
-    static std::filesystem::path userModelsFolder(const std::filesystem::path& dataHome);
+    // The user's folder (DataLocations::pocketSphinxModelsFolder() in the core), then Debian's.
+    static PocketSphinxModelLocator standard(const std::filesystem::path& userModelsFolder);
 
     const std::vector<std::filesystem::path>& roots() const noexcept { return roots_; }
 

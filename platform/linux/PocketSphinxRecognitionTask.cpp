@@ -15,9 +15,11 @@ void PocketSphinxRecognitionTask::appendAudio(std::span<const std::int16_t> samp
     }
 }
 
-void PocketSphinxRecognitionTask::endAudio() {
+void PocketSphinxRecognitionTask::endAudio(std::function<void()> decoded) {
     if (auto decoder = decoder_.lock()) {
-        decoder->endAudio(*this);
+        decoder->endAudio(*this, std::move(decoded));
+    } else if (decoded) {
+        decoded();  // the recogniser is gone: nothing more will be decoded
     }
 }
 

@@ -28,7 +28,7 @@ class PocketSphinxRecognitionTask final : public SegmentRecognitionTask {
                                 SegmentRecognizer::RequestOptions options, ResultHandler handler);
 
     void appendAudio(std::span<const std::int16_t> samples16kMono) override;
-    void endAudio() override;
+    void endAudio(std::function<void()> decoded) override;
     void cancel() override;
 
     // For the decoder. `stream` is the dictation the task belongs to and `serial` its place among

@@ -6,11 +6,9 @@
 namespace kelvo::platform {
 
 PocketSphinxRecognizer::PocketSphinxRecognizer(PocketSphinxModel model, Clock& clock,
-                                               Clock::Duration idleRelease,
-                                               std::function<void()> endOfAudioDecoded)
+                                               Clock::Duration idleRelease)
     : model_(model),
-      decoder_(std::make_shared<PocketSphinxDecoder>(std::move(model), clock, idleRelease,
-                                                     std::move(endOfAudioDecoded))) {}
+      decoder_(std::make_shared<PocketSphinxDecoder>(std::move(model), clock, idleRelease)) {}
 
 PocketSphinxRecognizer::~PocketSphinxRecognizer() {
     decoder_->shutDown();

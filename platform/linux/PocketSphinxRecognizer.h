@@ -6,14 +6,11 @@
 // PocketSphinxRecognitionTask to the decoder and returns at once; the handler then runs on the
 // decoder's thread. The model stays loaded between requests and dictations, and is freed after
 // idleRelease without requests (timed by the injected Clock, which must outlive the recogniser).
-// endOfAudioDecoded, when given, runs on the decoder's thread each time the end of a dictation's
-// audio has been decoded and its last result delivered, or the dictation ended because the model
-// could not be loaded (kelvo dictate waits for it before stopping). The recogniser may be destroyed
+// The recogniser may be destroyed
 // on any thread, including its own decoder thread (the thread then finishes on its own). Callable
 // from any thread.
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -31,8 +28,7 @@ class PocketSphinxRecognizer final : public SegmentRecognizer {
     static constexpr std::chrono::minutes defaultIdleRelease{10};
 
     PocketSphinxRecognizer(PocketSphinxModel model, Clock& clock,
-                           Clock::Duration idleRelease = defaultIdleRelease,
-                           std::function<void()> endOfAudioDecoded = {});
+                           Clock::Duration idleRelease = defaultIdleRelease);
     ~PocketSphinxRecognizer() override;
 
     PocketSphinxRecognizer(const PocketSphinxRecognizer&) = delete;

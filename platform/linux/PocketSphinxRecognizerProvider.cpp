@@ -4,12 +4,11 @@ namespace kelvo::platform {
 
 PocketSphinxRecognizerProvider::PocketSphinxRecognizerProvider(
     PocketSphinxModelLocator locator, Clock& clock, std::optional<std::string> systemLocale,
-    Clock::Duration idleRelease, std::function<void()> endOfAudioDecoded)
+    Clock::Duration idleRelease)
     : locator_(std::move(locator)),
       clock_(clock),
       systemLocale_(std::move(systemLocale)),
-      idleRelease_(idleRelease),
-      endOfAudioDecoded_(std::move(endOfAudioDecoded)) {}
+      idleRelease_(idleRelease) {}
 
 void PocketSphinxRecognizerProvider::requestAuthorization(
     std::function<void(bool authorized)> completion) {
@@ -25,8 +24,8 @@ std::shared_ptr<SegmentRecognizer> PocketSphinxRecognizerProvider::makeRecognize
     const std::lock_guard lock(mutex_);
     std::shared_ptr<PocketSphinxRecognizer>& recognizer = recognizers_[model->folder.string()];
     if (!recognizer) {
-        recognizer = std::make_shared<PocketSphinxRecognizer>(std::move(*model), clock_,
-                                                              idleRelease_, endOfAudioDecoded_);
+        recognizer =
+            std::make_shared<PocketSphinxRecognizer>(std::move(*model), clock_, idleRelease_);
     }
     return recognizer;
 }

@@ -27,8 +27,7 @@ class PocketSphinxRecognizerProvider final : public SegmentRecognizerProvider {
   public:
     PocketSphinxRecognizerProvider(
         PocketSphinxModelLocator locator, Clock& clock, std::optional<std::string> systemLocale,
-        Clock::Duration idleRelease = PocketSphinxRecognizer::defaultIdleRelease,
-        std::function<void()> endOfAudioDecoded = {});
+        Clock::Duration idleRelease = PocketSphinxRecognizer::defaultIdleRelease);
 
     void requestAuthorization(std::function<void(bool authorized)> completion) override;
     std::shared_ptr<SegmentRecognizer> makeRecognizer(const std::string& locale) override;
@@ -42,7 +41,6 @@ class PocketSphinxRecognizerProvider final : public SegmentRecognizerProvider {
     Clock& clock_;
     const std::optional<std::string> systemLocale_;
     const Clock::Duration idleRelease_;
-    const std::function<void()> endOfAudioDecoded_;
     std::mutex mutex_;
     std::map<std::string, std::shared_ptr<PocketSphinxRecognizer>> recognizers_;
 };

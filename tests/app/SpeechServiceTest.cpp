@@ -43,6 +43,13 @@ std::vector<TranscriptionEvent> drainEvents(Channel<TranscriptionEvent>& events)
     return all;
 }
 
+// Flags the end of finishInput(); the flag outlives a test that gave up waiting for it.
+QCoro::Task<> finishInputThenFlag(std::shared_ptr<SpeechService> service,
+                                  std::shared_ptr<bool> finished) {
+    co_await service->finishInput();
+    *finished = true;
+}
+
 AudioBuffer buffer(std::size_t frames) {
     return AudioBuffer{std::vector<std::int16_t>(frames, 100)};
 }
@@ -143,8 +150,13 @@ TEST_F(SpeechServiceTest, InstalledAssetsStartTheAnalyzerWithHintsAndDeliverItsR
     EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer partial: こんにち"));
     EXPECT_EQ(engine.installationRequests(), 0);
 
+    // Finishing the input: the analyser finalises through the end of it at once.
     audio->close();
-    stop();
+    auto finished = std::make_shared<bool>(false);
+    QCoro::Task<> finishing = finishInputThenFlag(service, finished);
+    ASSERT_TRUE(waitUntil([&] { return *finished; }));
+    EXPECT_TRUE(events->isClosed());
+    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
 }
 
 TEST_F(SpeechServiceTest, HintsThatCannotBeAppliedAreTracedAndEmptyHintsApplyNothing) {
@@ -328,7 +340,18 @@ TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHi
     audio->close();
     EXPECT_TRUE(waitUntil([&] { return tasks[0]->endAudioCount() == 1; }))
         << "the consumer ends the current request's audio when the stream ends";
-    stop();
+
+    // Finishing the input waits for the recogniser to decode the end of the audio, so its last
+    // final arrives instead of being cancelled.
+    auto finished = std::make_shared<bool>(false);
+    QCoro::Task<> finishing = finishInputThenFlag(service, finished);
+    runFor(clock, 50ms);
+    EXPECT_FALSE(*finished || tasks[0]->wasCancelled());
+    tasks[0]->deliverFinal("最後");
+    tasks[0]->decodeEnd();
+    ASSERT_TRUE(waitUntil([&] { return *finished; }));
+    EXPECT_EQ(drainEvents(*events),
+              (std::vector<TranscriptionEvent>{TranscriptionEvent::final_("最後")}));
 }
 
 TEST_F(SpeechServiceTest, FallbackRestartsAfterAFinalAndAfterNoSpeechButNotForOtherErrors) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "fakes/FakeAccessibilityClient.h"
 #include "fakes/FakeClock.h"
@@ -223,21 +224,24 @@ TEST_F(TextInsertionServiceTest, ImageOnlyClipboardIsLeftEmpty) {
                 ::testing::Contains("[TextInsertion] Cleared pasteboard after insertion"));
 }
 
-TEST_F(TextInsertionServiceTest, AccessibilityErrorsFallBackWithTheirCodes) {
+TEST_F(TextInsertionServiceTest, AccessibilityErrorsFallBackWithTheirNames) {
+    using Outcome = platform::AccessibilityClient::Outcome;
     accessibility.element.reset();
-    accessibility.focusErrorCode = -25212;
+    accessibility.focusOutcome = Outcome::noFocusedElement;
     targetFetchesAfter(1ms);
     insert("a");
     runFor(clock, 300ms);
     EXPECT_EQ(result, true);
-    EXPECT_EQ(trace.lines()[1], "[TextInsertion] Failed to get focused UI element: -25212");
+    EXPECT_EQ(trace.lines()[1],
+              "[TextInsertion] Failed to get focused UI element: noFocusedElement");
 
     trace.clear();
     accessibility.element = std::make_shared<FakeAccessibilityClient::Element>();
-    accessibility.setErrorCode = 7;
+    accessibility.setOutcome = Outcome::unsupportedToolkit;
     insert("b");
     runFor(clock, 300ms);
-    EXPECT_EQ(trace.lines()[1], "[TextInsertion] Failed to set selected text with AX: 7");
+    EXPECT_EQ(trace.lines()[1],
+              "[TextInsertion] Failed to set selected text with AX: unsupportedToolkit");
     EXPECT_EQ(keys.pasteCount, 2);
 }
 
@@ -298,6 +302,7 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
     FakeInputMethodCommitter fcitx5{"fcitx5", {Outcome::noFocusedInputContext, ""}};
     FakeInputMethodCommitter ibus{"ibus", {Outcome::delivered, "InputContext_3"}};
     FakePreferences preferences;
+    app::PreferenceKeys::registerDefaults(preferences);  // as the session controller does
     app::TextInsertionService withInputMethods{{.accessibility = accessibility,
                                                 .pasteboard = pasteboard,
                                                 .keySynthesizer = keys,
@@ -306,7 +311,6 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
                                                 .traceOutput = trace,
                                                 .inputMethods = {&fcitx5, &ibus},
                                                 .preferences = &preferences}};
-    EXPECT_TRUE(preferences.defaults.at("kvmac_inputMethodInsertionEnabled"));
     accessibility.trusted = false;
     runInsert(withInputMethods, "日本語👍🏽", true, result);
     settle(clock);

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "cli/DataLocations.h"
 #include "core/support/Error.h"
 
 namespace kelvo::cli {
@@ -139,19 +138,19 @@ TEST(DataLocations, DataHomeComesFromXdgOrHomeAndRelativeValuesAreIgnored) {
         }
         return found->second;
     });
-    const DataLocations locations(environment);
-    EXPECT_THROW(locations.defaultDictionaryFile(), Error);
+    const DataLocations locations = environment.dataLocations();
+    EXPECT_THROW(locations.dictionaryFile(), Error);
 
     variables["HOME"] = "/home/user";
-    EXPECT_EQ(locations.defaultDictionaryFile(),
-              "/home/user/.local/share/KelvoVoiceMac/dictionary.json");
+    EXPECT_EQ(locations.dictionaryFile(), "/home/user/.local/share/KelvoVoiceMac/dictionary.json");
     variables["XDG_DATA_HOME"] = "";
-    EXPECT_EQ(locations.defaultHistoryFile(), "/home/user/.local/share/KelvoVoiceMac/history.json");
+    EXPECT_EQ(locations.historyFile(), "/home/user/.local/share/KelvoVoiceMac/history.json");
     variables["XDG_DATA_HOME"] = "relative/data";
     EXPECT_EQ(locations.applicationFolder(), "/home/user/.local/share/KelvoVoiceMac");
     variables["XDG_DATA_HOME"] = "/data";
-    EXPECT_EQ(locations.defaultDictionaryFile(), "/data/KelvoVoiceMac/dictionary.json");
-    EXPECT_EQ(locations.defaultHistoryFile(), "/data/KelvoVoiceMac/history.json");
+    EXPECT_EQ(locations.dictionaryFile(), "/data/KelvoVoiceMac/dictionary.json");
+    EXPECT_EQ(locations.historyFile(), "/data/KelvoVoiceMac/history.json");
+    EXPECT_EQ(locations.pocketSphinxModelsFolder(), "/data/KelvoVoiceMac/models/pocketsphinx");
 }
 
 }  // namespace

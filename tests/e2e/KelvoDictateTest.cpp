@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <sstream>
@@ -90,21 +91,19 @@ TEST_F(KelvoDictate, RecognisesEnglishAndReportsEveryResultAsJson) {
     RecordProperty("word_error_rate_percent", std::to_string(wer * 100));
     EXPECT_LT(wer, 0.25);
 
-    // Every line on standard error is one event; the finals, joined, are the text.
+    // Every line on standard error is one event (how they compose the text is
+    // DictationTranscriptTest's).
     std::istringstream lines(outcome.errors);
-    std::string finals;
     int partials = 0;
+    int finals = 0;
     for (std::string line; std::getline(lines, line);) {
         const Json event = Json::parse(line);
-        if (event.at("type") == "final") {
-            finals += event.at("text").get<std::string>();
-        } else {
-            EXPECT_EQ(event.at("type"), "partial") << line;
-            ++partials;
-        }
+        partials += event.at("type") == "partial";
+        finals += event.at("type") == "final";
     }
     EXPECT_GT(partials, 0);
-    EXPECT_EQ(finals.substr(0, finals.find_last_not_of(' ') + 1), text);
+    EXPECT_GT(finals, 0);
+    EXPECT_EQ(partials + finals, std::count(outcome.errors.begin(), outcome.errors.end(), '\n'));
 }
 
 TEST_F(KelvoDictate, AppliesTheDictionaryToAnyFileFormatAndFindsUserModels) {

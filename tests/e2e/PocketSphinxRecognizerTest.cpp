@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -37,23 +38,6 @@ std::vector<std::int16_t> rawSamples(const std::filesystem::path& wav) {
     }
     return samples;
 }
-
-// The times the recogniser has decoded the end of a dictation's audio.
-struct EndsDecoded {
-    std::mutex mutex;
-    std::condition_variable changed;
-    int count = 0;
-
-    void add() {
-        const std::lock_guard lock(mutex);
-        ++count;
-        changed.notify_all();
-    }
-    bool waitFor(int wanted) {
-        std::unique_lock lock(mutex);
-        return changed.wait_for(lock, std::chrono::seconds(120), [&] { return count >= wanted; });
-    }
-};
 
 // Drives a recogniser as SpeechService does: a request, its results, a new request after each
 // final, either at once from the result handler or when the test says so.
@@ -91,15 +75,15 @@ class Dictation {
                                              std::min<std::size_t>(4096, samples.size() - offset)));
         }
     }
-    void endAudio() { current()->endAudio(); }
+    void endAudio() {
+        current()->endAudio([this] {
+            const std::lock_guard lock(mutex_);
+            endDecoded_ = true;
+            changed_.notify_all();
+        });
+    }
     void cancel() { current()->cancel(); }
 
-    // The recogniser has decoded the end of the audio (its endOfAudioDecoded callback).
-    void endDecoded() {
-        const std::lock_guard lock(mutex_);
-        endDecoded_ = true;
-        changed_.notify_all();
-    }
     // Waits until `count` requests have ended (with a final or an error) or the end of the audio
     // has been decoded; true for the latter.
     bool waitForEndedOrEndDecoded(int count) {
@@ -146,9 +130,7 @@ TEST(PocketSphinxRecognizer,
     const auto samples = rawSamples(folder.path() / "speech.wav");
 
     test::FakeClock clock;
-    EndsDecoded endsDecoded;
-    PocketSphinxRecognizer recognizer(*model, clock, std::chrono::minutes(10),
-                                      [&] { endsDecoded.add(); });
+    PocketSphinxRecognizer recognizer(*model, clock, std::chrono::minutes(10));
     EXPECT_FALSE(recognizer.isModelLoaded());
 
     // As fast as can be: the next request starts inside the final's handler.
@@ -156,17 +138,14 @@ TEST(PocketSphinxRecognizer,
     atOnce.startRequest();
     atOnce.append(samples);
     atOnce.endAudio();
-    ASSERT_TRUE(endsDecoded.waitFor(1));
+    ASSERT_TRUE(atOnce.waitForEndedOrEndDecoded(std::numeric_limits<int>::max()));
     atOnce.cancel();
 
     // As late as can be: all the audio and its end go to the first request, and each next request
     // starts only after the last one has ended. A recogniser of its own, as the decoder adapts to
     // the channel (cepstral mean) over the dictations it has heard.
-    Dictation* lateDictation = nullptr;
-    PocketSphinxRecognizer lateRecognizer(*model, clock, std::chrono::minutes(10),
-                                          [&] { lateDictation->endDecoded(); });
+    PocketSphinxRecognizer lateRecognizer(*model, clock, std::chrono::minutes(10));
     Dictation late(lateRecognizer, false);
-    lateDictation = &late;
     late.startRequest();
     late.append(samples);
     late.endAudio();

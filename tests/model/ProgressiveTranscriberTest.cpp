@@ -166,6 +166,20 @@ TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped
     ASSERT_EQ(results.size(), 1u);
     EXPECT_EQ(results[0].text, "ありがとうございました");
     EXPECT_EQ(transcriber->statistics().droppedByGuard, 0u);
+
+    // A segment whose final comes back empty still ends with a final, which withdraws its partial.
+    decoder->script = [](Purpose purpose, std::size_t) {
+        return purpose == Purpose::final_ ? "" : "それで";
+    };
+    const std::size_t partialsBefore = decodes(Purpose::partial);
+    auto withdrawing = make();
+    withdrawing->prepare();
+    feed(*withdrawing, speechAudio(2.0));
+    ASSERT_TRUE(eventually([&] { return decodes(Purpose::partial) > partialsBefore; }));
+    const auto withdrawn = stop(*withdrawing);
+    ASSERT_EQ(withdrawn.size(), 2u);
+    EXPECT_EQ(withdrawn[0].text, "それで");
+    EXPECT_TRUE(withdrawn[1].isFinal && withdrawn[1].text.empty());
 }
 
 TEST_F(ProgressiveTranscriberTest, InitialPromptKeepsTheNewestWholeTermsThatFit) {

@@ -1,7 +1,7 @@
 #pragma once
 
 // A recording accessibility client over one scripted text element. The element has a state
-// (value, selected text, range); setSelectedText() answers setErrorCode and, when it succeeds,
+// (value, selected text, range); setSelectedText() answers setOutcome and, when it succeeds,
 // switches the element to stateAfterSet after changeDelay on the fake clock (zero: at once;
 // nothing: never, like applications that report success and do nothing). Every call is recorded
 // in calls ("focusedElement", "value", "selectedText", "selectedTextRange", "setSelectedText X").
@@ -37,9 +37,9 @@ class FakeAccessibilityClient final : public platform::AccessibilityClient {
     QCoro::Task<FocusedElement> focusedElement() override {
         calls.push_back("focusedElement");
         if (!element) {
-            co_return FocusedElement{nullptr, focusErrorCode};
+            co_return FocusedElement{nullptr, focusOutcome};
         }
-        co_return FocusedElement{element, 0};
+        co_return FocusedElement{element, Outcome::done};
     }
 
     QCoro::Task<std::optional<std::string>> value(
@@ -58,24 +58,24 @@ class FakeAccessibilityClient final : public platform::AccessibilityClient {
         co_return stateOf(target).selectedTextRange;
     }
 
-    QCoro::Task<int> setSelectedText(std::shared_ptr<platform::AccessibleElement> target,
-                                     std::string text) override {
+    QCoro::Task<Outcome> setSelectedText(std::shared_ptr<platform::AccessibleElement> target,
+                                         std::string text) override {
         calls.push_back("setSelectedText " + text);
-        if (setErrorCode != 0) {
-            co_return setErrorCode;
+        if (setOutcome != Outcome::done) {
+            co_return setOutcome;
         }
         if (changeDelay) {
             auto changed = std::static_pointer_cast<Element>(target);
             auto after = stateAfterSet;
             clock_.schedule(*changeDelay, [changed, after] { changed->state = after; });
         }
-        co_return 0;
+        co_return Outcome::done;
     }
 
     bool trusted = true;
     std::shared_ptr<Element> element = std::make_shared<Element>();
-    int focusErrorCode = 0;
-    int setErrorCode = 0;
+    Outcome focusOutcome = Outcome::done;
+    Outcome setOutcome = Outcome::done;
     std::optional<platform::Clock::Duration> changeDelay = platform::Clock::Duration::zero();
     ElementState stateAfterSet;
     std::vector<std::string> calls;

@@ -4,6 +4,7 @@
 // appended, end of audio, cancel) and lets the test play the recogniser's thread with deliver().
 
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <optional>
 
@@ -22,9 +23,23 @@ class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask
         std::lock_guard lock(mutex_);
         appendedSamples_ += samples16kMono.size();
     }
-    void endAudio() override {
+    // The end of the audio counts as decoded when the test says so (decodeEnd()).
+    void endAudio(std::function<void()> decoded) override {
         std::lock_guard lock(mutex_);
         ++endAudioCount_;
+        if (decoded) {
+            decoded_ = std::move(decoded);
+        }
+    }
+    void decodeEnd() {
+        std::function<void()> decoded;
+        {
+            std::lock_guard lock(mutex_);
+            decoded = std::move(decoded_);
+        }
+        if (decoded) {
+            decoded();
+        }
     }
     void cancel() override {
         std::lock_guard lock(mutex_);
@@ -60,6 +75,7 @@ class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask
     mutable std::mutex mutex_;
     std::size_t appendedSamples_ = 0;
     int endAudioCount_ = 0;
+    std::function<void()> decoded_;
     bool cancelled_ = false;
 };
 

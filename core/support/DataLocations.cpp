@@ -1,11 +1,11 @@
-#include "cli/DataLocations.h"
+#include "core/support/DataLocations.h"
 
+#include <cstdlib>
 #include <system_error>
 
 #include "core/support/Error.h"
 
-namespace kelvo::cli {
-
+namespace kelvo {
 namespace {
 
 std::optional<std::filesystem::path> absoluteFolder(const std::optional<std::string>& value) {
@@ -21,22 +21,24 @@ std::optional<std::filesystem::path> absoluteFolder(const std::optional<std::str
 
 }  // namespace
 
+DataLocations DataLocations::ofProcess() {
+    return DataLocations([](std::string_view name) -> std::optional<std::string> {
+        const char* value = std::getenv(std::string(name).c_str());
+        if (value == nullptr) {
+            return std::nullopt;
+        }
+        return std::string(value);
+    });
+}
+
 std::filesystem::path DataLocations::applicationFolder() const {
-    if (const auto dataHome = absoluteFolder(environment_.get("XDG_DATA_HOME"))) {
-        return *dataHome / kApplicationFolderName;
+    if (const auto dataHome = absoluteFolder(environment_("XDG_DATA_HOME"))) {
+        return *dataHome / applicationFolderName;
     }
-    if (const auto home = absoluteFolder(environment_.get("HOME"))) {
-        return *home / ".local" / "share" / kApplicationFolderName;
+    if (const auto home = absoluteFolder(environment_("HOME"))) {
+        return *home / ".local" / "share" / applicationFolderName;
     }
     throw Error("cannot locate the data folder: neither XDG_DATA_HOME nor HOME is set");
-}
-
-std::filesystem::path DataLocations::defaultDictionaryFile() const {
-    return applicationFolder() / kDictionaryFileName;
-}
-
-std::filesystem::path DataLocations::defaultHistoryFile() const {
-    return applicationFolder() / kHistoryFileName;
 }
 
 void createParentFolder(const std::filesystem::path& file) {
@@ -51,4 +53,4 @@ void createParentFolder(const std::filesystem::path& file) {
     }
 }
 
-}  // namespace kelvo::cli
+}  // namespace kelvo

@@ -35,9 +35,12 @@ void WhisperModelEngine::warmUp(SegmentDecoder& decoder) {
 }
 
 int WhisperModelEngine::decodingThreads() {
-    // One thread per physical core: ggml's threads meet at a barrier after every operation, and
-    // a second thread on a core's sibling only makes both wait. Beyond four, the small models
-    // gain little. Without the topology in sysfs, every logical processor counts.
+    // One thread per physical core but one, up to four: ggml's threads meet at a barrier after
+    // every operation, so a thread the scheduler preempts for the desktop (capture, the
+    // application in front) stalls all the others, and a hyper-thread sibling only waits. On the
+    // busy 2-core development machine one thread gave the text 3 to 10 times sooner than two
+    // (bench/WhisperBench, ReleaseToFinalLever). Without a topology in sysfs every logical
+    // processor counts.
     std::set<std::pair<std::string, std::string>> cores;
     const std::filesystem::path cpus = "/sys/devices/system/cpu";
     for (unsigned cpu = 0; cpu < std::thread::hardware_concurrency(); ++cpu) {
@@ -51,7 +54,7 @@ int WhisperModelEngine::decodingThreads() {
     }
     const auto count =
         cores.empty() ? std::thread::hardware_concurrency() : static_cast<unsigned>(cores.size());
-    return static_cast<int>(std::clamp(count, 1u, 4u));
+    return static_cast<int>(std::min(std::max(count, 2u) - 1, 4u));
 }
 
 WhisperDecoder::Settings WhisperModelEngine::decoderSettings() {

@@ -1,6 +1,7 @@
 #include "cli/CommandRegistry.h"
 
 #include <istream>
+#include <new>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
@@ -192,6 +193,11 @@ int CommandRegistry::execute(const Command& command, std::span<const std::string
         output << heldOutput.str();
         output.flush();
         errors << kErrorPrefix << oneLine(error.what()) << '\n';
+        return kFailure;
+    } catch (const std::bad_alloc&) {
+        // Its own text ("std::bad_alloc") means nothing to a user.
+        errors << kErrorPrefix
+               << "not enough memory to finish (is the input larger than this machine can hold?)\n";
         return kFailure;
     } catch (const std::exception& error) {
         errors << kErrorPrefix << oneLine(error.what()) << '\n';

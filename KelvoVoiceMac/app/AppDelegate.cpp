@@ -2,6 +2,7 @@
 
 #include <qcorofuture.h>
 #include <QCoreApplication>
+#include <QFileSystemWatcher>
 #include <QTimer>
 #include <QtConcurrent/QtConcurrentRun>
 #include <cstdio>
@@ -10,9 +11,12 @@
 #include <utility>
 
 #include "KelvoVoiceMac/app/AppWindows.h"
+#include "KelvoVoiceMac/app/FirstRunModelNotice.h"
 #include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "KelvoVoiceMac/shell/SingleInstance.h"
 #include "KelvoVoiceMac/shell/TrayHostWaiter.h"
+#include "core/services/CpuCapabilities.h"
+#include "core/services/ModelRecommender.h"
 #include "core/support/DataLocations.h"
 #include "core/support/Error.h"
 
@@ -20,6 +24,7 @@ namespace kelvo::app {
 namespace {
 
 constexpr const char* kLogIdentity = "KelvoVoice";
+constexpr const char* kDictationLocale = "ja-JP";
 
 // The engine loads its entries while it is built; that reads the disk, so it runs on a worker.
 struct EngineOutcome {
@@ -44,7 +49,13 @@ AppDelegate::~AppDelegate() {
     // monitor by reference; the session borrows the services and the status item.
     globalHotkeyService_.reset();
     menuBarManager_.reset();
+    dictionaryFolderWatcher_.reset();
+    correctionLearner_.reset();
+    suggestionNotifier_.reset();
+    // The notice and the settings window use the installer, whose observer uses the status item.
+    firstRunModelNotice_.reset();
     windows_.reset();
+    modelInstaller_.reset();
     statusItem_.reset();
     textInsertionService_.reset();
     speechService_.reset();
@@ -100,6 +111,7 @@ QCoro::Task<> AppDelegate::runSetUp() {
 
     buildSession();
     globalHotkeyService_->start();
+    watchDictionaryFolder();
 
     TrayHostWaiter::Host host = co_await hostWait;
     if (host == TrayHostWaiter::Host::none) {
@@ -115,6 +127,7 @@ QCoro::Task<> AppDelegate::runSetUp() {
     if (!pendingRequest_.isEmpty()) {
         handleRequest(std::exchange(pendingRequest_, QString()));
     }
+    firstRunModelNotice_->check();
     if (startUpFinished_) {
         startUpFinished_();
     }
@@ -136,6 +149,21 @@ void AppDelegate::buildSession() {
             .inputMethods = backends_->inputMethods(),
             .preferences = &preferences_,
         });
+    // Corrections right after a dictation become dictionary suggestions (listed in the
+    // dictionary window too).
+    suggestionStore_ = std::make_shared<JSONSuggestionStore>(
+        JSONSuggestionStore::fileBeside(dictionaryStore_->fileURL()),
+        [this](const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
+               const std::string& reason) {
+            systemLog_.write("[KelvoVoice] Damaged suggestion list " + damaged.string() +
+                             " moved aside to " + movedTo.string() + ": " + reason);
+        });
+    modelInstaller_ =
+        std::make_unique<ModelInstallationService>(backends_->modelInventory(), systemLog_);
+    // Reads /proc/cpuinfo: cheap enough for start-up, and the machine does not change under us.
+    std::optional<ModelRecommender::Recommendation> recommendation = ModelRecommender::recommend(
+        backends_->modelInventory().catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
+        CpuCapabilities::detect());
     windows_ = std::make_unique<AppWindows>(AppWindows::Dependencies{
         .backends = *backends_,
         .preferences = preferences_,
@@ -143,7 +171,10 @@ void AppDelegate::buildSession() {
         .traceOutput = traceOutput_,
         .dictionaryStore = dictionaryStore_,
         .dictionaryEngine = dictionaryEngine_,
+        .suggestionStore = suggestionStore_,
         .preferenceChanged = [this](const QString& key) { preferenceChanged(key); },
+        .modelInstaller = *modelInstaller_,
+        .modelRecommendation = recommendation,
     });
 
     // The menu's actions reach the session through this weak handle: the session is made after
@@ -187,21 +218,46 @@ void AppDelegate::buildSession() {
         },
     });
 
+    // The learner sits between the session and the inserter and status item it reports to.
+    suggestionNotifier_ = std::make_unique<CorrectionSuggestionNotifier>(
+        suggestionStore_, dictionaryStore_, dictionaryEngine_, systemLog_);
+    correctionLearner_ = std::make_unique<CorrectionLearner>(CorrectionLearner::Dependencies{
+        .textInsertionService = *textInsertionService_,
+        .statusItem = *statusItem_,
+        .fieldEditWatcher = backends_->fieldEditWatcher(),
+        .dictionaryEngine = dictionaryEngine_,
+        .preferences = preferences_,
+        .clock = clock_,
+        .traceOutput = traceOutput_,
+        .suggest = [this](const CorrectionSuggestion& seen) { suggestionNotifier_->offer(seen); },
+        .firstUse = [this] { suggestionNotifier_->announceLearning(); },
+    });
+
     menuBarManager_ = std::make_shared<MenuBarManager>(MenuBarManager::Dependencies{
         .audioCaptureService = *audioCaptureService_,
         .speechService = *speechService_,
-        .textInsertionService = *textInsertionService_,
+        .textInsertionService = *correctionLearner_,
         .dictionaryStore = dictionaryStore_,
         .dictionaryEngine = dictionaryEngine_,
         .preferences = preferences_,
         .clock = clock_,
         .systemLog = systemLog_,
         .traceOutput = traceOutput_,
-        .statusItem = *statusItem_,
+        .statusItem = *correctionLearner_,
     });
     *session = menuBarManager_;
     // The session registered the preference defaults; the menu was built before it.
     statusItem_->syncFillerRemovalCheck();
+
+    modelInstaller_->addObserver([this] { modelInstallationChanged(); });
+    firstRunModelNotice_ = std::make_unique<FirstRunModelNotice>(FirstRunModelNotice::Dependencies{
+        .preferences = preferences_,
+        .systemLog = systemLog_,
+        .installer = *modelInstaller_,
+        .recommendation = recommendation,
+        .openSettings = [this] { windows_->openSettings(); },
+        .locale = kDictationLocale,
+    });
 
     TextInsertionService* inserter = textInsertionService_.get();
     globalHotkeyService_ = std::make_unique<GlobalHotkeyService>(GlobalHotkeyService::Dependencies{
@@ -212,6 +268,26 @@ void AppDelegate::buildSession() {
         .systemLog = systemLog_,
         .isInjectingKeys = [inserter] { return inserter->isInjectingKeys(); },
     });
+}
+
+void AppDelegate::watchDictionaryFolder() {
+    if (!dictionaryEngine_) {
+        return;
+    }
+    // Entries written by kelvo (an accepted suggestion, say) apply from the next dictation on.
+    // The files are replaced by rename, which the folder reports; inotify, so nothing runs idle.
+    dictionaryFolderWatcher_ = std::make_unique<QFileSystemWatcher>(
+        QStringList{QString::fromStdString(dictionaryStore_->fileURL().parent_path().string())});
+    QObject::connect(dictionaryFolderWatcher_.get(), &QFileSystemWatcher::directoryChanged,
+                     [engine = dictionaryEngine_] {
+                         // A damaged file leaves the entries in force; the editor reports it.
+                         (void)QtConcurrent::run([engine] {
+                             try {
+                                 engine->reload();
+                             } catch (const std::exception&) {
+                             }
+                         });
+                     });
 }
 
 void AppDelegate::handleRequest(const QString& request) {
@@ -235,6 +311,24 @@ void AppDelegate::preferenceChanged(const QString& key) {
         backends_->setTriggerKey(preferences_.stringValue(PreferenceKeys::triggerKey,
                                                           PreferenceKeys::defaultTriggerKey));
     }
+}
+
+void AppDelegate::modelInstallationChanged() {
+    if (const ModelCatalogEntry* current = modelInstaller_->current()) {
+        installingModel_ = current->name;
+        statusItem_->setActivity(
+            QStringLiteral("Installing speech model %1: %2 %")
+                .arg(QString::fromStdString(current->name))
+                .arg(static_cast<int>(modelInstaller_->fractionCompleted() * 100)));
+        return;
+    }
+    statusItem_->setActivity({});
+    const auto& outcome = modelInstaller_->lastOutcome();
+    if (!installingModel_.empty() && outcome && !outcome->failure) {
+        // Ready before the next dictation asks for it; until then dictation used the fallback.
+        backends_->loadModelInBackground(kDictationLocale);
+    }
+    installingModel_.clear();
 }
 
 void AppDelegate::quit() {

@@ -7,27 +7,36 @@
 // loaded), builds the platform backends, the dictation session (MenuBarManager) with its capture,
 // speech and insertion services, the status item and the trigger-key gesture recogniser, starts
 // the latter, and shows the status item once a status-area host is there (or gives up waiting,
-// says so once in the log and runs on without one: the trigger key still works).
+// says so once in the log and runs on without one: the trigger key still works). Then, when no
+// installed speech model serves Japanese, the first-run notice offers the model recommended for
+// this computer; a model installation in the background shows its progress in the status item's
+// tooltip.
 //
 // Main thread only. Owned by KelvoVoiceMacApp for the life of the process; the fields stay empty
 // until the set-up task has finished. Destruction takes the objects down in the reverse order of
 // their dependencies (the process has no other teardown).
 
 #include <QCoroTask>
+#include <QFileSystemWatcher>
 #include <QString>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <string>
 
+#include "KelvoVoiceMac/app/CorrectionSuggestionNotifier.h"
+#include "KelvoVoiceMac/app/PlatformBackends.h"
 #include "KelvoVoiceMac/session/AudioCaptureService.h"
+#include "KelvoVoiceMac/session/CorrectionLearner.h"
 #include "KelvoVoiceMac/session/GlobalHotkeyService.h"
 #include "KelvoVoiceMac/session/MenuBarManager.h"
-#include "KelvoVoiceMac/app/PlatformBackends.h"
+#include "KelvoVoiceMac/session/ModelInstallationService.h"
 #include "KelvoVoiceMac/session/SpeechService.h"
 #include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "KelvoVoiceMac/shell/TrayStatusItem.h"
 #include "core/engines/DictionaryCorrectionEngine.h"
 #include "core/services/JSONDictionaryStore.h"
+#include "core/services/JSONSuggestionStore.h"
 #include "platform/QSettingsPreferences.h"
 #include "platform/QtClock.h"
 #include "platform/StdoutTraceOutput.h"
@@ -36,6 +45,7 @@
 namespace kelvo::app {
 
 class AppWindows;
+class FirstRunModelNotice;
 
 class AppDelegate {
   public:
@@ -74,7 +84,9 @@ class AppDelegate {
   private:
     QCoro::Task<> runSetUp();
     void buildSession();
+    void watchDictionaryFolder();
     void preferenceChanged(const QString& key);
+    void modelInstallationChanged();
     void quit();
 
     // Process-wide sinks and clock, first so that they outlive everything below.
@@ -93,7 +105,15 @@ class AppDelegate {
     std::shared_ptr<SpeechService> speechService_;
     std::unique_ptr<TextInsertionService> textInsertionService_;
     std::unique_ptr<TrayStatusItem> statusItem_;
+    std::shared_ptr<JSONSuggestionStore> suggestionStore_;
+    std::unique_ptr<CorrectionSuggestionNotifier> suggestionNotifier_;
+    std::unique_ptr<CorrectionLearner> correctionLearner_;
+    std::unique_ptr<QFileSystemWatcher> dictionaryFolderWatcher_;
+    std::unique_ptr<ModelInstallationService> modelInstaller_;
     std::unique_ptr<AppWindows> windows_;
+    std::unique_ptr<FirstRunModelNotice> firstRunModelNotice_;
+    // The model the last installation observed was installing, until it has ended.
+    std::string installingModel_;
     std::function<void()> startUpFinished_;
     QString pendingRequest_;
 };

@@ -5,14 +5,14 @@
 #include <QDir>
 
 #include "KelvoVoiceMac/session/AudioCaptureService.h"
+#include "KelvoVoiceMac/session/PreferenceKeys.h"
+#include "KelvoVoiceMac/session/SpeechService.h"
 #include "KelvoVoiceMac/ui/AutostartEntry.h"
 #include "KelvoVoiceMac/ui/DictationTestView.h"
 #include "KelvoVoiceMac/ui/DictionaryWindowController.h"
 #include "KelvoVoiceMac/ui/InputMethodSettingsSection.h"
 #include "KelvoVoiceMac/ui/ModelSettingsSection.h"
-#include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "KelvoVoiceMac/ui/SettingsWindow.h"
-#include "KelvoVoiceMac/session/SpeechService.h"
 #include "platform/linux/PulseAudioSourceList.h"
 
 namespace kelvo::app {
@@ -60,7 +60,8 @@ AppWindows::~AppWindows() {
 void AppWindows::openDictionary() {
     if (!dictionaryWindowController_) {
         dictionaryWindowController_ = std::make_unique<DictionaryWindowController>(
-            dependencies_.dictionaryStore, dependencies_.dictionaryEngine);
+            dependencies_.dictionaryStore, dependencies_.dictionaryEngine,
+            dependencies_.suggestionStore, &dependencies_.preferences);
     }
     dictionaryWindowController_->show();
 }
@@ -73,9 +74,8 @@ void AppWindows::openSettings() {
             AutostartEntry(AutostartEntry::defaultFile(), executable));
         platform::Preferences& preferences = dependencies_.preferences;
         PlatformBackends& backends = dependencies_.backends;
-        ModelInventory& inventory = backends.modelInventory();
         settingsWindow_->setModelSection(new ModelSettingsSection(
-            inventory,
+            dependencies_.modelInstaller,
             ModelSettingsSection::Bindings{
                 .chosenModel =
                     [&preferences] {
@@ -104,6 +104,7 @@ void AppWindows::openSettings() {
                         // A model loaded now is released after the new time, not the old one.
                         backends.setModelIdleReleaseMinutes(minutes);
                     },
+                .recommendation = dependencies_.modelRecommendation,
             }));
         settingsWindow_->setInputMethodSection(new InputMethodSettingsSection(
             dependencies_.preferences, dependencies_.backends.inputMethods(),

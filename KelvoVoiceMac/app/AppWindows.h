@@ -12,10 +12,14 @@
 #include <QString>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "KelvoVoiceMac/app/PlatformBackends.h"
+#include "KelvoVoiceMac/session/ModelInstallationService.h"
 #include "core/engines/DictionaryCorrectionEngine.h"
 #include "core/services/JSONDictionaryStore.h"
+#include "core/services/JSONSuggestionStore.h"
+#include "core/services/ModelRecommender.h"
 #include "platform/AudioInput.h"
 #include "platform/Clock.h"
 #include "platform/Preferences.h"
@@ -37,8 +41,14 @@ class AppWindows {
         std::shared_ptr<JSONDictionaryStore> dictionaryStore;
         // None when the dictionary could not be loaded at start-up.
         std::shared_ptr<DictionaryCorrectionEngine> dictionaryEngine;
+        // Suggestions learnt from corrections, listed in the dictionary window; none: not listed.
+        std::shared_ptr<JSONSuggestionStore> suggestionStore;
         // Told about every setting the settings window changes (its preference key).
         std::function<void(const QString& key)> preferenceChanged;
+        // Installs models for the settings window's model section.
+        ModelInstallationService& modelInstaller;
+        // The model suggested for this computer, preselected in the model section.
+        std::optional<ModelRecommender::Recommendation> modelRecommendation;
     };
 
     explicit AppWindows(Dependencies dependencies);

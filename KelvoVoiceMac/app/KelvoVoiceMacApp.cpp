@@ -58,6 +58,8 @@ void quitOnTerminationSignals(QObject* context) {
 }  // namespace
 
 KelvoVoiceMacApp::KelvoVoiceMacApp(int& argc, char** argv) : application_(argc, argv) {
+    // The event dispatcher is made (see main); QT_NO_GLIB is not for the programs we start.
+    qunsetenv("QT_NO_GLIB");
     QApplication::setOrganizationName(QStringLiteral("KelvoVoice"));
     QApplication::setApplicationName(QStringLiteral("KelvoVoice"));
     QApplication::setApplicationVersion(QStringLiteral(KELVO_VERSION));

@@ -12,6 +12,7 @@
 #include "platform/AssetInstallationRequest.h"
 #include "platform/ModelTranscriber.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
+#include "platform/linux/AtspiFieldEditWatcher.h"
 #include "platform/linux/EvdevKeyMonitor.h"
 #include "platform/linux/Fcitx5AddonInstaller.h"
 #include "platform/linux/Fcitx5InputMethodCommitter.h"
@@ -50,6 +51,22 @@ class NoKeySynthesizer final : public platform::KeySynthesizer {
   public:
     bool sendPaste() override { return false; }
 };
+
+// The built-in catalogue, or the list that KELVO_MODEL_CATALOG names (a private mirror's, as for
+// `kelvo models`); an unusable list is logged and the built-in one used.
+ModelCatalog modelCatalog(platform::SystemLog& systemLog) {
+    const std::string file = environment("KELVO_MODEL_CATALOG");
+    if (!file.empty()) {
+        try {
+            ModelCatalog catalog = ModelCatalog::fromJsonFile(file);
+            systemLog.write("[KelvoVoice] Model catalogue=" + file);
+            return catalog;
+        } catch (const std::exception& error) {
+            systemLog.write(std::string("[KelvoVoice] Model catalogue not used: ") + error.what());
+        }
+    }
+    return ModelCatalog::builtIn();
+}
 
 }  // namespace
 
@@ -111,6 +128,9 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
 
     backends->accessibility_ = std::make_unique<platform::AtspiAccessibilityClient>();
     choose("accessibility", "AtspiAccessibilityClient");
+    backends->fieldEditWatcher_ =
+        std::make_unique<platform::AtspiFieldEditWatcher>(*backends->accessibility_);
+    choose("fieldEditWatcher", "AtspiFieldEditWatcher");
     backends->pasteboard_ = std::make_unique<platform::QClipboardPasteboard>();
     choose("pasteboard", "QClipboardPasteboard");
     if (x11) {
@@ -139,7 +159,7 @@ std::unique_ptr<PlatformBackends> PlatformBackends::create(platform::Preferences
     backends->speech_ = std::make_unique<SpeechBackends>(
         SpeechBackends::Options{
             .locations = DataLocations::ofProcess(),
-            .catalog = ModelCatalog::builtIn(),
+            .catalog = modelCatalog(systemLog),
             .modelSettings =
                 ModelInventory::Settings{
                     preferences.stringValue(PreferenceKeys::modelName, ""),
@@ -188,6 +208,10 @@ ModelInventory& PlatformBackends::modelInventory() {
 
 platform::SegmentRecognizerProvider& PlatformBackends::segmentRecognizers() {
     return speech_->segmentRecognizers();
+}
+
+void PlatformBackends::loadModelInBackground(const std::string& locale) {
+    speech_->builtInModelEngine().loadInBackground(locale);
 }
 
 void PlatformBackends::setModelIdleReleaseMinutes(int minutes) {

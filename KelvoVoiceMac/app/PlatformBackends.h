@@ -20,6 +20,7 @@
 #include "platform/AccessibilityClient.h"
 #include "platform/AudioInput.h"
 #include "platform/Clock.h"
+#include "platform/FieldEditWatcher.h"
 #include "platform/InputMethodAddonInstaller.h"
 #include "platform/InputMethodCommitter.h"
 #include "platform/KeyMonitor.h"
@@ -63,6 +64,7 @@ class PlatformBackends {
 
     platform::KeyMonitor& keyMonitor();
     platform::AccessibilityClient& accessibility() { return *accessibility_; }
+    platform::FieldEditWatcher& fieldEditWatcher() { return *fieldEditWatcher_; }
     platform::Pasteboard& pasteboard() { return *pasteboard_; }
     platform::KeySynthesizer& keySynthesizer() { return *keySynthesizer_; }
     platform::Workspace& workspace() { return *workspace_; }
@@ -70,6 +72,8 @@ class PlatformBackends {
     platform::ModelEngine& modelEngine();
     // The model files on this machine, shared by the engine and the settings window.
     ModelInventory& modelInventory();
+    // Loads and warms up the model that serves `locale` (one was just installed); returns at once.
+    void loadModelInBackground(const std::string& locale);
     // A new idle time before the loaded model is released (the settings changed it).
     void setModelIdleReleaseMinutes(int minutes);
     platform::SegmentRecognizerProvider& segmentRecognizers();
@@ -93,6 +97,7 @@ class PlatformBackends {
     platform::SystemLog* systemLog_ = nullptr;
     std::unique_ptr<SwitchableKeyMonitor> keyMonitor_;
     std::unique_ptr<platform::AccessibilityClient> accessibility_;
+    std::unique_ptr<platform::FieldEditWatcher> fieldEditWatcher_;
     std::unique_ptr<platform::Pasteboard> pasteboard_;
     std::unique_ptr<platform::KeySynthesizer> keySynthesizer_;
     std::unique_ptr<platform::Workspace> workspace_;

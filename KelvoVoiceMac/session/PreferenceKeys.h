@@ -44,6 +44,20 @@ struct PreferenceKeys {
     static constexpr int defaultModelIdleReleaseMinutes = 10;
     // Download mirror; empty uses the catalogue's own URLs.
     static constexpr const char* modelDownloadBaseURL = "kvmac_modelDownloadBaseURL";
+    // The locale whose "no speech model" notice the user has answered (installed, opened the
+    // settings or dismissed it); empty while unanswered. Cleared once a model serves the locale,
+    // so the notice comes back if the models are removed later.
+    static constexpr const char* modelNoticeAnsweredLocale = "kvmac_modelNoticeAnsweredLocale";
+
+    // Whether an edit of dictated text right after it went in may propose a dictionary entry
+    // (bool, default true: CorrectionLearner registers it).
+    static constexpr const char* correctionLearningEnabled = "kvmac_correctionLearningEnabled";
+    // How long the field is watched after a dictation, in seconds (int).
+    static constexpr const char* correctionWatchSeconds = "kvmac_correctionWatchSeconds";
+    static constexpr int defaultCorrectionWatchSeconds = 30;
+    // Set once the user has been told that learning is on (bool).
+    static constexpr const char* correctionLearningNoticeShown =
+        "kvmac_correctionLearningNoticeShown";
 
     static void registerDefaults(platform::Preferences& preferences) {
         preferences.registerDefault(fillerRemovalEnabled, defaultFillerRemovalEnabled);

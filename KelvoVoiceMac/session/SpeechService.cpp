@@ -315,28 +315,33 @@ void SpeechService::startLegacy(std::shared_ptr<Channel<AudioBuffer>> audio,
 
     const std::weak_ptr<SpeechService> weakSelf = weak_from_this();
     auto cancelled = std::make_shared<std::atomic<bool>>(false);
-    audioConsumerTask_ =
-        BackgroundTask{runOnBackgroundThread([weakSelf, audio, cancelled, decoded = inputDecoded_] {
-                           while (std::optional<AudioBuffer> buffer = audio->receive()) {
-                               std::shared_ptr<SpeechService> self = weakSelf.lock();
-                               if (!self || !self->isActive_ || *cancelled) {
-                                   break;
-                               }
-                               if (auto task = self->legacyTask_.load()) {
-                                   task->appendAudio(buffer->samples);
-                               }
-                           }
-                           std::shared_ptr<platform::SegmentRecognitionTask> task;
-                           if (std::shared_ptr<SpeechService> self = weakSelf.lock()) {
-                               task = self->legacyTask_.load();
-                           }
-                           if (task) {
-                               task->endAudio([decoded] { decoded->close(); });
-                           } else {
-                               decoded->close();
-                           }
-                       }),
-                       cancelled};
+    const std::uint64_t dictation = dictation_;
+    audioConsumerTask_ = BackgroundTask{
+        runOnBackgroundThread([weakSelf, audio, cancelled, dictation, decoded = inputDecoded_] {
+            while (std::optional<AudioBuffer> buffer = audio->receive()) {
+                std::shared_ptr<SpeechService> self = weakSelf.lock();
+                if (!self || !self->isActive_ || *cancelled) {
+                    break;
+                }
+                if (auto task = self->legacyTask_.load()) {
+                    task->appendAudio(buffer->samples);
+                }
+            }
+            // Once stopped, the request is this dictation's no more: stop() ended its audio, and
+            // on a busy machine this thread may get here after the next dictation has started
+            // (whose audio it would end).
+            std::shared_ptr<platform::SegmentRecognitionTask> task;
+            if (std::shared_ptr<SpeechService> self = weakSelf.lock();
+                self && !*cancelled && self->isCurrentDictation(dictation)) {
+                task = self->legacyTask_.load();
+            }
+            if (task) {
+                task->endAudio([decoded] { decoded->close(); });
+            } else {
+                decoded->close();
+            }
+        }),
+        cancelled};
 }
 
 void SpeechService::startLegacyRequest(std::shared_ptr<SegmentRecognizer> recognizer,

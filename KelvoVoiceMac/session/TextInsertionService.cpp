@@ -26,6 +26,7 @@ TextInsertionService::TextInsertionService(Dependencies dependencies)
       preferences_(dependencies.preferences) {}
 
 QCoro::Task<bool> TextInsertionService::insert(std::string text, bool restore) {
+    lastRoute_ = Route::none;
     if (text.empty()) {
         traceOutput_.write("[TextInsertion] Empty text, skipping");
         co_return true;
@@ -33,6 +34,7 @@ QCoro::Task<bool> TextInsertionService::insert(std::string text, bool restore) {
     // Needs no accessibility trust: the framework commits as the user's own input method does.
     InputMethodResult viaInputMethod = co_await insertWithInputMethod(text);
     if (viaInputMethod == InputMethodResult::inserted) {
+        lastRoute_ = Route::inputMethod;
         co_return true;
     }
     if (viaInputMethod == InputMethodResult::refused) {
@@ -58,6 +60,7 @@ QCoro::Task<bool> TextInsertionService::insert(std::string text, bool restore) {
     AccessibilityResult result = co_await insertWithAccessibility(text);
     if (result == AccessibilityResult::inserted) {
         traceOutput_.write("[TextInsertion] AX direct insertion succeeded");
+        lastRoute_ = Route::accessibility;
         co_return true;
     }
     if (result == AccessibilityResult::refused) {
@@ -65,7 +68,9 @@ QCoro::Task<bool> TextInsertionService::insert(std::string text, bool restore) {
         co_return false;
     }
     traceOutput_.write("[TextInsertion] AX direct insertion failed, falling back to pasteboard");
-    co_return co_await insertWithPasteboard(text, restore);
+    bool pasted = co_await insertWithPasteboard(text, restore);
+    lastRoute_ = pasted ? Route::pasteboard : Route::none;
+    co_return pasted;
 }
 
 void TextInsertionService::openAccessibilitySettings() {

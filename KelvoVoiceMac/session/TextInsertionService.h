@@ -68,6 +68,10 @@ class TextInsertionService final : public DictationTextInserter {
     // The "Open Accessibility Settings" menu action.
     void openAccessibilitySettings();
 
+    // Which path took the text of the last insert() (none when it failed or was empty).
+    enum class Route { none, inputMethod, accessibility, pasteboard };
+    Route lastRoute() const noexcept { return lastRoute_; }
+
     // True from just before the paste chord is sent until the restore step is over; the gesture
     // recogniser drops synthetic key events meanwhile.
     bool isInjectingKeys() const noexcept { return isInjectingKeys_; }
@@ -97,6 +101,7 @@ class TextInsertionService final : public DictationTextInserter {
     std::vector<platform::InputMethodCommitter*> inputMethods_;
     platform::Preferences* preferences_;
     bool isInjectingKeys_ = false;
+    Route lastRoute_ = Route::none;
 };
 
 }  // namespace kelvo::app

@@ -171,7 +171,8 @@ void TrayStatusItem::applyIcon(const char* symbol, const char* fallbackSymbol,
     }
     hasImage_ = !icon.isNull();
     trayIcon_->setIcon(icon);
-    trayIcon_->setToolTip(QString::fromUtf8(description));
+    description_ = description;
+    trayIcon_->setToolTip(toolTip());
     trayIcon_->setVisible(true);
     logStatus(reason);
 }
@@ -193,6 +194,24 @@ void TrayStatusItem::toggleFillerRemoval() {
     fillerRemovalMenuItem_->setChecked(stored);
     systemLog_.write(std::string("[KelvoVoice] Filler removal enabled=") +
                      platform::boolText(stored));
+}
+
+void TrayStatusItem::setActivity(const QString& activity) {
+    if (activity == activity_) {
+        return;
+    }
+    activity_ = activity;
+    if (trayIcon_) {
+        trayIcon_->setToolTip(toolTip());
+    }
+}
+
+QString TrayStatusItem::toolTip() const {
+    QString text = QString::fromUtf8(description_);
+    if (!activity_.isEmpty()) {
+        text += QLatin1Char('\n') + activity_;
+    }
+    return text;
 }
 
 void TrayStatusItem::syncFillerRemovalCheck() {

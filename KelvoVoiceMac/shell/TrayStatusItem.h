@@ -87,6 +87,10 @@ class TrayStatusItem final : public StatusItemPresenter {
     void checkInputMonitoringPermission();
     // Sets the filler check mark from the preference, after another window has changed it.
     void syncFillerRemovalCheck();
+    // A second line for the icon's tooltip about work in the background ("Installing speech model
+    // base: 42 %"); empty removes it.
+    void setActivity(const QString& activity);
+    QString toolTip() const;
 
     QMenu& menu() noexcept { return *menu_; }
     bool isShown() const noexcept { return trayIcon_ != nullptr; }
@@ -112,6 +116,8 @@ class TrayStatusItem final : public StatusItemPresenter {
     QAction* pasteLastMenuItem_ = nullptr;
     std::unique_ptr<QSystemTrayIcon> trayIcon_;
     bool hasImage_ = false;
+    const char* description_ = "KelvoVoice";
+    QString activity_;
     RecordingState state_ = RecordingState::idle;
     // Expires with the item, so the posted "next-runloop" line can tell it is gone.
     std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);

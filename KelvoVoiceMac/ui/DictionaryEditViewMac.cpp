@@ -22,6 +22,7 @@
 #include "KelvoVoiceMac/ui/DictionaryRowMac.h"
 #include "KelvoVoiceMac/ui/SymbolImage.h"
 #include "KelvoVoiceMac/ui/WindowStyle.h"
+#include "core/engines/CorrectionDetector.h"
 #include "core/support/Uuid.h"
 
 namespace kelvo::app {
@@ -260,6 +261,21 @@ void DictionaryEditViewMac::addEntry() {
     if (auto* field = form_->findChild<QWidget*>(QStringLiteral("canonicalTextField"))) {
         field->setFocus();
     }
+}
+
+void DictionaryEditViewMac::addSuggestion(const CorrectionSuggestion& suggestion) {
+    if (!isLoaded_) {
+        return;
+    }
+    CorrectionDetector::mergeInto(entries_, suggestion);
+    rebuildList();
+    const std::string term = suggestion.canonical;
+    for (const DictionaryEntry& entry : entries_) {
+        if (entry.canonicalText == term) {
+            selectEntry(entry.id);
+        }
+    }
+    refreshState();
 }
 
 void DictionaryEditViewMac::deleteSelectedEntry() {

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "core/engines/DictionaryCorrectionEngine.h"
+#include "core/models/CorrectionSuggestion.h"
 #include "core/models/DictionaryEntry.h"
 #include "core/models/DictionaryStore.h"
 
@@ -61,6 +62,9 @@ class DictionaryEditViewMac final : public QWidget {
     void deleteSelectedEntry();
     // Writes the working copy; the result arrives through saveFinished().
     void save();
+    // Puts a suggestion learnt from a correction into the working copy (into the entry with its
+    // term, else a new one) and selects that entry; saving is left to the user or the caller.
+    void addSuggestion(const CorrectionSuggestion& suggestion);
     // Selects the entry with this identifier, or nothing.
     void selectEntry(const std::optional<std::string>& id);
 

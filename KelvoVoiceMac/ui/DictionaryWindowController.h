@@ -12,6 +12,8 @@
 
 #include "core/engines/DictionaryCorrectionEngine.h"
 #include "core/models/DictionaryStore.h"
+#include "core/services/JSONSuggestionStore.h"
+#include "platform/Preferences.h"
 
 namespace kelvo::app {
 
@@ -19,8 +21,12 @@ class DictionaryEditViewMac;
 
 class DictionaryWindowController final {
   public:
+    // With `suggestions` (and the preferences, for the switch of learning) the window also lists
+    // the suggestions learnt from corrections, below the editor.
     DictionaryWindowController(std::shared_ptr<DictionaryStore> dictionaryStore,
-                               std::shared_ptr<DictionaryCorrectionEngine> dictionaryEngine);
+                               std::shared_ptr<DictionaryCorrectionEngine> dictionaryEngine,
+                               std::shared_ptr<JSONSuggestionStore> suggestions = nullptr,
+                               platform::Preferences* preferences = nullptr);
     ~DictionaryWindowController();
 
     DictionaryWindowController(const DictionaryWindowController&) = delete;

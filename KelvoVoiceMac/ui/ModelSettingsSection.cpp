@@ -11,7 +11,6 @@
 #include <QSignalBlocker>
 #include <QSpinBox>
 #include <QTableWidget>
-#include <QTimer>
 #include <QVBoxLayout>
 
 #include <exception>
@@ -22,7 +21,6 @@ namespace {
 constexpr int kNameColumn = 0;
 constexpr int kSizeColumn = 1;
 constexpr int kStatusColumn = 2;
-constexpr int kPollMilliseconds = 100;
 
 QString sizeText(std::uint64_t bytes) {
     if (bytes >= 1'000'000'000) {
@@ -38,10 +36,11 @@ QString qt(const std::string& text) {
 
 }  // namespace
 
-ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory, Bindings bindings,
+ModelSettingsSection::ModelSettingsSection(ModelInstallationService& installer, Bindings bindings,
                                            QWidget* parent)
     : QWidget(parent),
-      inventory_(inventory),
+      installer_(installer),
+      inventory_(installer.inventory()),
       bindings_(std::move(bindings)),
       table_(new QTableWidget(this)),
       choice_(new QComboBox(this)),
@@ -50,9 +49,9 @@ ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory, Bindings b
       remove_(new QPushButton(tr("Remove"), this)),
       progress_(new QProgressBar(this)),
       message_(new QLabel(this)),
+      recommendation_(new QLabel(this)),
       mirror_(new QLineEdit(this)),
-      idleMinutes_(new QSpinBox(this)),
-      poll_(new QTimer(this)) {
+      idleMinutes_(new QSpinBox(this)) {
     table_->setColumnCount(3);
     table_->setHorizontalHeaderLabels({tr("Model"), tr("Size"), tr("Status")});
     table_->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -76,6 +75,7 @@ ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory, Bindings b
     progress_->setTextVisible(true);
     progress_->hide();
     message_->setWordWrap(true);
+    recommendation_->setWordWrap(true);
 
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(install_);
@@ -92,6 +92,7 @@ ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory, Bindings b
     form->addRow(tr("Release an unused model after:"), idleMinutes_);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(recommendation_);
     layout->addWidget(table_, 1);
     layout->addLayout(buttons);
     layout->addWidget(progress_);
@@ -100,16 +101,12 @@ ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory, Bindings b
 
     connect(table_, &QTableWidget::itemSelectionChanged, this, [this] { updateButtons(); });
     connect(install_, &QPushButton::clicked, this, [this] { startInstallation(); });
-    connect(cancel_, &QPushButton::clicked, this, [this] {
-        if (installation_) {
-            installation_->cancel();
-        }
-    });
+    connect(cancel_, &QPushButton::clicked, this, [this] { installer_.cancel(); });
     connect(remove_, &QPushButton::clicked, this, [this] { removeSelected(); });
     connect(choice_, &QComboBox::currentIndexChanged, this, [this](int index) {
         choose(index <= 0 ? std::string() : choice_->itemData(index).toString().toStdString());
     });
-    connect(poll_, &QTimer::timeout, this, [this] { pollInstallation(); });
+    observer_ = installer_.addObserver([this] { installationChanged(); });
 
     connect(mirror_, &QLineEdit::editingFinished, this, [this] {
         const std::string address = mirror_->text().trimmed().toStdString();
@@ -140,16 +137,41 @@ ModelSettingsSection::ModelSettingsSection(ModelInventory& inventory, Bindings b
         idleMinutes_->setValue(bindings_.idleReleaseMinutes ? bindings_.idleReleaseMinutes()
                                                             : defaultIdleReleaseMinutes);
     }
+    if (bindings_.recommendation) {
+        const auto& entries = inventory_.catalog().entries();
+        for (std::size_t row = 0; row < entries.size(); ++row) {
+            if (&entries[row] == bindings_.recommendation->entry) {
+                table_->selectRow(static_cast<int>(row));
+            }
+        }
+    }
     refresh();
+    // An installation started elsewhere (the notice) before the window opened.
+    installationChanged();
 }
 
 ModelSettingsSection::~ModelSettingsSection() {
-    if (installation_) {
-        installation_->cancel();
+    installer_.removeObserver(observer_);
+}
+
+void ModelSettingsSection::updateRecommendation() {
+    QString text;
+    const ModelAssetStatus status = inventory_.statusForLocale(dictationLocale);
+    if (status != ModelAssetStatus::installed) {
+        text =
+            tr("No installed model recognises Japanese yet, so dictation uses the fallback "
+               "recogniser, which does not understand Japanese.");
     }
-    if (worker_.joinable()) {
-        worker_.join();
+    if (const auto& recommended = bindings_.recommendation) {
+        if (!text.isEmpty()) {
+            text += QLatin1Char(' ');
+        }
+        text += tr("Recommended for this computer: %1 (%2) — %3.")
+                    .arg(qt(recommended->entry->name), sizeText(recommended->entry->sizeBytes),
+                         qt(recommended->reason));
     }
+    recommendation_->setText(text);
+    recommendation_->setVisible(!text.isEmpty());
 }
 
 QString ModelSettingsSection::statusText(const ModelCatalogEntry& entry) const {
@@ -172,6 +194,7 @@ QString ModelSettingsSection::statusText(const ModelCatalogEntry& entry) const {
 }
 
 void ModelSettingsSection::refresh() {
+    updateRecommendation();
     int row = 0;
     for (const ModelCatalogEntry& entry : inventory_.catalog().entries()) {
         table_->item(row, kStatusColumn)->setText(statusText(entry));
@@ -202,7 +225,7 @@ const ModelCatalogEntry* ModelSettingsSection::selectedEntry() const {
 
 void ModelSettingsSection::updateButtons() {
     const ModelCatalogEntry* entry = selectedEntry();
-    const bool installing = installation_ != nullptr;
+    const bool installing = installer_.isRunning();
     const ModelAssetStatus status =
         entry ? inventory_.status(*entry) : ModelAssetStatus::unsupported;
     install_->setEnabled(entry && !installing && status != ModelAssetStatus::installed &&
@@ -212,49 +235,37 @@ void ModelSettingsSection::updateButtons() {
 }
 
 void ModelSettingsSection::startInstallation() {
-    const ModelCatalogEntry* entry = selectedEntry();
-    if (!entry || installation_) {
-        return;
+    if (const ModelCatalogEntry* entry = selectedEntry()) {
+        installer_.start(*entry, "settings");
     }
-    installation_ = std::make_unique<ModelInstallation>(inventory_, *entry);
-    workerDone_ = false;
-    workerFailure_.reset();
-    worker_ = std::thread([this, installation = installation_.get()] {
-        try {
-            installation->run();
-        } catch (const std::exception& error) {
-            workerFailure_ = error.what();
-        }
-        workerDone_ = true;
-    });
-    progress_->setValue(0);
-    progress_->show();
-    message_->setText(tr("Installing %1…").arg(qt(entry->name)));
-    poll_->start(kPollMilliseconds);
-    refresh();
 }
 
-void ModelSettingsSection::pollInstallation() {
-    if (!installation_) {
-        poll_->stop();
+void ModelSettingsSection::installationChanged() {
+    if (const ModelCatalogEntry* current = installer_.current()) {
+        if (shownInstallation_ != current->name) {
+            shownInstallation_ = current->name;
+            progress_->show();
+            message_->setText(tr("Installing %1…").arg(qt(current->name)));
+            refresh();
+        }
+        progress_->setValue(static_cast<int>(installer_.fractionCompleted() * 1000));
         return;
     }
-    progress_->setValue(static_cast<int>(installation_->fractionCompleted() * 1000));
-    if (!workerDone_) {
+    if (!shownInstallation_) {
         return;
     }
-    poll_->stop();
-    worker_.join();
-    const std::string name = installation_->entry().name;
-    installation_.reset();
+    shownInstallation_.reset();
     progress_->hide();
-    message_->setText(workerFailure_ ? qt(*workerFailure_) : tr("Installed %1.").arg(qt(name)));
+    if (const auto& outcome = installer_.lastOutcome()) {
+        message_->setText(outcome->failure ? qt(*outcome->failure)
+                                           : tr("Installed %1.").arg(qt(outcome->model)));
+    }
     refresh();
 }
 
 void ModelSettingsSection::removeSelected() {
     const ModelCatalogEntry* entry = selectedEntry();
-    if (!entry || installation_) {
+    if (!entry || installer_.isRunning()) {
         return;
     }
     try {

@@ -7,21 +7,22 @@
 // long an unused model stays loaded. Those three settings are read and written through the
 // Bindings (the preferences kvmac_modelName, kvmac_modelDownloadBaseURL and
 // kvmac_modelIdleReleaseMinutes); the first two are also pushed into the inventory at once.
-// An installation runs on a thread of its own; the panel polls its progress with a timer, so the
-// main thread never waits for the network. Main thread only; the inventory must outlive the
-// panel, whose destructor cancels a running installation (its partial file stays to resume).
+// Above the list it says when no installed model recognises Japanese (dictation then uses the
+// fallback recogniser) and names the model recommended for this computer with the reason; that
+// model's row is selected when the panel opens, so Install is one click away.
+// Installations go through the application's ModelInstallationService, so one started from the
+// first-run notice shows its progress here too, and closing the window does not stop it.
+// Main thread only; the installation service (and its inventory) must outlive the panel.
 
 #include <QWidget>
 
-#include <atomic>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 
-#include "core/services/ModelInstallation.h"
+#include "KelvoVoiceMac/session/ModelInstallationService.h"
 #include "core/services/ModelInventory.h"
+#include "core/services/ModelRecommender.h"
 
 class QComboBox;
 class QLabel;
@@ -30,7 +31,6 @@ class QSpinBox;
 class QProgressBar;
 class QPushButton;
 class QTableWidget;
-class QTimer;
 
 namespace kelvo::app {
 
@@ -43,11 +43,17 @@ class ModelSettingsSection final : public QWidget {
         std::function<void(const std::string&)> setDownloadBaseURL;
         std::function<int()> idleReleaseMinutes;
         std::function<void(int)> setIdleReleaseMinutes;
+        // The model suggested for this computer (an entry of the inventory's catalogue), if any.
+        std::optional<ModelRecommender::Recommendation> recommendation;
     };
+
+    // The locale dictation recognises, whose models the notice above the list is about.
+    static constexpr const char* dictationLocale = "ja-JP";
 
     static constexpr int defaultIdleReleaseMinutes = 10;
 
-    ModelSettingsSection(ModelInventory& inventory, Bindings bindings, QWidget* parent = nullptr);
+    ModelSettingsSection(ModelInstallationService& installer, Bindings bindings,
+                         QWidget* parent = nullptr);
     ~ModelSettingsSection() override;
 
     // Reads the models folder again and updates every row and button.
@@ -61,19 +67,23 @@ class ModelSettingsSection final : public QWidget {
     QPushButton* removeButton() const { return remove_; }
     QProgressBar* progressBar() const { return progress_; }
     QLabel* messageLabel() const { return message_; }
+    // The notice and recommendation above the list.
+    QLabel* recommendationLabel() const { return recommendation_; }
     QLineEdit* downloadAddress() const { return mirror_; }
     QSpinBox* idleMinutes() const { return idleMinutes_; }
-    bool isInstalling() const { return installation_ != nullptr; }
+    bool isInstalling() const { return installer_.isRunning(); }
 
   private:
     const ModelCatalogEntry* selectedEntry() const;
     void startInstallation();
-    void pollInstallation();
+    void installationChanged();
+    void updateRecommendation();
     void removeSelected();
     void choose(const std::string& name);
     void updateButtons();
     QString statusText(const ModelCatalogEntry& entry) const;
 
+    ModelInstallationService& installer_;
     ModelInventory& inventory_;
     Bindings bindings_;
 
@@ -84,14 +94,13 @@ class ModelSettingsSection final : public QWidget {
     QPushButton* remove_;
     QProgressBar* progress_;
     QLabel* message_;
+    QLabel* recommendation_;
     QLineEdit* mirror_;
     QSpinBox* idleMinutes_;
-    QTimer* poll_;
 
-    std::unique_ptr<ModelInstallation> installation_;
-    std::thread worker_;
-    std::atomic<bool> workerDone_ = false;
-    std::optional<std::string> workerFailure_;
+    int observer_ = -1;
+    // The model whose installation this panel is showing, until its outcome has been shown.
+    std::optional<std::string> shownInstallation_;
 };
 
 }  // namespace kelvo::app

@@ -9,6 +9,10 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
 #include <vector>
 
 #include "core/support/Error.h"
@@ -49,12 +53,29 @@ AudioFileReader::AudioFileReader(const std::filesystem::path& file)
         decoder_ = nullptr;
         throw Error("cannot read audio file '" + file.string() + "': " + reason);
     };
+    // A file, not whatever FFmpeg can open: a URL would fetch from the network, and a FIFO or a
+    // device would block or never end.
+    if (file.string().find("://") != std::string::npos) {
+        fail("only local files are read, not URLs");
+    }
+    struct stat info {};
+    if (::stat(file.c_str(), &info) != 0) {
+        fail(std::strerror(errno));
+    }
+    if (!S_ISREG(info.st_mode)) {
+        fail(S_ISDIR(info.st_mode) ? "it is a folder"
+                                   : "it is not a regular file (a FIFO, a device or a socket)");
+    }
     // Our error line says what went wrong; FFmpeg's own notes would only clutter standard error.
     av_log_set_level(AV_LOG_QUIET);
     Decoder& d = *decoder_;
-    if (const int error = avformat_open_input(&d.container, file.c_str(), nullptr, nullptr);
-        error < 0) {
-        fail(avError(error));
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    const std::string url = "file:" + file.string();
+    const int opened = avformat_open_input(&d.container, url.c_str(), nullptr, &options);
+    av_dict_free(&options);
+    if (opened < 0) {
+        fail(avError(opened));
     }
     if (const int error = avformat_find_stream_info(d.container, nullptr); error < 0) {
         fail(avError(error));

@@ -11,8 +11,9 @@ namespace kelvo::cli {
 /// Decodes any audio file FFmpeg reads (libavformat/libavcodec) into reads of the file's own
 /// sample rate and channel count as interleaved float, shaped like a microphone's reads, so the
 /// application's converter turns them into recogniser audio exactly as it does live audio. Opening
-/// probes the file and throws kelvo::Error when it cannot be read or has no audio stream; read()
-/// throws on a decoding failure midway. One thread; not copyable.
+/// probes the file and throws kelvo::Error when it cannot be read, is not a regular file (a URL,
+/// a FIFO, a device) or has no audio stream; read() throws on a decoding failure midway. One
+/// thread; not copyable.
 class AudioFileReader {
   public:
     explicit AudioFileReader(const std::filesystem::path& file);

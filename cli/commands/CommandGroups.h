@@ -21,7 +21,7 @@ void registerProcessCommand(CommandRegistry& registry);
 void registerRenderCommand(CommandRegistry& registry);
 /// history.
 void registerHistoryCommand(CommandRegistry& registry);
-/// dictionary list, dictionary add, dictionary remove.
+/// dictionary list, add, remove, suggestions, accept, reject.
 void registerDictionaryCommands(CommandRegistry& registry);
 /// save, vault list, vault read, vault search.
 void registerVaultCommands(CommandRegistry& registry);

@@ -282,8 +282,8 @@ class Dictation {
                      "; or " + advice;
         } else if (modelEngine_.isAvailable()) {
             advice =
-                "install a speech model with kelvo models install NAME (see kelvo models "
-                "list) or " +
+                "install a speech model with kelvo models install --recommended (or NAME, see "
+                "kelvo models list) or " +
                 advice;
         }
         throw Error("no speech recognition model for " + options_.locale +
@@ -535,11 +535,12 @@ void runDictate(const ParsedArguments& arguments, CommandContext& context) {
     DictationTranscript transcript;
     {
         Dictation dictation(options, context.environment(), context.diagnostics());
+        // Before the file: without a recogniser for the locale there is nothing to decode it for.
+        dictation.checkLocale();
         std::vector<AudioBuffer> fileAudio;
         if (options.file) {
             fileAudio = convertedFile(*options.file);
         }
-        dictation.checkLocale();
         dictation.setHints(dictionary->hints(DictionaryScope::all));
         transcript = dictation.run(std::move(fileAudio));
     }

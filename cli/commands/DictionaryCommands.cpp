@@ -2,6 +2,7 @@
 
 #include "cli/commands/CommandGroups.h"
 #include "cli/commands/DictionaryAccess.h"
+#include "core/services/JSONSuggestionStore.h"
 #include "core/support/DataLocations.h"
 #include "core/support/Uuid.h"
 
@@ -60,6 +61,56 @@ void runRemove(const ParsedArguments& arguments, CommandContext& context) {
         [&hasId](std::vector<DictionaryEntry>& stored) { std::erase_if(stored, hasId); });
 }
 
+JSONSuggestionStore openSuggestionStore(const ParsedArguments& arguments, CommandContext& context) {
+    return JSONSuggestionStore(JSONSuggestionStore::fileBeside(context.dictionaryFile(arguments)));
+}
+
+std::string requiredId(const ParsedArguments& arguments) {
+    if (!arguments.positional(0)) {
+        throw UsageError("missing suggestion ID");
+    }
+    const std::string requested = *arguments.positional(0);
+    return isUuid(requested) ? canonicalUuid(requested) : requested;
+}
+
+void runSuggestions(const ParsedArguments& arguments, CommandContext& context) {
+    const std::vector<CorrectionSuggestion> pending =
+        openSuggestionStore(arguments, context).pendingSuggestions();
+    if (arguments.has("--json")) {
+        context.writeJson(Json(pending));
+        return;
+    }
+    std::string lines;
+    for (const CorrectionSuggestion& suggestion : pending) {
+        lines += suggestion.id + "\t" + suggestion.misrecognition + " → " + suggestion.canonical +
+                 (suggestion.reading ? " (" + *suggestion.reading + ")" : "") + "\tseen " +
+                 std::to_string(suggestion.count) + "\n";
+    }
+    if (!lines.empty()) {
+        lines.pop_back();
+        context.writeText(lines);
+    }
+}
+
+void runAccept(const ParsedArguments& arguments, CommandContext& context) {
+    const std::string id = requiredId(arguments);
+    JSONSuggestionStore suggestions = openSuggestionStore(arguments, context);
+    for (const CorrectionSuggestion& suggestion : suggestions.pendingSuggestions()) {
+        if (suggestion.id == id) {
+            const std::filesystem::path file = context.dictionaryFile(arguments);
+            const auto dictionary = openDictionaryStore(file);
+            dictionary->loadEntries();  // a damaged dictionary fails here, untouched
+            suggestions.accept(suggestion, *dictionary);
+            return;
+        }
+    }
+    throw Error("no pending suggestion with ID " + *arguments.positional(0));
+}
+
+void runReject(const ParsedArguments& arguments, CommandContext& context) {
+    openSuggestionStore(arguments, context).reject(requiredId(arguments));
+}
+
 }  // namespace
 
 void registerDictionaryCommands(CommandRegistry& registry) {
@@ -92,6 +143,29 @@ void registerDictionaryCommands(CommandRegistry& registry) {
         "Remove the entry with this ID.",
         ArgumentParser().option("--dictionary").positionals(1),
         runRemove,
+    });
+    registry.add(Command{
+        "dictionary suggestions",
+        "[--json] [--dictionary PATH]",
+        "List the entries proposed from your corrections of dictated text (ID, replaced text, "
+        "correction, times seen), or as JSON.",
+        ArgumentParser().flag("--json").option("--dictionary"),
+        runSuggestions,
+    });
+    registry.add(Command{
+        "dictionary accept",
+        "ID [--dictionary PATH]",
+        "Add the suggestion with this ID to the dictionary (into the entry with its term, if "
+        "there is one).",
+        ArgumentParser().option("--dictionary").positionals(1),
+        runAccept,
+    });
+    registry.add(Command{
+        "dictionary reject",
+        "ID [--dictionary PATH]",
+        "Dismiss the suggestion with this ID; the same correction is not proposed again.",
+        ArgumentParser().option("--dictionary").positionals(1),
+        runReject,
     });
 }
 

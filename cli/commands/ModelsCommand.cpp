@@ -11,6 +11,8 @@
 #include "cli/commands/ModelInventoryAccess.h"
 #include "core/services/ModelInstallation.h"
 #include "core/services/ModelInventory.h"
+#include "core/services/ModelRecommender.h"
+#include "core/support/Utf8.h"
 
 namespace kelvo::cli {
 
@@ -27,6 +29,17 @@ ModelInventory openInventory(const ParsedArguments& arguments, CommandContext& c
         arguments.value("--base-url")
             .value_or(context.environment().get(kBaseURLVariable).value_or(""));
     return openModelInventory(context.environment(), settings);
+}
+
+// The model this machine should use for dictation, and why; kelvo::Error when none serves it.
+ModelRecommender::Recommendation recommendation(const ModelInventory& inventory) {
+    const auto recommended = ModelRecommender::recommend(
+        inventory.catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
+        CpuCapabilities::detect());
+    if (!recommended) {
+        throw Error(std::string("no model in the catalogue serves ") + kDictationLocale);
+    }
+    return *recommended;
 }
 
 const ModelCatalogEntry& findModel(const ModelInventory& inventory,
@@ -64,12 +77,18 @@ std::string statusText(const ModelInventory& inventory, const ModelCatalogEntry&
             return "downloading (" + sizeText(inventory.partialSizeBytes(entry)) +
                    " so far; install again to resume)";
         case ModelAssetStatus::supported:
-            return entry.hasPublishedChecksum() ? "not installed"
-                                                : "not installed (no published checksum)";
+            return entry.hasPublishedChecksum()
+                       ? "not installed"
+                       : "not installed (no published checksum; size and header are checked)";
         case ModelAssetStatus::unsupported:
             break;
     }
     return "unsupported";
+}
+
+std::string recommendationText(const ModelRecommender::Recommendation& recommended) {
+    return recommended.entry->name + " (" + sizeText(recommended.entry->sizeBytes) + ") — " +
+           recommended.reason;
 }
 
 void runList(const ParsedArguments& arguments, CommandContext& context) {
@@ -95,18 +114,25 @@ void runList(const ParsedArguments& arguments, CommandContext& context) {
     char line[256];
     std::snprintf(line, sizeof line, "%-22s %9s  %s", "NAME", "SIZE", "STATUS");
     context.writeText(line);
+    // A catalogue file is the user's, but what it holds must not steer the terminal.
     for (const ModelCatalogEntry& entry : inventory.catalog().entries()) {
-        std::snprintf(line, sizeof line, "%-22s %9s  %s", entry.name.c_str(),
+        std::snprintf(line, sizeof line, "%-22s %9s  %s", visibleText(entry.name).c_str(),
                       sizeText(entry.sizeBytes).c_str(), statusText(inventory, entry).c_str());
         context.writeText(entry.description.empty()
                               ? std::string(line)
-                              : std::string(line) + " — " + entry.description);
+                              : std::string(line) + " — " + visibleText(entry.description));
     }
     const ModelCatalogEntry* serving = inventory.modelForLocale(kDictationLocale);
-    context.writeText(std::string("Dictation (") + kDictationLocale + ") uses: " +
-                      (serving && inventory.isInstalled(*serving)
-                           ? serving->name
-                           : std::string("no model installed (kelvo models install NAME)")));
+    context.writeText(
+        std::string("Dictation (") + kDictationLocale + ") uses: " +
+        (serving && inventory.isInstalled(*serving)
+             ? visibleText(serving->name)
+             : std::string("no model installed (kelvo models install --recommended)")));
+    if (const auto recommended = ModelRecommender::recommend(
+            inventory.catalog(), ModelCatalog::languageOfLocale(kDictationLocale),
+            CpuCapabilities::detect())) {
+        context.writeText("Recommended for this computer: " + recommendationText(*recommended));
+    }
     context.writeText("Folder: " + inventory.modelsFolder().string());
 }
 
@@ -125,7 +151,20 @@ void drawProgress(std::ostream& out, const ModelInstallation& installation) {
 
 void runInstall(const ParsedArguments& arguments, CommandContext& context) {
     const ModelInventory inventory = openInventory(arguments, context);
-    const ModelCatalogEntry& entry = findModel(inventory, arguments);
+    const ModelCatalogEntry* chosen = nullptr;
+    if (arguments.has("--recommended")) {
+        if (arguments.positional(0)) {
+            throw UsageError("give a model NAME or --recommended, not both");
+        }
+        const ModelRecommender::Recommendation recommended = recommendation(inventory);
+        // Said before the download starts, and kept when it fails (unlike the held-back output).
+        context.diagnostics() << "Recommended for this computer: "
+                              << recommendationText(recommended) << "\n";
+        chosen = recommended.entry;
+    } else {
+        chosen = &findModel(inventory, arguments);
+    }
+    const ModelCatalogEntry& entry = *chosen;
     if (inventory.isInstalled(entry)) {
         context.writeText("Model " + entry.name + " is already installed (" +
                           inventory.verificationText(entry).value_or("") + ")");
@@ -138,7 +177,7 @@ void runInstall(const ParsedArguments& arguments, CommandContext& context) {
                 << std::flush;
     if (!entry.hasPublishedChecksum()) {
         diagnostics << "No checksum is published for " << entry.name
-                    << ": only its size will be verified\n";
+                    << ": only its size and model header will be verified\n";
     }
 
     ModelInstallation installation(inventory, entry);
@@ -189,9 +228,10 @@ void registerModelsCommand(CommandRegistry& registry) {
     });
     registry.add(Command{
         "models install",
-        "NAME [--base-url URL]",
-        "Download, verify and install a speech model (resumes an interrupted download).",
-        ArgumentParser().option("--base-url").positionals(1),
+        "NAME | --recommended [--base-url URL]",
+        "Download, verify and install a speech model (resumes an interrupted download); "
+        "--recommended picks the most accurate model that keeps up with speech on this computer.",
+        ArgumentParser().option("--base-url").flag("--recommended").positionals(1),
         runInstall,
     });
     registry.add(Command{

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 
 #include "cli/ReportedFailure.h"
@@ -20,6 +21,12 @@ std::optional<ScopedURL> folderOption(const ParsedArguments& arguments) {
 }
 
 void runSave(const ParsedArguments& arguments, CommandContext& context) {
+    const std::optional<std::string> subpath = arguments.value("--subpath");
+    // A folder name with a line break or an escape in it is a slip, never a place for a note.
+    if (subpath && std::any_of(subpath->begin(), subpath->end(),
+                               [](unsigned char c) { return c < 0x20 || c == 0x7F; })) {
+        throw UsageError("--subpath must not contain control characters: " + visibleText(*subpath));
+    }
     const OverwritePolicy policy =
         arguments.enumeration<OverwritePolicy>("--policy").value_or(OverwritePolicy::createNew);
     const auto result = decodeStandardInput<VoiceInputResult>(context, "a VoiceInputResult");
@@ -30,7 +37,7 @@ void runSave(const ParsedArguments& arguments, CommandContext& context) {
                                    *arguments.value("--folder"));
     SaveRequest request;
     request.destinationID = makeUuid();
-    request.subpath = arguments.value("--subpath");
+    request.subpath = subpath;
     request.overwritePolicy = policy;
     const SaveResult saved = adapter.save(document, request);
     // The SaveResult is the answer either way; a failed save also says why on standard error.

@@ -36,11 +36,21 @@ std::string joined(const std::vector<std::string>& items, std::string_view separ
     return out;
 }
 
+// "[a, b]": the items bare, as long as none would break the note's lines.
+std::string bracketed(const std::vector<std::string>& items) {
+    std::vector<std::string> shown;
+    shown.reserve(items.size());
+    for (const std::string& item : items) {
+        shown.push_back(FrontmatterValue::bareText(item));
+    }
+    return "[" + joined(shown, ", ") + "]";
+}
+
 std::string renderValue(const FrontmatterValue& value) {
     if (auto scalar = value.scalarText()) {
         return std::move(*scalar);
     }
-    return "[" + joined(*value.asArray(), ", ") + "]";
+    return bracketed(*value.asArray());
 }
 
 }  // namespace
@@ -108,7 +118,7 @@ std::string MarkdownFormatter::render(const MarkdownDocument& document) {
         lines.push_back(key + ": " + renderValue(value));
     }
     if (!document.tags.empty()) {
-        lines.push_back("tags: [" + joined(document.tags, ", ") + "]");
+        lines.push_back("tags: " + bracketed(document.tags));
     }
     lines.emplace_back(kFrontmatterDelimiter);
     lines.emplace_back();

@@ -1,7 +1,11 @@
 #include "core/services/JsonFile.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
+#include <utility>
+#include <vector>
 
 namespace kelvo::jsonfile {
 
@@ -202,6 +206,35 @@ bool exists(const std::filesystem::path& path) {
     return std::filesystem::exists(status);
 }
 
+namespace {
+
+// Oldest first: by the time in the name, then by the number after it (none counts as 1).
+void removeOldDamagedCopies(const std::filesystem::path& path) {
+    const std::string prefix = path.filename().string() + ".damaged-";
+    std::vector<std::pair<std::pair<std::string, unsigned long>, std::filesystem::path>> copies;
+    std::error_code error;
+    for (std::filesystem::directory_iterator it(folderOf(path), error), end; !error && it != end;
+         it.increment(error)) {
+        const std::string name = it->path().filename().string();
+        if (!name.starts_with(prefix)) {
+            continue;
+        }
+        std::string stamp = name.substr(prefix.size());
+        unsigned long number = 1;
+        if (const auto dash = stamp.find('-'); dash != std::string::npos) {
+            number = std::strtoul(stamp.c_str() + dash + 1, nullptr, 10);
+            stamp.resize(dash);
+        }
+        copies.push_back({{stamp, number}, it->path()});
+    }
+    std::sort(copies.begin(), copies.end());
+    for (std::size_t i = 0; i + keptDamagedCopies < copies.size(); ++i) {
+        std::filesystem::remove(copies[i].second, error);
+    }
+}
+
+}  // namespace
+
 std::filesystem::path moveDamagedAside(const std::filesystem::path& path,
                                        const std::filesystem::path& shownAs,
                                        std::string_view kind) {
@@ -221,6 +254,7 @@ std::filesystem::path moveDamagedAside(const std::filesystem::path& path,
         throw FileError("Could not move the damaged " + std::string(kind) + " \"" +
                         shownAs.string() + "\" aside: " + renameError.message());
     }
+    removeOldDamagedCopies(path);
     return movedTo;
 }
 

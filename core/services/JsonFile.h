@@ -55,8 +55,12 @@ using DamagedFileObserver =
     std::function<void(const std::filesystem::path& damaged, const std::filesystem::path& movedTo,
                        const std::string& reason)>;
 
+/// How many copies of one damaged file are kept: older ones are deleted when another is set aside.
+inline constexpr std::size_t keptDamagedCopies = 3;
+
 /// Renames the damaged file at `path` to "<name>.damaged-<UTC time>" beside it ("...Z-2" and on
-/// when that name is taken) and returns where it went. Throws FileError "Could not move the
+/// when that name is taken), deletes all but the newest `keptDamagedCopies` of those copies and
+/// returns where it went. Throws FileError "Could not move the
 /// damaged <kind> "<shownAs>" aside: <why>" when it cannot, leaving the file where it was.
 std::filesystem::path moveDamagedAside(const std::filesystem::path& path,
                                        const std::filesystem::path& shownAs, std::string_view kind);

@@ -125,7 +125,7 @@ void appendFrontmatterEntry(std::string& text, const std::string& key,
         } else {
             text += ':';
             for (const std::string& item : *array) {
-                text += "\n  - \"" + item + "\"";
+                text += "\n  - " + FrontmatterValue::quotedText(item);
             }
         }
     }
@@ -174,7 +174,7 @@ std::string LocalFolderSaveAdapter::fileText(const MarkdownDocument& document) {
     if (!document.tags.empty()) {
         text += "tags:\n";
         for (const std::string& tag : document.tags) {
-            text += "  - " + tag + "\n";
+            text += "  - " + FrontmatterValue::bareText(tag) + "\n";
         }
     }
     text += kFrontmatterDelimiter;

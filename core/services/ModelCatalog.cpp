@@ -17,9 +17,10 @@ constexpr std::uint64_t kMiB = 1024 * 1024;
 constexpr const char* kWhisperBaseURL =
     "https://huggingface.co/ggerganov/whisper.cpp/resolve/main/";
 
-// SHA-1 digests are those whisper.cpp publishes for its models (models/README.md of the
-// whisper.cpp repository); the quantised variants it does not list there have none here. Sizes
-// are the publishers' rounded figures.
+// SHA-1 digests are those whisper.cpp publishes for its models: models/README.md of the
+// whisper.cpp repository for the full-precision ones, the model card of the Hugging Face
+// repository the files come from (ggerganov/whisper.cpp) for the quantised variants. kotoba-tech
+// publishes none for its ggml files. Sizes are the publishers' rounded figures.
 ModelCatalogEntry whisperModel(std::string name, std::uint64_t sizeMiB, std::string sha1, int rank,
                                std::string description) {
     ModelCatalogEntry entry;
@@ -67,18 +68,26 @@ ModelCatalog ModelCatalog::builtIn() {
     return ModelCatalog({
         whisperModel("tiny", 75, "bd577a113a864445d4c299885e0cb97d4ba92b5f", 10,
                      "fastest, least accurate"),
-        whisperModel("tiny-q5_1", 31, "", 8, "tiny, quantised"),
-        whisperModel("tiny-q8_0", 42, "", 9, "tiny, quantised"),
+        whisperModel("tiny-q5_1", 31, "2827a03e495b1ed3048ef28a6a4620537db4ee51", 8,
+                     "tiny, quantised"),
+        whisperModel("tiny-q8_0", 42, "19e8118f6652a650569f5a949d962154e01571d9", 9,
+                     "tiny, quantised"),
         whisperModel("base", 142, "465707469ff3a37a2b9b8d8f89f2f99de7299dac", 20, "fast"),
-        whisperModel("base-q5_1", 57, "", 18, "base, quantised"),
-        whisperModel("base-q8_0", 78, "", 19, "base, quantised"),
+        whisperModel("base-q5_1", 57, "a3733eda680ef76256db5fc5dd9de8629e62c5e7", 18,
+                     "base, quantised"),
+        whisperModel("base-q8_0", 78, "7bb89bb49ed6955013b166f1b6a6c04584a20fbe", 19,
+                     "base, quantised"),
         whisperModel("small", 466, "55356645c2b361a969dfd0ef2c5a50d530afd8d5", 40, "balanced"),
-        whisperModel("small-q5_1", 181, "", 38, "small, quantised"),
-        whisperModel("small-q8_0", 252, "", 39, "small, quantised"),
+        whisperModel("small-q5_1", 181, "6fe57ddcfdd1c6b07cdcc73aaf620810ce5fc771", 38,
+                     "small, quantised"),
+        whisperModel("small-q8_0", 252, "bcad8a2083f4e53d648d586b7dbc0cd673d8afad", 39,
+                     "small, quantised"),
         whisperModel("medium", 1536, "fd9727b6e1217c2f614f9b698455c4ffd82463b4", 60,
                      "accurate, slow"),
-        whisperModel("medium-q5_0", 514, "", 58, "medium, quantised"),
-        whisperModel("medium-q8_0", 785, "", 59, "medium, quantised"),
+        whisperModel("medium-q5_0", 514, "7718d4c1ec62ca96998f058114db98236937490e", 58,
+                     "medium, quantised"),
+        whisperModel("medium-q8_0", 785, "e66645948aff4bebbec71b3485c576f3d63af5d6", 59,
+                     "medium, quantised"),
         whisperModel("large-v2", 2970, "0f4c8e34f21cf1a914c59d8b3ce882345ad349d6", 80,
                      "very accurate, very slow"),
         whisperModel("large-v2-q5_0", 1126, "00e39f2196344e901b3a2bd5814807a769bd1630", 79,
@@ -91,7 +100,8 @@ ModelCatalog ModelCatalog::builtIn() {
                      "large-v3 accuracy at medium speed"),
         whisperModel("large-v3-turbo-q5_0", 547, "e050f7970618a659205450ad97eb95a18d69c9ee", 73,
                      "large-v3-turbo, quantised"),
-        whisperModel("large-v3-turbo-q8_0", 834, "", 74, "large-v3-turbo, quantised"),
+        whisperModel("large-v3-turbo-q8_0", 834, "01bf15bedffe9f39d65c1b6ff9b687ea91f59e0e", 74,
+                     "large-v3-turbo, quantised"),
         kotobaModel("v1.0", 1450, 90),
         kotobaModel("v2.0", 1450, 95),
     });
@@ -138,7 +148,12 @@ ModelCatalog ModelCatalog::fromJsonFile(const std::filesystem::path& file) {
                              ? static_cast<int>(wholeNumber(item["rank"], "rank", INT_MIN, INT_MAX))
                              : 0;
             entry.description = item.value("description", std::string());
-            if (entry.name.empty() || entry.fileName.empty() ||
+            // A control character (a NUL above all: the file and its record would share a name
+            // as the system sees it) has no business in a file name.
+            const bool controlCharacter =
+                std::any_of(entry.fileName.begin(), entry.fileName.end(),
+                            [](unsigned char c) { return c < 0x20 || c == 0x7F; });
+            if (entry.name.empty() || entry.fileName.empty() || controlCharacter ||
                 entry.fileName.find('/') != std::string::npos || entry.fileName[0] == '.') {
                 fail("model \"" + entry.name + "\" has no usable file name");
             }

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -130,6 +131,10 @@ struct Transfer {
     std::atomic<std::uint64_t>* bytesOnDisk = nullptr;
     std::atomic<std::uint64_t>* totalBytes = nullptr;
     const std::atomic<bool>* cancelled = nullptr;
+    std::uint64_t maximumBytes = UINT64_MAX;
+    std::chrono::steady_clock::time_point started;
+    std::chrono::milliseconds slowStartAllowance{0};
+    std::uint64_t minimumBytesPerSecond = 0;
 
     bool bodyStarted = false;
     long status = 0;
@@ -139,6 +144,8 @@ struct Transfer {
     // Why the write callback stopped the transfer.
     bool rangeMismatch = false;
     bool noRoom = false;
+    bool tooLarge = false;
+    bool tooSlow = false;
     int writeErrno = 0;
 };
 
@@ -223,6 +230,11 @@ std::size_t onBody(char* data, std::size_t size, std::size_t count, void* user) 
     if (transfer.status != 200 && transfer.status != 206) {
         return length;
     }
+    // Also when the server announced no length, or a false one: a model never outgrows its size.
+    if (transfer.existingBytes + transfer.writtenBytes + length > transfer.maximumBytes) {
+        transfer.tooLarge = true;
+        return 0;
+    }
     std::size_t done = 0;
     while (done < length) {
         const off_t offset = static_cast<off_t>(transfer.existingBytes + transfer.writtenBytes);
@@ -242,8 +254,29 @@ std::size_t onBody(char* data, std::size_t size, std::size_t count, void* user) 
 }
 
 int onProgress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-    const auto& transfer = *static_cast<Transfer*>(user);
-    return transfer.cancelled->load() ? 1 : 0;
+    auto& transfer = *static_cast<Transfer*>(user);
+    if (transfer.cancelled->load()) {
+        return 1;
+    }
+    const auto late =
+        std::chrono::steady_clock::now() - transfer.started - transfer.slowStartAllowance;
+    if (late > std::chrono::steady_clock::duration::zero()) {
+        const double required = static_cast<double>(transfer.minimumBytesPerSecond) *
+                                std::chrono::duration<double>(late).count();
+        if (static_cast<double>(transfer.writtenBytes) < required) {
+            transfer.tooSlow = true;
+            return 1;
+        }
+    }
+    return 0;
+}
+
+std::uint32_t littleEndian32(std::string_view bytes, std::size_t at) {
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        value |= static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[at + i])) << (8 * i);
+    }
+    return value;
 }
 
 std::string megabytes(std::uint64_t bytes) {
@@ -251,6 +284,35 @@ std::string megabytes(std::uint64_t bytes) {
 }
 
 }  // namespace
+
+std::uint64_t ModelInstallation::maximumBytes(const ModelCatalogEntry& entry) {
+    constexpr std::uint64_t kMiB = 1024 * 1024;
+    return entry.sizeIsExact ? entry.sizeBytes : entry.sizeBytes + entry.sizeBytes / 10 + kMiB;
+}
+
+bool ModelInstallation::looksLikeWhisperModel(std::string_view header) {
+    // whisper.cpp's loader reads a little-endian magic, then n_vocab, n_audio_ctx, n_audio_state,
+    // n_audio_head, n_audio_layer, n_text_ctx, n_text_state, n_text_head, n_text_layer, n_mels
+    // and ftype as 32-bit integers. The bounds are loose: any model whisper.cpp ships or
+    // converts passes, while a web page, an archive or random bytes do not.
+    constexpr std::uint32_t kMagic = 0x67676d6c;
+    constexpr std::size_t kHeaderBytes = 4 + 11 * 4;
+    if (header.size() < kHeaderBytes || littleEndian32(header, 0) != kMagic) {
+        return false;
+    }
+    std::int32_t p[11];
+    for (std::size_t i = 0; i < 11; ++i) {
+        p[i] = static_cast<std::int32_t>(littleEndian32(header, 4 + 4 * i));
+    }
+    const auto within = [](std::int32_t value, std::int32_t low, std::int32_t high) {
+        return value >= low && value <= high;
+    };
+    const std::int32_t ftype = p[10] % 1000;  // the rest counts the quantisation version
+    return within(p[0], 1000, 1'000'000) && within(p[1], 1, 1 << 16) && within(p[2], 1, 1 << 16) &&
+           within(p[3], 1, 1024) && within(p[4], 1, 1024) && within(p[5], 1, 1 << 16) &&
+           p[6] == p[2] && within(p[7], 1, 1024) && within(p[8], 1, 1024) &&
+           within(p[9], 1, 1024) && p[10] >= 0 && ftype <= 64;
+}
 
 ModelInstallation::ModelInstallation(const ModelInventory& inventory, ModelCatalogEntry entry)
     : ModelInstallation(inventory, std::move(entry), Options{}) {}
@@ -297,7 +359,7 @@ void ModelInstallation::run() {
     struct stat info {};
     ::fstat(file.get(), &info);
     std::uint64_t existing = static_cast<std::uint64_t>(info.st_size);
-    if (entry_.sizeIsExact && existing > entry_.sizeBytes) {
+    if (existing > maximumBytes(entry_)) {
         ::ftruncate(file.get(), 0);
         existing = 0;
     }
@@ -353,6 +415,10 @@ ModelInstallation::TransferOutcome ModelInstallation::transfer(int fd,
     state.bytesOnDisk = &bytesOnDisk_;
     state.totalBytes = &totalBytes_;
     state.cancelled = &cancelled_;
+    state.maximumBytes = maximumBytes(entry_);
+    state.started = std::chrono::steady_clock::now();
+    state.slowStartAllowance = options_.slowStartAllowance;
+    state.minimumBytesPerSecond = options_.minimumBytesPerSecond;
     const std::string range = std::to_string(existingBytes) + "-";
 
     char errorBuffer[CURL_ERROR_SIZE] = {};
@@ -388,6 +454,26 @@ ModelInstallation::TransferOutcome ModelInstallation::transfer(int fd,
     }
     if (state.rangeMismatch) {
         return TransferOutcome::restartFromZero;
+    }
+    if (state.tooLarge) {
+        // Whatever it is, it is not this model: nothing of it is worth resuming.
+        std::error_code ignored;
+        std::filesystem::remove(inventory_.partialFile(entry_), ignored);
+        throw ModelInstallationError(
+            Kind::corrupt, "Download of model " + entry_.name + " is larger than its " +
+                               std::to_string(entry_.sizeBytes) + " bytes" +
+                               (entry_.sizeIsExact ? "" : " and their margin") + " (from " + url +
+                               "); the download was deleted");
+    }
+    if (state.tooSlow) {
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
+            std::chrono::steady_clock::now() - state.started);
+        throw ModelInstallationError(
+            Kind::interrupted, "Download of model " + entry_.name + " was too slow (" +
+                                   std::to_string(state.writtenBytes) + " bytes in " +
+                                   std::to_string(seconds.count()) + " s; it needs at least " +
+                                   std::to_string(options_.minimumBytesPerSecond / 1024) +
+                                   " KiB/s); install it again to resume");
     }
     if (state.noRoom) {
         throw ModelInstallationError(Kind::noSpace,
@@ -482,7 +568,16 @@ void ModelInstallation::verifyAndInstall(int fd) {
         }
         record["sha256"] = actual;
     }
-    record["verifiedBy"] = entry_.hasPublishedChecksum() ? "checksum" : "size";
+    if (!entry_.hasPublishedChecksum()) {
+        // A size alone is the server's word: a captive portal's page has a size too.
+        std::string header(64, '\0');
+        const ssize_t got = ::pread(fd, header.data(), header.size(), 0);
+        header.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+        if (!looksLikeWhisperModel(header)) {
+            discard("is not a whisper model (its header is not a ggml model's)");
+        }
+    }
+    record["verifiedBy"] = entry_.hasPublishedChecksum() ? "checksum" : "size and header";
 
     try {
         // The record first: the model file appears under its own name only complete and checked.

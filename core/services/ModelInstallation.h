@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "core/services/ModelCatalogEntry.h"
 #include "core/services/ModelInventory.h"
@@ -14,9 +15,11 @@ namespace kelvo {
 /// One installation of one model into an inventory's folder: an HTTP(S) download with libcurl
 /// into "<file>.part" (resumed with a range request when a partial file is there), then a check
 /// of the size (against the catalogue when it is exact, else against the length the server
-/// announced) and of the published checksum when there is one, then an atomic rename into place
-/// after the record that makes it count as installed. A download that fails leaves at most the
-/// partial file, which never counts as installed; one that turns out corrupt leaves nothing.
+/// announced) and of the published checksum when there is one, or else of the ggml header, then
+/// an atomic rename into place after the record that makes it count as installed. A download that
+/// fails leaves at most the partial file, which never counts as installed; one that turns out
+/// corrupt leaves nothing. The transfer never writes more than the catalogue's size (plus a margin
+/// when that size is rounded) and gives up when it falls below a minimum average rate.
 ///
 /// run() blocks the calling thread for the whole transfer; fractionCompleted(), bytes*() and
 /// cancel() may be called from any other thread meanwhile. While run() works it holds a lock on
@@ -28,7 +31,19 @@ class ModelInstallation {
         std::chrono::seconds connectTimeout{30};
         /// A transfer slower than 1 byte/s for this long counts as broken off.
         std::chrono::seconds stallTimeout{60};
+        /// After `slowStartAllowance`, a transfer must have averaged this rate since then, or it
+        /// stops (the partial file stays): a server that drips bytes cannot keep it alive, and the
+        /// whole download has a deadline of allowance + size / rate.
+        std::uint64_t minimumBytesPerSecond = 16 * 1024;
+        std::chrono::milliseconds slowStartAllowance{60'000};
     };
+
+    /// The most a download of `entry` may hold: its size when exact, else the rounded figure with
+    /// a margin of a tenth and 1 MiB.
+    static std::uint64_t maximumBytes(const ModelCatalogEntry& entry);
+    /// Whether `header` (a file's first bytes) starts like a whisper.cpp ggml model: the magic
+    /// 0x67676d6c and eleven plausible hyper-parameters.
+    static bool looksLikeWhisperModel(std::string_view header);
 
     ModelInstallation(const ModelInventory& inventory, ModelCatalogEntry entry);
     ModelInstallation(const ModelInventory& inventory, ModelCatalogEntry entry, Options options);

@@ -150,10 +150,15 @@ std::optional<std::string> ModelInventory::verificationText(const ModelCatalogEn
         return std::nullopt;
     }
     // Compared as JSON: a member of another kind is simply not "checksum".
-    if (const auto verifiedBy = record->find("verifiedBy");
-        verifiedBy != record->end() && *verifiedBy == "checksum") {
-        return "checksum verified";
+    if (const auto verifiedBy = record->find("verifiedBy"); verifiedBy != record->end()) {
+        if (*verifiedBy == "checksum") {
+            return "checksum verified";
+        }
+        if (*verifiedBy == "size and header") {
+            return "size and model header verified; no published checksum";
+        }
     }
+    // Installed before the header was checked, or a record of another shape.
     return "size verified; no published checksum";
 }
 

@@ -54,8 +54,9 @@ class ModelInventory {
     bool isInstallationRunning(const ModelCatalogEntry& entry) const;
     /// Bytes already in the partial file (0 without one).
     std::uint64_t partialSizeBytes(const ModelCatalogEntry& entry) const;
-    /// How the installed file was checked: "checksum verified" or "size verified; no published
-    /// checksum", or nothing when the model is not installed.
+    /// How the installed file was checked: "checksum verified", "size and model header verified;
+    /// no published checksum" (or, for a model installed by an older version, "size verified; no
+    /// published checksum"), or nothing when the model is not installed.
     std::optional<std::string> verificationText(const ModelCatalogEntry& entry) const;
 
     std::vector<const ModelCatalogEntry*> installedModels() const;

@@ -6,15 +6,21 @@
 // belongs to this object's own open descriptor: a second FolderLock on the same folder waits even
 // in the same process. Not copyable; created and destroyed on one thread.
 
+#include <chrono>
 #include <filesystem>
 
 namespace kelvo {
 
 class FolderLock {
   public:
-    /// Blocks until the lock is held; an interrupted wait (EINTR) is retried. Throws FileError
-    /// naming `lockedFor` (the file the lock protects) when the folder cannot be opened or locked.
-    FolderLock(const std::filesystem::path& folder, const std::filesystem::path& lockedFor);
+    /// Long enough for any honest writer of our small files, even on a slow disk.
+    static constexpr std::chrono::milliseconds defaultWait{10'000};
+
+    /// Waits up to `wait` for the lock. Throws FileError naming `lockedFor` (the file the lock
+    /// protects) when the folder cannot be opened or locked, or when another writer still holds
+    /// the lock after `wait` (a process stuck or stopped while writing).
+    FolderLock(const std::filesystem::path& folder, const std::filesystem::path& lockedFor,
+               std::chrono::milliseconds wait = defaultWait);
     ~FolderLock();
 
     FolderLock(const FolderLock&) = delete;

@@ -162,7 +162,11 @@ std::string_view characterPrefixWithinBytes(std::string_view text, std::size_t m
     if (breaks.ok()) {
         // The last character boundary at or before maximumBytes.
         const int32_t end = breaks.iterator().preceding(static_cast<int32_t>(maximumBytes + 1));
-        return text.substr(0, end == icu::BreakIterator::DONE ? 0 : static_cast<std::size_t>(end));
+        if (end != icu::BreakIterator::DONE && end > 0) {
+            return text.substr(0, static_cast<std::size_t>(end));
+        }
+        // Not even the first character fits (a run of combining marks is one character, however
+        // long): whole code points rather than nothing.
     }
     std::size_t end = maximumBytes;
     while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {

@@ -27,7 +27,8 @@ std::size_t characterCount(std::string_view text);
 /// The first `count` user-perceived characters of `text` (all of it when shorter).
 std::string_view characterPrefix(std::string_view text, std::size_t count);
 
-/// The longest prefix of whole user-perceived characters that fits in `maximumBytes` bytes.
+/// The longest prefix of whole user-perceived characters that fits in `maximumBytes` bytes; when
+/// the first character alone is longer, the longest prefix of whole code points.
 std::string_view characterPrefixWithinBytes(std::string_view text, std::size_t maximumBytes);
 
 /// Removes spaces (U+0020) and tabs (U+0009) from both ends.

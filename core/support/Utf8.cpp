@@ -75,7 +75,11 @@ std::string visibleText(std::string_view bytes, std::size_t maximumBytes) {
     while (p < end) {
         const std::size_t length = sequenceLength(p, end);
         std::string piece;
-        if (length == 0 || (length == 1 && (*p < 0x20 || *p == 0x7F))) {
+        if (length == 1 && *p == '\\') {
+            // Doubled, so that an escape below is never confused with the same characters typed.
+            piece = "\\\\";
+            ++p;
+        } else if (length == 0 || (length == 1 && (*p < 0x20 || *p == 0x7F))) {
             // A control character or a stray byte: its escape, never the byte itself, so that
             // nothing a file or a server chose can move the cursor or ring the terminal.
             char escape[8];

@@ -160,15 +160,7 @@ LengthUnit lengthUnitOf(AtspiAccessible* accessible) {
     if (!toolkit) {
         return LengthUnit::unsupported;
     }
-    // GTK 3 reports "gtk" (GTK 4 "GTK"); both copy `length` bytes. Qt 5 and 6 report "Qt" and
-    // resize a QString to `length`.
-    if (g_ascii_strcasecmp(toolkit->c_str(), "gtk") == 0) {
-        return LengthUnit::utf8Bytes;
-    }
-    if (g_ascii_strcasecmp(toolkit->c_str(), "qt") == 0) {
-        return LengthUnit::utf16Units;
-    }
-    return LengthUnit::unsupported;
+    return AtspiAccessibleElement::lengthUnitOfToolkit(toolkit->c_str());
 }
 
 // --- text (libatspi thread) -----------------------------------------------------------------

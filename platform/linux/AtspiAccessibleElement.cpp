@@ -25,4 +25,17 @@ AtspiAccessibleElement::~AtspiAccessibleElement() {
     }
 }
 
+AtspiAccessibleElement::InsertionLengthUnit AtspiAccessibleElement::lengthUnitOfToolkit(
+    const char* toolkitName) {
+    // GTK 3 reports "gtk" (GTK 4 "GTK"); both copy `length` bytes. Qt 5 and 6 report "Qt" and
+    // resize a QString to `length`.
+    if (g_ascii_strcasecmp(toolkitName, "gtk") == 0) {
+        return InsertionLengthUnit::utf8Bytes;
+    }
+    if (g_ascii_strcasecmp(toolkitName, "qt") == 0) {
+        return InsertionLengthUnit::utf16Units;
+    }
+    return InsertionLengthUnit::unsupported;
+}
+
 }  // namespace kelvo::platform

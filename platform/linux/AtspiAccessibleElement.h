@@ -23,6 +23,9 @@ class AtspiAccessibleElement final : public AccessibleElement {
     // uninitialised memory), GTK copies that many bytes (a UTF-16 count truncates).
     enum class InsertionLengthUnit { unsupported, utf8Bytes, utf16Units };
 
+    // The unit of the toolkit that names itself so on the bus (the application's toolkit name).
+    static InsertionLengthUnit lengthUnitOfToolkit(const char* toolkitName);
+
     // Takes over one reference to accessible; construct on the libatspi thread.
     AtspiAccessibleElement(AtspiAccessible* accessible, std::shared_ptr<AtspiMainLoopThread> thread,
                            bool isPasswordText, InsertionLengthUnit lengthUnit);
@@ -35,6 +38,8 @@ class AtspiAccessibleElement final : public AccessibleElement {
     AtspiAccessible* accessible() const noexcept { return accessible_; }
     bool isPasswordText() const noexcept { return isPasswordText_; }
     InsertionLengthUnit lengthUnit() const noexcept { return lengthUnit_; }
+    // The thread on which accessible() may be used.
+    const std::shared_ptr<AtspiMainLoopThread>& thread() const noexcept { return thread_; }
 
   private:
     AtspiAccessible* accessible_;

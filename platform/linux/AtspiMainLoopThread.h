@@ -9,12 +9,12 @@
 //
 // libatspi attaches some connections to the process's default context regardless (the bus at
 // atspi_init, and each private peer-to-peer connection it opens to a GTK application when a
-// reply brings the address). The Qt main thread iterates that context, so it would read replies
-// meant for a call blocked here (the call then waits out its timeout: measured, a second per
-// GTK insertion) and run libatspi's handlers concurrently with this thread. After every dispatch
-// on this thread, every connection is therefore moved back to this thread's context, before the
-// new connection has traffic. A dispatch by the main thread inside that window (microseconds) is
-// not excluded: libatspi offers no way to choose the context of those connections.
+// reply brings the address). A thread that iterated that context would read replies meant for a
+// call blocked here (the call then waits out its timeout: measured, a second per GTK insertion)
+// and run libatspi's handlers concurrently with this thread (aborts in libdbus). The application
+// therefore runs Qt without its GLib event dispatcher, so that nothing iterates the default
+// context; for hosts that do, every connection is moved back to this thread's context after every
+// dispatch here, before the new connection has traffic.
 //
 // libatspi is connected lazily, by the first work that calls ensureConnected(): a session whose
 // accessibility bus comes up after us still gets connected later. Method calls time out after

@@ -2,13 +2,13 @@
 
 #include <ibus.h>
 
-#include <QAbstractEventDispatcher>
 #include <QCoroFuture>
 #include <QFuture>
 #include <QPromise>
-#include <QTimer>
 #include <cstdint>
 #include <functional>
+#include <future>
+#include <vector>
 
 namespace kelvo::platform {
 
@@ -22,24 +22,9 @@ constexpr int timeoutMilliseconds = static_cast<int>(IBusInputMethodCommitter::c
 // paths are numbered from 1 in order of creation (ibusimpl.c, bus_ibus_impl_init).
 constexpr char daemonOwnInputContextPath[] = "/org/freedesktop/IBus/InputContext_1";
 
-using AsyncResult = std::shared_ptr<GAsyncResult>;
-
-void finishAsync(GObject*, GAsyncResult* result, gpointer data) {
-    std::unique_ptr<QPromise<AsyncResult>> promise(static_cast<QPromise<AsyncResult>*>(data));
-    g_object_ref(result);
-    promise->addResult(AsyncResult(result, [](GAsyncResult* r) { g_object_unref(r); }));
-    promise->finish();
-}
-
-// Starts a GLib asynchronous call and hands back its result as a future, which the Qt main loop
-// resolves when GLib dispatches the callback on the main context.
-QFuture<AsyncResult> runAsync(const std::function<void(GAsyncReadyCallback, gpointer)>& start) {
-    auto* promise = new QPromise<AsyncResult>();
-    QFuture<AsyncResult> future = promise->future();
-    promise->start();
-    start(&finishAsync, promise);
-    return future;
-}
+using Result = InputMethodCommitter::Result;
+using Outcome = InputMethodCommitter::Outcome;
+using Answer = std::shared_ptr<QPromise<Result>>;
 
 std::string takeErrorMessage(GError* error) {
     std::string message = error ? error->message : "unknown error";
@@ -47,17 +32,45 @@ std::string takeErrorMessage(GError* error) {
     return message;
 }
 
-bool isForSecrets(guint purpose) {
-    return purpose == IBUS_INPUT_PURPOSE_PASSWORD || purpose == IBUS_INPUT_PURPOSE_PIN;
-}
-
 std::string lastPathSegment(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
+// Runs a std::function once on the context it is attached to.
+gboolean runOnce(gpointer data) {
+    (*static_cast<std::function<void()>*>(data))();
+    return G_SOURCE_REMOVE;
+}
+
+void deleteFunction(gpointer data) {
+    delete static_cast<std::function<void()>*>(data);
+}
+
+GSource* attach(GMainContext* context, GSource* source, std::function<void()> work) {
+    g_source_set_callback(source, runOnce, new std::function<void()>(std::move(work)),
+                          deleteFunction);
+    g_source_attach(source, context);
+    return source;
+}
+
+void dropSource(GSource*& source) {
+    if (source) {
+        g_source_destroy(source);
+        g_source_unref(source);
+        source = nullptr;
+    }
+}
+
 }  // namespace
 
+bool IBusInputMethodCommitter::isForSecrets(unsigned purpose) {
+    return purpose == IBUS_INPUT_PURPOSE_PASSWORD || purpose == IBUS_INPUT_PURPOSE_PIN;
+}
+
+// Everything below is touched on the IBus thread only, except `context` (fixed at construction).
 struct IBusInputMethodCommitter::Connection {
+    GMainContext* context = g_main_context_new();
+    bool quit = false;
     IBusBus* bus = nullptr;
     // Our panel at the extension's object path while we hold the name. The daemon asks its
     // previous extension to destroy itself whenever the name changes hands, also when that was
@@ -74,10 +87,14 @@ struct IBusInputMethodCommitter::Connection {
     std::uint64_t reports = 0;
     // Whether the daemon's extension is still us, so that the last report is the current focus.
     bool reportsCurrent = false;
-    std::shared_ptr<QPromise<bool>> reportWaiter;
+    // Called once with whether a report came (false: none within callTimeout, or superseded).
+    std::function<void(bool)> reportWaiter;
+    GSource* reportTimeout = nullptr;
 
-    QTimer releaseTimer;
+    GSource* releaseTimer = nullptr;
     bool holdsName = false;
+    // Answers not given yet; given "unavailable" when the thread ends before their reply came.
+    std::vector<Answer> unanswered;
 
     static void (*libraryMethodCall)(IBusService*, GDBusConnection*, const gchar*, const gchar*,
                                      const gchar*, const gchar*, GVariant*, GDBusMethodInvocation*);
@@ -132,11 +149,25 @@ struct IBusInputMethodCommitter::Connection {
     }
 
     void settleWaiter(bool reported) {
-        if (reportWaiter) {
-            reportWaiter->addResult(reported);
-            reportWaiter->finish();
-            reportWaiter.reset();
+        dropSource(reportTimeout);
+        if (std::function<void(bool)> waiter = std::exchange(reportWaiter, nullptr)) {
+            waiter(reported);
         }
+    }
+
+    void answer(const Answer& promise, Result result) {
+        std::erase(unanswered, promise);
+        promise->addResult(std::move(result));
+        promise->finish();
+    }
+
+    void startReleaseTimer() {
+        dropSource(releaseTimer);
+        releaseTimer = attach(context, g_timeout_source_new(nameHoldTime.count()), [this] {
+            // The source is being dispatched: only our reference goes.
+            g_source_unref(std::exchange(releaseTimer, nullptr));
+            release();
+        });
     }
 
     // A panel exported on the bus's present connection (a new one after the daemon restarted).
@@ -179,6 +210,7 @@ struct IBusInputMethodCommitter::Connection {
     // Gives the name back to the emoji picker, if it waits for it, and takes the panel down: the
     // daemon would otherwise go on reporting every focus change in the session to us.
     void release() {
+        dropSource(releaseTimer);
         if (holdsName && bus && ibus_bus_is_connected(bus)) {
             ibus_bus_release_name_async(bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI,
                                         timeoutMilliseconds, nullptr, nullptr, nullptr);
@@ -188,17 +220,27 @@ struct IBusInputMethodCommitter::Connection {
         dropService();
     }
 
-    ~Connection() {
-        releaseTimer.stop();
+    // The last thing the thread does: the name back, the panel down, every open answer given.
+    void shutDown() {
+        dropSource(releaseTimer);
         if (holdsName && bus && ibus_bus_is_connected(bus)) {
             ibus_bus_release_name(bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI);
         }
+        holdsName = false;
         settleWaiter(false);
         dropService();
         if (bus) {
             g_object_unref(bus);
+            bus = nullptr;
         }
+        for (const Answer& promise : std::vector<Answer>(unanswered)) {
+            answer(promise, Result{Outcome::unavailable, "the committer was shut down"});
+        }
+        quit = true;
     }
+
+    void request(std::optional<std::string> text, Answer promise);
+    void focusKnown(const std::optional<std::string>& text, const Answer& promise);
 
     static constexpr char key[] = "kelvo-ibus-connection";
 };
@@ -209,121 +251,166 @@ void (*IBusInputMethodCommitter::Connection::libraryMethodCall)(IBusService*, GD
                                                                 GVariant*,
                                                                 GDBusMethodInvocation*) = nullptr;
 
-IBusInputMethodCommitter::IBusInputMethodCommitter() : connection_(std::make_shared<Connection>()) {
-    ibus_init();
-    connection_->bus = ibus_bus_new_async();
-    connection_->releaseTimer.setSingleShot(true);
-    connection_->releaseTimer.setInterval(nameHoldTime);
-    Connection* connection = connection_.get();
-    QObject::connect(&connection->releaseTimer, &QTimer::timeout,
-                     [connection] { connection->release(); });
-}
-
-IBusInputMethodCommitter::~IBusInputMethodCommitter() = default;
-
-std::string IBusInputMethodCommitter::unavailableReason() const {
-    const QAbstractEventDispatcher* dispatcher = QAbstractEventDispatcher::instance();
-    if (!dispatcher || !dispatcher->inherits("QEventDispatcherGlib")) {
-        return "the Qt main loop does not run GLib (QT_NO_GLIB set?)";
+void IBusInputMethodCommitter::Connection::request(std::optional<std::string> text,
+                                                   Answer promise) {
+    if (!bus || !ibus_bus_is_connected(bus)) {
+        answer(promise, Result{Outcome::unavailable, "ibus-daemon is not running"});
+        return;
     }
-    if (!connection_->bus || !ibus_bus_is_connected(connection_->bus)) {
-        return "ibus-daemon is not running";
-    }
-    return {};
-}
-
-QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::takeNameAndReadFocus() {
-    if (std::string reason = unavailableReason(); !reason.empty()) {
-        co_return Result{Outcome::unavailable, std::move(reason)};
-    }
-    // Kept alive across the waits even if the committer goes meanwhile.
-    std::shared_ptr<Connection> connection = connection_;
-    IBusBus* bus = connection->bus;
-    connection->releaseTimer.stop();
-    connection->ensureService();
-    const std::uint64_t reportsBefore = connection->reports;
-    AsyncResult requested = co_await runAsync([bus](GAsyncReadyCallback done, gpointer data) {
-        ibus_bus_request_name_async(
-            bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI,
-            IBUS_BUS_NAME_FLAG_REPLACE_EXISTING | IBUS_BUS_NAME_FLAG_ALLOW_REPLACEMENT,
-            timeoutMilliseconds, nullptr, done, data);
-    });
-    GError* error = nullptr;
-    guint reply = ibus_bus_request_name_async_finish(bus, requested.get(), &error);
-    if (error) {
-        connection->release();
-        co_return Result{Outcome::unavailable,
-                         "cannot take the panel extension name: " + takeErrorMessage(error)};
-    }
-    constexpr guint primaryOwner = 1;
-    constexpr guint alreadyOwner = 4;
-    if (reply != primaryOwner && reply != alreadyOwner) {
-        connection->holdsName = true;  // queued behind the owner: leave the queue
-        connection->release();
-        co_return Result{Outcome::unavailable,
-                         "the panel extension name is held by another client"};
-    }
-    if (!connection->service || connection->serviceConnection != ibus_bus_get_connection(bus)) {
-        co_return Result{Outcome::unavailable, "the connection to ibus-daemon went"};
-    }
-    connection->holdsName = true;
-    // On taking the name the daemon reports its focus at once (it may already have arrived);
-    // while we held it, every change came as it happened.
-    if ((reply == primaryOwner || !connection->reportsCurrent) &&
-        connection->reports == reportsBefore) {
-        auto waiter = std::make_shared<QPromise<bool>>();
-        waiter->start();
-        connection->settleWaiter(false);
-        connection->reportWaiter = waiter;
-        QTimer::singleShot(callTimeout, [waiter, weak = std::weak_ptr<Connection>(connection)] {
-            if (auto connection = weak.lock(); connection && connection->reportWaiter == waiter) {
-                connection->settleWaiter(false);
+    unanswered.push_back(promise);
+    dropSource(releaseTimer);
+    ensureService();
+    struct Pending {
+        Connection* connection;
+        std::optional<std::string> text;
+        Answer promise;
+        std::uint64_t reportsBefore;
+    };
+    auto* pending = new Pending{this, std::move(text), std::move(promise), reports};
+    ibus_bus_request_name_async(
+        bus, IBUS_SERVICE_PANEL_EXTENSION_EMOJI,
+        IBUS_BUS_NAME_FLAG_REPLACE_EXISTING | IBUS_BUS_NAME_FLAG_ALLOW_REPLACEMENT,
+        timeoutMilliseconds, nullptr,
+        [](GObject*, GAsyncResult* result, gpointer data) {
+            std::unique_ptr<Pending> pending(static_cast<Pending*>(data));
+            Connection& self = *pending->connection;
+            if (self.quit || !self.bus) {
+                return;  // answered by shutDown()
             }
-        });
-        if (!co_await waiter->future()) {
-            connection->release();
-            co_return Result{Outcome::unavailable, "ibus-daemon did not report its focus within " +
-                                                       std::to_string(callTimeout.count()) + " ms"};
-        }
-    }
-    const std::string path = connection->focusedPath;
-    const bool refusesSecrets = isForSecrets(connection->purpose);
+            GError* error = nullptr;
+            const guint reply = ibus_bus_request_name_async_finish(self.bus, result, &error);
+            if (error) {
+                self.release();
+                self.answer(pending->promise,
+                            Result{Outcome::unavailable, "cannot take the panel extension name: " +
+                                                             takeErrorMessage(error)});
+                return;
+            }
+            constexpr guint primaryOwner = 1;
+            constexpr guint alreadyOwner = 4;
+            if (reply != primaryOwner && reply != alreadyOwner) {
+                self.holdsName = true;  // queued behind the owner: leave the queue
+                self.release();
+                self.answer(pending->promise,
+                            Result{Outcome::unavailable,
+                                   "the panel extension name is held by another client"});
+                return;
+            }
+            if (!self.service || self.serviceConnection != ibus_bus_get_connection(self.bus)) {
+                self.answer(pending->promise,
+                            Result{Outcome::unavailable, "the connection to ibus-daemon went"});
+                return;
+            }
+            self.holdsName = true;
+            // On taking the name the daemon reports its focus at once (it may already have
+            // arrived); while we held it, every change came as it happened.
+            if ((reply == primaryOwner || !self.reportsCurrent) &&
+                self.reports == pending->reportsBefore) {
+                self.settleWaiter(false);
+                std::shared_ptr<Pending> waiting(pending.release());
+                self.reportWaiter = [waiting](bool reported) {
+                    Connection& connection = *waiting->connection;
+                    if (!reported) {
+                        connection.release();
+                        connection.answer(waiting->promise,
+                                          Result{Outcome::unavailable,
+                                                 "ibus-daemon did not report its focus within " +
+                                                     std::to_string(callTimeout.count()) + " ms"});
+                        return;
+                    }
+                    connection.focusKnown(waiting->text, waiting->promise);
+                };
+                self.reportTimeout =
+                    attach(self.context, g_timeout_source_new(callTimeout.count()), [&self] {
+                        g_source_unref(std::exchange(self.reportTimeout, nullptr));
+                        self.settleWaiter(false);
+                    });
+                return;
+            }
+            self.focusKnown(pending->text, pending->promise);
+        },
+        pending);
+}
+
+void IBusInputMethodCommitter::Connection::focusKnown(const std::optional<std::string>& text,
+                                                      const Answer& promise) {
+    const std::string path = focusedPath;
+    const bool refusesSecrets = isForSecrets(purpose);
     if (path.empty() || path == daemonOwnInputContextPath || refusesSecrets) {
-        // Nothing goes out now, so the name goes back at once: the next path is about to run, and
-        // the accessibility interface shares this main loop (its library cannot keep all of its
-        // connections off it), so our traffic should be over before it starts.
-        connection->releaseTimer.stop();
-        connection->release();
+        // Nothing goes out now, so the name goes back at once: the next path is about to run.
+        release();
         if (refusesSecrets && !path.empty() && path != daemonOwnInputContextPath) {
-            co_return Result{Outcome::passwordField, lastPathSegment(path) + ", a password field"};
+            answer(promise,
+                   Result{Outcome::passwordField, lastPathSegment(path) + ", a password field"});
+            return;
         }
-        co_return Result{Outcome::noFocusedInputContext, "no focused input context"};
+        answer(promise, Result{Outcome::noFocusedInputContext, "no focused input context"});
+        return;
     }
-    connection->releaseTimer.start();
-    co_return Result{Outcome::delivered, lastPathSegment(path)};
+    if (text) {
+        if (!ibus_bus_is_connected(bus)) {
+            answer(promise, Result{Outcome::unavailable, "the connection to ibus-daemon went"});
+            return;
+        }
+        // The name is given back nameHoldTime after this, not at once: with the release right
+        // behind the signal, a commit reported sent sometimes never arrived in our runs under
+        // load (the daemon can drop its extension proxy before that proxy has handled the
+        // signal).
+        ibus_panel_service_commit_text(service, ibus_text_new_from_string(text->c_str()));
+    }
+    startReleaseTimer();
+    answer(promise, Result{Outcome::delivered, lastPathSegment(path)});
+}
+
+IBusInputMethodCommitter::IBusInputMethodCommitter() : connection_(std::make_shared<Connection>()) {
+    std::promise<void> running;
+    std::future<void> started = running.get_future();
+    thread_ = std::thread([connection = connection_, running = std::move(running)]() mutable {
+        g_main_context_push_thread_default(connection->context);
+        // Made here, with this thread's context the default: the bus's connection, its address
+        // file watch and the panel we export later all dispatch on it.
+        ibus_init();
+        connection->bus = ibus_bus_new_async();
+        running.set_value();
+        while (!connection->quit) {
+            g_main_context_iteration(connection->context, TRUE);
+        }
+        g_main_context_pop_thread_default(connection->context);
+    });
+    started.wait();
+}
+
+IBusInputMethodCommitter::~IBusInputMethodCommitter() {
+    Connection* connection = connection_.get();
+    g_source_unref(
+        attach(connection->context, g_idle_source_new(), [connection] { connection->shutDown(); }));
+    thread_.join();
+    g_main_context_unref(connection->context);
+}
+
+QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::request(
+    std::optional<std::string> text) {
+    auto promise = std::make_shared<QPromise<Result>>();
+    promise->start();
+    QFuture<Result> future = promise->future();
+    std::shared_ptr<Connection> connection = connection_;
+    g_source_unref(attach(connection->context, g_idle_source_new(),
+                          [connection, text = std::move(text), promise]() mutable {
+                              connection->request(std::move(text), std::move(promise));
+                          }));
+    co_return co_await future;
 }
 
 QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::commit(std::string text) {
-    std::shared_ptr<Connection> connection = connection_;
-    Result focus = co_await takeNameAndReadFocus();
+    Result focus = co_await request(std::move(text));
     if (focus.outcome == Outcome::passwordField) {
         co_return Result{Outcome::passwordField, "the focused field is a password field"};
     }
-    if (focus.outcome != Outcome::delivered) {
-        co_return focus;
-    }
-    if (!ibus_bus_is_connected(connection->bus)) {
-        co_return Result{Outcome::unavailable, "the connection to ibus-daemon went"};
-    }
-    // The name is given back nameHoldTime after this, not at once: with the release right behind
-    // the signal, a commit reported sent sometimes never arrived in our runs under load (the
-    // daemon can drop its extension proxy before that proxy has handled the signal).
-    ibus_panel_service_commit_text(connection->service, ibus_text_new_from_string(text.c_str()));
     co_return focus;
 }
 
 QCoro::Task<InputMethodCommitter::Result> IBusInputMethodCommitter::probe() {
-    Result focus = co_await takeNameAndReadFocus();
+    Result focus = co_await request(std::nullopt);
     if (focus.outcome != Outcome::unavailable) {
         focus.detail = "ready; focus: " + focus.detail;
     }

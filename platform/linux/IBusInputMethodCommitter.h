@@ -16,12 +16,17 @@
 // the text goes on to the next path instead of being swallowed; a password or PIN purpose means
 // passwordField.
 //
-// libibus runs on the GLib main context, which the Qt main loop drives (Qt's GLib event
-// dispatcher, the default on Linux); without that dispatcher the committer says unavailable
-// rather than wait forever. Main thread only.
+// libibus runs on a thread of its own: the bus, the panel and every GLib callback of theirs are
+// made and dispatched on a GMainContext that only that thread iterates, so the Qt main loop (which
+// need not run GLib at all) never dispatches IBus traffic and nothing else in the process reads
+// it. commit() and probe() post their work there and resume their awaiter on the calling thread.
+// Construct, call and destroy on one thread (the main thread), with a QCoreApplication running.
 
 #include <chrono>
 #include <memory>
+#include <optional>
+#include <string>
+#include <thread>
 
 #include "platform/InputMethodCommitter.h"
 
@@ -43,6 +48,10 @@ class IBusInputMethodCommitter final : public InputMethodCommitter {
     IBusInputMethodCommitter(const IBusInputMethodCommitter&) = delete;
     IBusInputMethodCommitter& operator=(const IBusInputMethodCommitter&) = delete;
 
+    // Whether a field of this IBus input purpose (IBusInputPurpose) is for secrets: a password or
+    // a PIN, which get nothing.
+    static bool isForSecrets(unsigned purpose);
+
     std::string name() const override { return "ibus"; }
     QCoro::Task<Result> commit(std::string text) override;
     QCoro::Task<Result> probe() override;
@@ -50,13 +59,13 @@ class IBusInputMethodCommitter final : public InputMethodCommitter {
   private:
     struct Connection;
 
-    // The reason no commit can go out now, or empty when the daemon can be used.
-    std::string unavailableReason() const;
-    // Holds the extension name and reads the daemon's current focus: delivered (a client's input
-    // context, detail its object path) or why a commit cannot go there.
-    QCoro::Task<Result> takeNameAndReadFocus();
+    // Holds the extension name and reads the daemon's current focus, on the IBus thread; commits
+    // text when there is some and the focus takes it: delivered (a client's input context, detail
+    // its object path) or why nothing can go there.
+    QCoro::Task<Result> request(std::optional<std::string> text);
 
     std::shared_ptr<Connection> connection_;
+    std::thread thread_;
 };
 
 }  // namespace kelvo::platform

@@ -1,8 +1,11 @@
 #include "platform/linux/PocketSphinxDecoder.h"
 
 #include <pocketsphinx.h>
+#include <sphinxbase/cmn.h>
+#include <sphinxbase/feat.h>
 
 #include <cstdlib>
+#include <type_traits>
 #include <utility>
 
 namespace kelvo::platform {
@@ -273,6 +276,11 @@ bool PocketSphinxDecoder::load(std::string& failure) {
         failure = "The PocketSphinx model in " + model_.folder.string() + " could not be loaded";
         return false;
     }
+    static_assert(std::is_same_v<mfcc_t, float>, "PocketSphinx built with fixed-point features");
+    if (feat_t* features = ps_get_feat(decoder_); features && features->cmn_struct) {
+        initialCepstralMean_.resize(static_cast<std::size_t>(features->cmn_struct->veclen));
+        cmn_live_get(features->cmn_struct, initialCepstralMean_.data());
+    }
     decodingStream_ = 0;
     inUtterance_ = false;
     addedWords_.clear();
@@ -322,6 +330,19 @@ void PocketSphinxDecoder::applyHints(const SegmentRecognizer::RequestOptions& op
     }
 }
 
+void PocketSphinxDecoder::startFromTheModelsChannel() {
+    // PocketSphinx adapts to the channel over the utterances it hears: the cepstral mean (updated
+    // at every utterance's end) and the voice detector's noise level. Carried from one dictation
+    // to the next, they made the same audio decode differently depending on what came before
+    // (measured: flite speech through the virtual microphone gained a leading "if" from the
+    // second dictation on). Each dictation therefore starts from the model's own values.
+    ps_start_stream(decoder_);
+    if (feat_t* features = ps_get_feat(decoder_);
+        features && features->cmn_struct && !initialCepstralMean_.empty()) {
+        cmn_live_set(features->cmn_struct, initialCepstralMean_.data());
+    }
+}
+
 std::string PocketSphinxDecoder::hypothesis() {
     const char* text = ps_get_hyp(decoder_, nullptr);
     return text != nullptr ? std::string(text) : std::string();
@@ -341,6 +362,7 @@ void PocketSphinxDecoder::process(const Item& item,
     if (item.stream != decodingStream_) {
         // A new dictation: whatever was left of the last one's utterance is not part of it.
         abandonUtterance();
+        startFromTheModelsChannel();
         decodingStream_ = item.stream;
     }
     if (item.endOfAudio) {

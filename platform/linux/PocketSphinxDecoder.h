@@ -15,6 +15,8 @@
 // stream's end-of-audio callback (endAudio) runs once its end has been decoded, or once the stream
 // is dropped (cancelled, model not loadable).
 //
+// Each dictation is decoded from the same starting point, the model's own channel estimates
+// (cepstral mean, noise level), so the same audio gives the same text whatever was dictated before.
 // The model is loaded when the first task is attached (about 0.3 s; a model that cannot be loaded
 // ends that task with an error) and kept between dictations; once no task has been attached for
 // idleRelease, a timer of the injected Clock asks the thread to free it. Contextual strings become
@@ -97,6 +99,7 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     void finishStream(const std::shared_ptr<PocketSphinxRecognitionTask>& task,
                       std::uint64_t stream);
     void abandonUtterance();
+    void startFromTheModelsChannel();
     std::string hypothesis();
     void deliverFinal(const std::shared_ptr<PocketSphinxRecognitionTask>& task, std::string text);
     void endTask(const std::shared_ptr<PocketSphinxRecognitionTask>& task,
@@ -131,6 +134,8 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
     bool heardSpeech_ = false;
     std::string lastPartial_;
     std::unordered_set<std::string> addedWords_;
+    // The model's initial cepstral mean (its -cmninit), read once loaded.
+    std::vector<float> initialCepstralMean_;
 };
 
 }  // namespace kelvo::platform

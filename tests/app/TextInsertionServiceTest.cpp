@@ -123,27 +123,6 @@ TEST_F(TextInsertionServiceTest, VerificationSeesValueSelectionAndRangeWithinThe
     EXPECT_EQ(keys.pasteCount, 1);
 }
 
-TEST_F(TextInsertionServiceTest, FrontmostApplicationIsNamedOrReportedMissing) {
-    workspace.frontmost = platform::Workspace::Application{std::nullopt, "org.gnome.gedit"};
-    insert("a");
-    runFor(clock, 200ms);
-    workspace.frontmost = platform::Workspace::Application{};
-    insert("b");
-    runFor(clock, 200ms);
-    workspace.frontmost.reset();
-    insert("c");
-    runFor(clock, 200ms);
-    std::vector<std::string> frontmostLines;
-    for (const auto& line : trace.lines()) {
-        if (line.starts_with("[TextInsertion] Frontmost")) {
-            frontmostLines.push_back(line);
-        }
-    }
-    EXPECT_THAT(frontmostLines, ElementsAre("[TextInsertion] Frontmost app: org.gnome.gedit",
-                                            "[TextInsertion] Frontmost app: unknown",
-                                            "[TextInsertion] Frontmost app unavailable"));
-}
-
 TEST_F(TextInsertionServiceTest, SuccessWithoutChangeFallsBackAndRestoresAfterTheFetch) {
     elementIgnoresSet();
     targetFetchesAfter(5ms);
@@ -278,22 +257,6 @@ TEST_F(TextInsertionServiceTest, WithoutRestoreTheDictatedTextStaysOnTheClipboar
     EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す"));
 }
 
-TEST_F(TextInsertionServiceTest, AccessibilitySettingsOpenThroughTheWorkspace) {
-    service.openAccessibilitySettings();
-    EXPECT_THAT(workspace.openedPanes,
-                ElementsAre(platform::Workspace::PermissionPane::accessibility));
-    workspace.canOpenHelp = false;
-    service.openAccessibilitySettings();
-    EXPECT_THAT(trace.lines(),
-                ElementsAre("[TextInsertion] Failed to build Accessibility settings URL"));
-}
-
-}  // namespace
-}  // namespace kelvo::test
-
-namespace kelvo::test {
-namespace {
-
 using Outcome = platform::InputMethodCommitter::Outcome;
 
 // The input-method route: the first committer that delivers ends the insertion, before trust is
@@ -345,6 +308,31 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
     runFor(clock, 2s);
     EXPECT_EQ(fcitx5.commits.size(), 2u);
     EXPECT_EQ(ibus.commits.size(), 2u);
+}
+
+// Whichever path sees the password field refuses it, and no later path pastes there blindly: the
+// input method knows the field's purpose even where the accessibility interface sees no focus.
+TEST_F(TextInsertionServiceTest, PasswordFieldsAreRefusedAndNothingIsPasted) {
+    FakeInputMethodCommitter ibus{"ibus", {Outcome::passwordField, "InputContext_3"}};
+    app::TextInsertionService withInputMethod{
+        {accessibility, pasteboard, keys, workspace, clock, trace, {&ibus}}};
+    elementIgnoresSet();
+    targetFetchesAfter(1ms);
+    runInsert(withInputMethod, "秘密", true, result);
+    runFor(clock, 2s);
+    EXPECT_EQ(result, false);
+    EXPECT_THAT(accessibility.calls, IsEmpty());
+
+    ibus.answer = {Outcome::noFocusedInputContext, ""};
+    accessibility.secure = true;
+    runInsert(withInputMethod, "秘密", true, result);
+    runFor(clock, 2s);
+    EXPECT_EQ(result, false);
+    EXPECT_THAT(accessibility.calls, ElementsAre("focusedElement"));
+    EXPECT_EQ(keys.pasteCount, 0);
+    EXPECT_THAT(pasteboard.operations, IsEmpty());
+    EXPECT_EQ(trace.lines().back(),
+              "[TextInsertion] Focused element is a password field, not inserting");
 }
 
 }  // namespace

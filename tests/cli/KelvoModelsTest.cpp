@@ -28,7 +28,7 @@ class KelvoModelsTest : public ::testing::Test {
                            {"sizeBytes", file_.size()},
                            {"sizeIsExact", true},
                            {"sha256", testing::hexDigest(file_, EVP_sha256())},
-                           {"description", "for tests"}});
+                           {"description", "for \\x1B tests\x1b[2J"}});
         catalog_ = folder_.write("catalog.json", catalog.dump());
     }
 
@@ -78,7 +78,9 @@ TEST_F(KelvoModelsTest, InstallsListsResumesAndRemoves) {
     EXPECT_EQ(testing::contentsOf(modelFile()), file_);
     EXPECT_EQ(statusOfTiny(), "installed");
     const auto list = kelvo({"models", "list"});
-    EXPECT_NE(list.output.find("installed (checksum verified) — for tests"), std::string::npos)
+    // What a catalogue holds is shown escaped, a backslash too, so the two are told apart.
+    EXPECT_NE(list.output.find("installed (checksum verified) — for \\\\x1B tests\\x1B[2J\n"),
+              std::string::npos)
         << list.output;
     EXPECT_NE(list.output.find("Dictation (ja-JP) uses: tiny"), std::string::npos);
 
@@ -102,6 +104,13 @@ TEST_F(KelvoModelsTest, InstallsListsResumesAndRemoves) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.errors.find("unknown model 'huge' (see kelvo models list)"),
               std::string::npos);
+
+    // The only model of this catalogue is the suggestion on any machine; the reason names the CPU.
+    server_.behave(ModelFileServer::Mode::normal);
+    outcome = kelvo({"models", "install", "--recommended"});
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.errors.rfind("Recommended for this computer: tiny (2.0 MB) — ", 0), 0u);
+    EXPECT_EQ(outcome.output.rfind("Installed tiny in ", 0), 0u) << outcome.output;
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "core/support/Uuid.h"
 #include "tests/core/FileSizeLimit.h"
 #include "tests/core/TemporaryFolder.h"
+#include "tests/support/RefusedFifo.h"
 #include "tests/support/Thrown.h"
 
 namespace kelvo {
@@ -187,8 +188,8 @@ TEST_F(JSONDictionaryStoreTest, FolderFifoOrDeviceIsRefusedWithAClearError) {
         {file, "is not a regular file"},
         {"/dev/zero", "is not a regular file"}};
     for (const auto& [path, reason] : cases) {
-        const std::string error =
-            test::whatOf<FileError>([&] { JSONDictionaryStore(path).loadEntries(); });
+        const std::string error = test::whatOfRefusedFifo<FileError>(
+            file, [&] { JSONDictionaryStore(path).loadEntries(); });
         EXPECT_NE(error.find(path.string() + "\" " + reason), std::string::npos) << error;
     }
 }

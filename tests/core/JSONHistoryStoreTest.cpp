@@ -6,14 +6,18 @@
 
 #include <filesystem>
 #include <functional>
+#include <future>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "core/support/Error.h"
+#include "core/support/FolderLock.h"
 #include "core/support/Uuid.h"
 #include "tests/core/FileSizeLimit.h"
 #include "tests/core/TemporaryFolder.h"
+#include "tests/support/RefusedFifo.h"
 #include "tests/support/Thrown.h"
 
 namespace kelvo {
@@ -92,6 +96,13 @@ TEST_F(JSONHistoryStoreTest, ADamagedFileIsMovedAsideOnceAndAFreshHistoryStarts)
         EXPECT_EQ(contentsOf(reports.back().first), damaged);
     }
     EXPECT_NE(reports[0].second.find("invalid JSON"), std::string::npos) << reports[0].second;
+    // Only the newest copies are kept: the first one set aside is gone.
+    std::size_t copies = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        copies += entry.path().filename().string().starts_with("history.json.damaged-");
+    }
+    EXPECT_EQ(copies, jsonfile::keptDamagedCopies);
+    EXPECT_FALSE(std::filesystem::exists(reports.front().first));
     const std::size_t reported = reports.size();
     reporting.appendItem(item(3));
     EXPECT_EQ(reports.size(), reported);
@@ -116,6 +127,14 @@ TEST_F(JSONHistoryStoreTest, HistoryIsCappedAtFiveHundredRecords) {
     ASSERT_EQ(after.size(), 500u);
     EXPECT_EQ(after.front(), newest);
     EXPECT_EQ(after.back(), oversized[498]);
+
+    // One record keeps the beginning of a long text, cut at a character.
+    HistoryItem longest = item(2);
+    longest.result.finalText = "あ" + std::string(JSONHistoryStore::maxTextBytes, 'x');
+    store.appendItem(longest);
+    const std::string kept = stored().front().result.finalText;
+    EXPECT_EQ(kept.size(), JSONHistoryStore::maxTextBytes);
+    EXPECT_TRUE(kept.starts_with("あx") && kept.ends_with("x…"));
 }
 
 TEST_F(JSONHistoryStoreTest, RecentItemsReturnsTheNewestAndReportsDamage) {
@@ -178,6 +197,18 @@ TEST_F(JSONHistoryStoreTest, ConcurrentWritersLoseNoRecord) {
     first.join();
     second.join();
     EXPECT_EQ(stored().size(), 2u * kPerWriter);
+
+    // A writer that never lets go makes the next one give up with a reason, not wait for ever.
+    std::future<std::string> waiting;
+    std::optional<FolderLock> held(std::in_place, folder.path(), file);
+    waiting = std::async(std::launch::async, [&] {
+        return test::whatOf<FileError>(
+            [&] { FolderLock(folder.path(), file, std::chrono::milliseconds(50)); });
+    });
+    ASSERT_EQ(waiting.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    EXPECT_EQ(waiting.get(), "Could not lock \"" + file.string() +
+                                 "\": another program has been writing in its folder for 50 ms; "
+                                 "try again when it has finished");
 }
 
 TEST_F(JSONHistoryStoreTest, LinkStaysALinkUnknownMembersSurviveAndLeftoversGo) {
@@ -185,6 +216,8 @@ TEST_F(JSONHistoryStoreTest, LinkStaysALinkUnknownMembersSurviveAndLeftoversGo) 
     Json old = Json(items(1));
     old[0]["fromANewerVersion"] = Json{{"kept", true}};
     old[0]["result"]["alsoNewer"] = 7;
+    old[0]["request"]["summaryLevel"] = 7;  // a level added later
+    old[0]["result"]["processingMode"] = "dream";
     folder.write("real/h.json", old.dump(2));
     std::filesystem::create_symlink("real/h.json", file);
     const auto leftover = folder.write("real/.h.json.Ab12Cd", "half a write");
@@ -196,6 +229,8 @@ TEST_F(JSONHistoryStoreTest, LinkStaysALinkUnknownMembersSurviveAndLeftoversGo) 
     ASSERT_EQ(written.size(), 2u);
     EXPECT_EQ(written[1]["fromANewerVersion"]["kept"], true);
     EXPECT_EQ(written[1]["result"]["alsoNewer"], 7);
+    EXPECT_EQ(written[1]["request"]["summaryLevel"], 7);
+    EXPECT_EQ(written[1]["result"]["processingMode"], "dream");
     EXPECT_FALSE(std::filesystem::exists(leftover));
 }
 
@@ -203,7 +238,7 @@ TEST_F(JSONHistoryStoreTest, FifoAtTheHistoryPathIsRefusedNotWaitedOn) {
     ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
     for (const auto& attempt : {std::function<void()>([&] { store.appendItem(item(1)); }),
                                 std::function<void()>([&] { store.recentItems(1); })}) {
-        const std::string error = test::whatOf<FileError>(attempt);
+        const std::string error = test::whatOfRefusedFifo<FileError>(file, attempt);
         EXPECT_NE(error.find(file.string() + "\" is not a regular file"), std::string::npos)
             << error;
     }

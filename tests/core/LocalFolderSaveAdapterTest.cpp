@@ -81,6 +81,13 @@ TEST_F(LocalFolderSaveAdapterTest, FileNameIsLocalDateAndCleanedTitle) {
         SCOPED_TRACE(title);
         EXPECT_EQ(LocalFolderSaveAdapter::fileName(document(title)), fileName);
     }
+    // Combining marks alone are one character, here too long for a name: cut between marks.
+    std::string marks;
+    for (int i = 0; i < 200; ++i) {
+        marks += "\xcc\x81";
+    }
+    EXPECT_EQ(LocalFolderSaveAdapter::fileName(document(marks)),
+              "2025-03-14-0905-" + marks.substr(0, 214) + ".md");
 }
 
 TEST_F(LocalFolderSaveAdapterTest, SavesIntoTheResolvedFolderAndReleasesItOnce) {
@@ -119,15 +126,16 @@ TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody
     note.frontmatter["count"] = FrontmatterValue::integer(-3);
     note.frontmatter["draft"] = FrontmatterValue::boolean(false);
     note.frontmatter["done"] = FrontmatterValue::boolean(true);
-    note.frontmatter["aliases"] = FrontmatterValue::array({"a b", "c\"d"});
+    note.frontmatter["aliases"] = FrontmatterValue::array({"a b", "c\"d", "e\n---\\"});
     note.frontmatter["empty"] = FrontmatterValue::array({});
-    note.tags = {"kelvo-voice", "会議"};
+    note.tags = {"kelvo-voice", "会議", "x\ny"};
 
     EXPECT_EQ(LocalFolderSaveAdapter::fileText(note),
               "---\n"
               "aliases:\n"
               "  - \"a b\"\n"
               "  - \"c\"d\"\n"
+              "  - \"e\\n---\\\\\"\n"  // what would break the note is escaped
               "count: -3\n"
               "created: \"2025-03-14T00:05:00Z\"\n"
               "done: true\n"
@@ -137,6 +145,7 @@ TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody
               "tags:\n"
               "  - kelvo-voice\n"
               "  - 会議\n"
+              "  - \"x\\ny\"\n"
               "---\n"
               "\n"
               "line 1\nline 2");

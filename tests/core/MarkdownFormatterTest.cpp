@@ -126,14 +126,14 @@ TEST(MarkdownFormatter, RenderWritesValuesWithoutEscaping) {
     document.body = "";
     document.frontmatter["title"] = FrontmatterValue::string("He said \"hi\" \\ ok");
     document.frontmatter["draft"] = FrontmatterValue::boolean(false);
-    document.frontmatter["aliases"] = FrontmatterValue::array({"a b", "c"});
+    document.frontmatter["aliases"] = FrontmatterValue::array({"a b", "c\n---"});
     document.frontmatter["count"] = FrontmatterValue::integer(-7);
     document.frontmatter["Zeta"] = FrontmatterValue::array({});
     document.tags = {"x", "y z"};
     EXPECT_EQ(MarkdownFormatter::render(document),
               "---\n"
               "Zeta: []\n"
-              "aliases: [a b, c]\n"
+              "aliases: [a b, \"c\\n---\"]\n"  // but a line break would break the note
               "count: -7\n"
               "draft: false\n"
               "title: \"He said \"hi\" \\ ok\"\n"

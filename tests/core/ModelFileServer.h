@@ -35,12 +35,12 @@ inline std::string sha1Of(const std::string& data) {
 
 /// A loopback HTTP file server (raw sockets on 127.0.0.1, one connection at a time on its own
 /// thread) that serves one file at any path and misbehaves on request: it can ignore range
-/// requests, break the connection after some bytes, stall, flip a byte or answer with an error
-/// status. Records the Range header of every request. Members may be called from the test
-/// thread while the server serves.
+/// requests, break the connection after some bytes, stall or drip 2 bytes every 20 ms after them,
+/// flip a byte, announce no length or answer with an error status. Records the Range header of
+/// every request. Members may be called from the test thread while the server serves.
 class ModelFileServer {
   public:
-    enum class Mode { normal, ignoreRange, dropAfter, stallAfter, corrupt, status };
+    enum class Mode { normal, ignoreRange, dropAfter, stallAfter, drip, corrupt, noLength, status };
 
     explicit ModelFileServer(std::string file) : file_(std::move(file)) {
         listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -176,18 +176,25 @@ class ModelFileServer {
             response = "HTTP/1.1 200 OK\r\n";
         }
         const std::string body = content.substr(start);
-        response += "Content-Type: application/octet-stream\r\nContent-Length: " +
-                    std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n";
-        sendAll(fd, response);
-        if (mode == Mode::dropAfter || mode == Mode::stallAfter) {
+        response += "Content-Type: application/octet-stream\r\n";
+        if (mode != Mode::noLength) {
+            response += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+        }
+        sendAll(fd, response + "Connection: close\r\n\r\n");
+        if (mode == Mode::dropAfter || mode == Mode::stallAfter || mode == Mode::drip) {
             sendAll(fd, body.substr(0, std::min(limit, body.size())));
-            if (mode == Mode::stallAfter) {
+            std::size_t dripped = limit;
+            if (mode != Mode::dropAfter) {
                 std::unique_lock lock(mutex_);
                 // Until the server goes or the client hangs up.
                 while (!stopping_) {
                     lock.unlock();
                     pollfd peer{fd, POLLIN, 0};
-                    if (::poll(&peer, 1, 50) > 0) {
+                    if (mode == Mode::drip && dripped + 2 <= body.size()) {
+                        sendAll(fd, body.substr(dripped, 2));
+                        dripped += 2;
+                    }
+                    if (::poll(&peer, 1, mode == Mode::drip ? 20 : 50) > 0) {
                         char ignored;
                         if (::recv(fd, &ignored, 1, MSG_DONTWAIT) <= 0) {
                             return;

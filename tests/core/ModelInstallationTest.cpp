@@ -7,6 +7,7 @@
 #include <openssl/evp.h>
 
 #include <chrono>
+#include <cstring>
 #include <thread>
 
 #include "FileSizeLimit.h"
@@ -25,6 +26,7 @@ namespace {
 using testing::ModelFileServer;
 using Kind = ModelInstallationError::Kind;
 
+// Noise behind the header of whisper.cpp's tiny model (magic, then its eleven hyper-parameters).
 std::string generatedModel(std::size_t size) {
     std::string data(size, '\0');
     std::uint32_t state = 12345;
@@ -32,6 +34,8 @@ std::string generatedModel(std::size_t size) {
         state = state * 1664525u + 1013904223u;
         c = static_cast<char>(state >> 24);
     }
+    const std::int32_t header[] = {0x67676d6c, 51865, 1500, 384, 6, 4, 448, 384, 6, 4, 80, 1};
+    std::memcpy(data.data(), header, sizeof header);
     return data;
 }
 
@@ -134,7 +138,66 @@ TEST_F(ModelInstallationTest, SizeOnlyVerificationSaysSo) {
     const ModelInventory models = inventory({unpublished});
     ModelInstallation(models, unpublished).run();
     EXPECT_TRUE(models.isInstalled(unpublished));
-    EXPECT_EQ(models.verificationText(unpublished), "size verified; no published checksum");
+    EXPECT_EQ(models.verificationText(unpublished),
+              "size and model header verified; no published checksum");
+    models.remove(unpublished);
+
+    // Without a checksum a size proves nothing: a captive portal's page announces its size too,
+    // and a download without an announced size has none at all.
+    const ModelFileServer portal("<html><body>Sign in to the hotel network</body></html>");
+    ModelCatalogEntry page = unpublished;
+    page.url = portal.baseURL() + page.fileName;
+    server_.behave(ModelFileServer::Mode::noLength);
+    for (const auto& [e, why] :
+         {std::pair(page, "is not a whisper model"),
+          std::pair(unpublished, "cannot be verified (no size was announced")}) {
+        const ModelInventory attempt = inventory({e});
+        std::string message;
+        EXPECT_EQ(install(attempt, e, &message), Kind::corrupt);
+        EXPECT_NE(message.find(why), std::string::npos) << message;
+        expectNothingInstalled(attempt, e);
+    }
+}
+
+TEST_F(ModelInstallationTest, DownloadsAreBoundedBySizeAndRate) {
+    // Past the catalogue's size (exact, or rounded plus its margin) the transfer stops, whether
+    // the server announced that length or announces none.
+    for (const bool exact : {true, false}) {
+        ModelCatalogEntry smaller = entry();
+        smaller.sizeIsExact = exact;
+        smaller.sizeBytes = 1024 * 1024;
+        server_.behave(exact ? ModelFileServer::Mode::normal : ModelFileServer::Mode::noLength);
+        const ModelInventory models = inventory({smaller});
+        std::string message;
+        EXPECT_EQ(install(models, smaller, &message), Kind::corrupt);
+        EXPECT_NE(message.find("Download of model tiny is larger than its 1048576 bytes"),
+                  std::string::npos)
+            << message;
+        EXPECT_FALSE(std::filesystem::exists(models.partialFile(smaller)));
+        expectNothingInstalled(models, smaller);
+    }
+
+    // A server that drips bytes falls below the minimum rate and the download gives up.
+    server_.behave(ModelFileServer::Mode::drip, 1000);
+    const ModelInventory models = inventory({entry()});
+    ModelInstallation::Options options;
+    options.minimumBytesPerSecond = 1'000'000;
+    options.slowStartAllowance = std::chrono::milliseconds(100);
+    ModelInstallation dripping(models, models.catalog().entries().front(), options);
+    std::string message;
+    std::atomic<bool> done = false;
+    std::thread running([&] {
+        if (const auto error = test::thrown<ModelInstallationError>([&] { dripping.run(); })) {
+            message = error->what();
+        }
+        done = true;
+    });
+    const bool ended = eventually([&] { return done.load(); });
+    dripping.cancel();
+    running.join();
+    ASSERT_TRUE(ended) << "a dripping server kept the download alive";
+    EXPECT_NE(message.find("Download of model tiny was too slow ("), std::string::npos) << message;
+    EXPECT_GE(models.partialSizeBytes(entry()), 1000u);
 }
 
 TEST_F(ModelInstallationTest, InterruptedDownloadLeavesPartialFileThatResumes) {
@@ -174,8 +237,11 @@ TEST_F(ModelInstallationTest, InterruptedDownloadLeavesPartialFileThatResumes) {
     std::filesystem::create_directories(rough.modelsFolder());
     std::ofstream(rough.partialFile(roughSize), std::ios::binary) << file_;
     server_.behave(ModelFileServer::Mode::normal);
+    const std::size_t requests = server_.ranges().size();
     ModelInstallation(rough, roughSize).run();
     EXPECT_TRUE(rough.isInstalled(roughSize));
+    EXPECT_EQ(server_.ranges().size(), requests + 1);
+    EXPECT_EQ(server_.ranges().back(), "bytes=" + std::to_string(file_.size()) + "-");
 }
 
 TEST_F(ModelInstallationTest, CorruptOrWrongSizedDownloadsAreDeleted) {
@@ -191,6 +257,10 @@ TEST_F(ModelInstallationTest, CorruptOrWrongSizedDownloadsAreDeleted) {
     expectNothingInstalled(models, tiny);
     EXPECT_FALSE(std::filesystem::exists(models.partialFile(tiny)));
     EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
+    ModelCatalogEntry sha256Only = entry();
+    sha256Only.sha1.clear();
+    EXPECT_EQ(install(inventory({sha256Only}), sha256Only, &message), Kind::corrupt);
+    EXPECT_NE(message.find("does not match its published SHA-256 checksum"), std::string::npos);
 
     ModelCatalogEntry wrongSize = entry("small");
     wrongSize.sizeBytes += 1;
@@ -328,7 +398,7 @@ TEST(ModelInventoryTest, ChoosesTheModelThatServesALocale) {
 TEST(ModelInventoryTest, ARecordOfTheWrongShapeIsNoInstallation) {
     testing::TemporaryFolder folder;
     const ModelInventory models(ModelCatalog::builtIn(), folder.path());
-    const ModelCatalogEntry& tiny = *models.catalog().find("tiny-q5_1");
+    const ModelCatalogEntry& tiny = *models.catalog().find("kotoba-whisper-v1.0");
     folder.write(tiny.fileName, "model");
     for (const std::string record :
          {R"({"sizeBytes": 1e30})", R"({"sizeBytes": -5})", R"({"sizeBytes": "5"})", R"([5])"}) {
@@ -347,7 +417,8 @@ TEST(ModelCatalogTest, BuiltInAndFileCatalogues) {
         EXPECT_NE(builtIn.find(name), nullptr) << name;
     }
     EXPECT_EQ(builtIn.find("tiny")->sha1, "bd577a113a864445d4c299885e0cb97d4ba92b5f");
-    EXPECT_FALSE(builtIn.find("tiny-q5_1")->hasPublishedChecksum());
+    EXPECT_EQ(builtIn.find("tiny-q5_1")->sha1, "2827a03e495b1ed3048ef28a6a4620537db4ee51");
+    EXPECT_FALSE(builtIn.find("kotoba-whisper-v2.0")->hasPublishedChecksum());
     EXPECT_EQ(ModelCatalog::languageOfLocale("JA-jp"), "ja");
 
     testing::TemporaryFolder folder;
@@ -365,6 +436,7 @@ TEST(ModelCatalogTest, BuiltInAndFileCatalogues) {
          {R"({"name": "x"})", R"([{"name": "x", "sizeBytes": 1}])",
           R"([{"name": "x", "url": "http://h/../", "sizeBytes": 1, "fileName": "../evil"}])",
           R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "sha1": "zz"}])",
+          R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "fileName": "a\u0000"}])",
           R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": -1}])",
           R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1e30}])",
           R"([{"name": "x", "url": "http://h/a.bin", "sizeBytes": 1, "rank": 1e300}])"}) {

@@ -29,20 +29,10 @@ DictionaryEntry sampleEntry() {
                            std::nullopt};
 }
 
-TEST(DictionaryEntryJson, KeysFollowDeclarationOrderAndAbsentNoteIsLeftOut) {
-    const Json encoded = sampleEntry();
-    std::vector<std::string> keys;
-    for (const auto& item : encoded.items()) {
-        keys.push_back(item.key());
-    }
-    EXPECT_EQ(keys,
-              (std::vector<std::string>{"id", "canonicalText", "readings", "commonMisrecognitions",
-                                        "replacementText", "priority", "enabled"}));
-    EXPECT_EQ(encoded.dump(), Json(sampleEntry()).dump());
-
+TEST(DictionaryEntryJson, AbsentNoteIsLeftOutAndEntriesRoundTrip) {
+    EXPECT_FALSE(Json(sampleEntry()).contains("note"));
     DictionaryEntry withNote = sampleEntry();
     withNote.note = "地名";
-    EXPECT_EQ(Json(withNote)["note"], "地名");
     EXPECT_EQ(roundTrip(withNote), withNote);
     EXPECT_EQ(roundTrip(sampleEntry()), sampleEntry());
 }

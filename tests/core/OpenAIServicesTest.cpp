@@ -4,13 +4,11 @@
 #include <memory>
 
 #include "core/models/EnumNames.h"
-#include "core/services/APIError.h"
 #include "core/services/OpenAITextProcessingService.h"
 #include "core/services/OpenAITranscriptionService.h"
 #include "core/support/Uuid.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/support/LoopbackHttpServer.h"
-#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -95,21 +93,6 @@ TEST_F(OpenAITranscriptionServiceTest, SendsModelLanguageAndPromptAndCopiesTheAn
     EXPECT_EQ(requests[1].files.find("model")->second.content, "model-b");
     EXPECT_EQ(requests[1].files.count("language"), 0u);
     EXPECT_EQ(requests[1].files.count("prompt"), 0u);
-}
-
-TEST_F(OpenAITranscriptionServiceTest, ClientErrorsPassThroughUnchanged) {
-    LoopbackHttpServer server;
-    server.answer(403, "forbidden");
-    OpenAITranscriptionService transcription(clientFor(server), "m");
-    OpenAITextProcessingService processing(clientFor(server));
-    EXPECT_EQ(test::whatOf<APIError>([&] {
-                  transcription.transcribe(audio_, {"ja", std::nullopt, {}});
-              }),
-              "API error (403): forbidden");
-    EXPECT_EQ(test::whatOf<APIError>([&] {
-                  processing.process({"t", SummaryLevel::cleanup, ProcessingMode::cleanup, {}, {}});
-              }),
-              "API error (403): forbidden");
 }
 
 }  // namespace

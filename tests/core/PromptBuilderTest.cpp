@@ -64,15 +64,5 @@ TEST(PromptBuilder, EveryLevelAndModeCombinationHasItsTwoParagraphs) {
               "あなたはプロの翻訳者です。\n入力テキストを翻訳してください。");
 }
 
-TEST(PromptBuilder, BracketsAreFullWidthAndDigitsAscii) {
-    const std::string summarize =
-        PromptBuilder::buildSystemPrompt(SummaryLevel::summarize, ProcessingMode::todo, {});
-    EXPECT_NE(summarize.find("3\u301C5"), std::string::npos);  // wave dash U+301C
-    EXPECT_NE(summarize.find("\uFF08明記されている場合\uFF09"), std::string::npos);
-    const std::string bullets =
-        PromptBuilder::buildSystemPrompt(SummaryLevel::bulletsOrTodo, ProcessingMode::markdown, {});
-    EXPECT_NE(bullets.find("\u300C- [ ] タスク\u300D"), std::string::npos);
-}
-
 }  // namespace
 }  // namespace kelvo

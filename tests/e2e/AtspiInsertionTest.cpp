@@ -22,6 +22,10 @@
 #include "fakes/RecordingLog.h"
 #include "platform/QtClock.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
+#include "platform/linux/AtspiAccessibleElement.h"
+#include "platform/linux/IBusInputMethodCommitter.h"
+
+#include <ibus.h>
 
 namespace kelvo {
 namespace {
@@ -175,6 +179,28 @@ TEST_F(AtspiInsertionTest, PasswordFieldIsNeitherReadNorWritten) {
         EXPECT_EQ(keySynthesizer.pasteCount, 0);
         EXPECT_TRUE(pasteboard.operations.empty());
         EXPECT_EQ(password.state()->text, "hunter2");
+    }
+}
+
+// What the buses report decides the rest without a round trip, so it is pinned here as data: the
+// toolkit name sets the unit of inserted lengths (GTK 4 says "GTK"; an unknown toolkit falls back
+// to the paste), and IBus's input purpose marks secrets as the password role does for AT-SPI.
+TEST(FieldKindTest, ToolkitNamesSetTheLengthUnitAndIBusPurposesMarkSecrets) {
+    using Unit = platform::AtspiAccessibleElement::InsertionLengthUnit;
+    for (const auto& [toolkit, unit] :
+         std::vector<std::pair<const char*, Unit>>{{"gtk", Unit::utf8Bytes},
+                                                   {"GTK", Unit::utf8Bytes},
+                                                   {"Qt", Unit::utf16Units},
+                                                   {"Gecko", Unit::unsupported}}) {
+        EXPECT_EQ(platform::AtspiAccessibleElement::lengthUnitOfToolkit(toolkit), unit) << toolkit;
+    }
+    for (const auto& [purpose, secret] :
+         std::vector<std::pair<unsigned, bool>>{{IBUS_INPUT_PURPOSE_PASSWORD, true},
+                                                {IBUS_INPUT_PURPOSE_PIN, true},
+                                                {IBUS_INPUT_PURPOSE_FREE_FORM, false},
+                                                {IBUS_INPUT_PURPOSE_DIGITS, false},
+                                                {IBUS_INPUT_PURPOSE_EMAIL, false}}) {
+        EXPECT_EQ(platform::IBusInputMethodCommitter::isForSecrets(purpose), secret) << purpose;
     }
 }
 

@@ -6,6 +6,7 @@
 // text), also the model engine's path from `kelvo models install` to the end of the dictation.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -143,6 +144,8 @@ TEST_F(KelvoDictate, FailuresExitOneWithOneLineAndNoOutput) {
     const auto empty = folder_->path() / "empty.wav";
     testing::runShell("sox -n -r 16000 -c 1 -b 16 " + testing::quoted(empty) + " trim 0 0");
     const auto speech = (folder_->path() / "sentences.wav").string();
+    const auto fifo = (folder_->path() / "stream.wav").string();
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     const struct {
         std::vector<std::string> arguments;
         std::string error;
@@ -155,12 +158,19 @@ TEST_F(KelvoDictate, FailuresExitOneWithOneLineAndNoOutput) {
              "': Invalid data found when processing input\n"},
         {{"--locale", "en-US", "--file", empty.string()},
          "kelvo: audio file '" + empty.string() + "' contains no audio\n"},
+        // Not a file: refused at once, neither waited on nor fetched.
+        {{"--locale", "en-US", "--file", fifo},
+         "kelvo: cannot read audio file '" + fifo +
+             "': it is not a regular file (a FIFO, a device or a socket)\n"},
+        {{"--locale", "en-US", "--file", "http://127.0.0.1:9/speech.wav"},
+         "kelvo: cannot read audio file 'http://127.0.0.1:9/speech.wav': only local files are "
+         "read, not URLs\n"},
         // The application's own locale has no model on Debian: say which exist and where to
-        // put one.
-        {{"--file", speech},
+        // put one, before the file is even opened.
+        {{"--file", fifo},
          "kelvo: no speech recognition model for ja-JP (installed: en-US); " +
              std::string(KELVO_HAS_WHISPER ? "install a speech model with kelvo models install "
-                                             "NAME (see kelvo models list) or "
+                                             "--recommended (or NAME, see kelvo models list) or "
                                            : "") +
              "put a PocketSphinx model for it in " +
              (folder_->path() / "data/KelvoVoiceMac/models/pocketsphinx/ja-JP").string() +

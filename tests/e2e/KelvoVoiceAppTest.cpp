@@ -8,11 +8,17 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <string>
 #include <thread>
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "InsertionTarget.h"
 #include "KelvoVoiceApp.h"
+#include "ModelFileServer.h"
 
 namespace kelvo::test {
 namespace {
@@ -40,14 +46,14 @@ constexpr const char* kDictionary = R"([
   }
 ])";
 
-class KelvoVoiceAppTest : public testing::Test {
+class KelvoVoiceAppTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() { KelvoVoiceApp::startStatusNotifierHost(); }
 
     void SetUp() override {
         home_ = std::filesystem::temp_directory_path() /
                 ("kelvovoice-e2e-" + std::to_string(getpid()) + "-" +
-                 testing::UnitTest::GetInstance()->current_test_info()->name());
+                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
         std::filesystem::remove_all(home_);
         writeDictionary(kDictionary);
     }
@@ -58,6 +64,7 @@ class KelvoVoiceAppTest : public testing::Test {
         }
         app_.reset();
         std::filesystem::remove_all(home_);
+        unsetenv("KELVO_MODEL_CATALOG");
     }
 
     void writeDictionary(const std::string& text) {
@@ -69,11 +76,14 @@ class KelvoVoiceAppTest : public testing::Test {
     // Starts the application and waits until its status item is up and the key is watched.
     // A first, silent hold then makes the recogniser load its model: on a loaded machine the
     // first dictation of a process can otherwise lose the words spoken while the model loads,
-    // which is the recogniser's business and not what these tests look at.
-    KelvoVoiceApp& startApp() {
+    // which is the recogniser's business and not what these tests look at (warmUp false skips it).
+    KelvoVoiceApp& startApp(bool warmUp = true) {
         app_ = std::make_unique<KelvoVoiceApp>(home_);
         EXPECT_TRUE(app_->waitForLog("[KelvoVoice] GlobalHotkeyService started"));
         EXPECT_TRUE(app_->waitForLog("[KelvoVoice] statusItem next-runloop"));
+        if (!warmUp) {
+            return *app_;
+        }
         KelvoVoiceApp::tapTrigger(std::chrono::milliseconds(1500));
         EXPECT_TRUE(app_->waitForLog("[KelvoVoice] statusItem idle"));
         return *app_;
@@ -183,6 +193,73 @@ TEST_F(KelvoVoiceAppTest, DoubleTapRecordsHandsFreeAndSingleTapInsertsNothing) {
     EXPECT_TRUE(contains(app.log(), "Stopping dictation trigger=fn-toggle-off"));
 }
 
+// Replaces the first `word` in the focused text field with `replacement` through AT-SPI's
+// EditableText, as an assistive tool would; GTK counts the inserted length in bytes.
+void replaceInFocusedField(const std::string& word, const std::string& replacement) {
+    KelvoVoiceApp::run("/usr/bin/python3 - '" + word + "' '" + replacement +
+                       "' <<'EOF'\n"
+                       "import sys, gi\n"
+                       "gi.require_version('Atspi', '2.0')\n"
+                       "from gi.repository import Atspi\n"
+                       "def focused(o, depth=0):\n"
+                       "    if o is None or depth > 30: return None\n"
+                       "    if o.get_state_set().contains(Atspi.StateType.FOCUSED): return o\n"
+                       "    for i in range(o.get_child_count()):\n"
+                       "        f = focused(o.get_child_at_index(i), depth + 1)\n"
+                       "        if f: return f\n"
+                       "desktop = Atspi.get_desktop(0)\n"
+                       "field = None\n"
+                       "for a in range(desktop.get_child_count()):\n"
+                       "    field = field or focused(desktop.get_child_at_index(a))\n"
+                       "start = Atspi.Text.get_text(field, 0, -1).index(sys.argv[1])\n"
+                       "Atspi.EditableText.delete_text(field, start, start + len(sys.argv[1]))\n"
+                       "Atspi.EditableText.insert_text(field, start, sys.argv[2],\n"
+                       "                               len(sys.argv[2].encode()))\n"
+                       "EOF");
+}
+
+// Right after a dictation, replacing one of its words in the field proposes a dictionary entry;
+// accepted with kelvo, the next dictation arrives corrected. Edits of the user's own text beside
+// the dictation propose nothing, and a password field is never watched.
+TEST_F(KelvoVoiceAppTest, ACorrectionRightAfterADictationIsLearnt) {
+    KelvoVoiceApp& app = startApp();
+    auto kelvo = [this](const std::string& arguments) {
+        return KelvoVoiceApp::run("XDG_DATA_HOME='" + (home_ / "data").string() + "' " +
+                                  KELVO_BINARY + " " + arguments);
+    };
+    {
+        InsertionTarget gtk("gtk-entry", {"--text", "Dear Bob, "});
+        std::string text = dictateInto(gtk);
+        ASSERT_TRUE(contains(text, "send the")) << text;
+        ASSERT_TRUE(app.waitForLog("[Learning] Watching the field for corrections", 1, 10s));
+        replaceInFocusedField("Bob", "Rob");
+        ASSERT_TRUE(app.waitForLog("[Learning] Edits settled, no correction", 1, 10s));
+        EXPECT_EQ(kelvo("dictionary suggestions --json"), "[]\n");
+        replaceInFocusedField("send", "mail");
+        ASSERT_TRUE(app.waitForLog("[KelvoVoice] Correction suggestion recorded count=1", 1, 10s));
+    }
+    std::string suggestions = kelvo("dictionary suggestions --json");
+    EXPECT_TRUE(contains(suggestions, "\"misrecognition\": \"send\"")) << suggestions;
+    EXPECT_TRUE(contains(suggestions, "\"canonical\": \"mail\"")) << suggestions;
+    std::smatch id;
+    ASSERT_TRUE(std::regex_search(suggestions, id, std::regex("\"id\": \"([0-9A-F-]{36})\"")));
+    kelvo("dictionary accept " + id[1].str());
+    EXPECT_EQ(kelvo("dictionary suggestions --json"), "[]\n");
+
+    std::size_t watches = app.countInLog("[Learning] Watching");
+    {
+        InsertionTarget password("gtk-password");
+        std::size_t finished = app.countInLog("[KelvoVoice] statusItem idle");
+        KelvoVoiceApp::dictate(KelvoVoiceApp::englishSample());
+        ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle", finished + 1));
+    }
+    InsertionTarget gtk("gtk-entry");
+    std::string text = dictateInto(gtk);
+    EXPECT_TRUE(contains(text, "mail the") && !contains(text, "send")) << text;
+    // The password field was not watched; the last field is.
+    EXPECT_EQ(app.countInLog("[Learning] Watching"), watches + 1);
+}
+
 bool windowShown(const std::string& title) {
     try {
         return !KelvoVoiceApp::run("xdotool search --onlyvisible --name '^" + title + "$'").empty();
@@ -231,6 +308,91 @@ TEST_F(KelvoVoiceAppTest, CorruptDictionaryRunsWithoutCorrectionsAndSecondLaunch
     EXPECT_TRUE(waitUntil([&] { return !second.isRunning(); }, 30s));
     EXPECT_TRUE(contains(second.log(), "already running"));
     EXPECT_TRUE(app.isRunning());
+}
+
+// tests/e2e/notification-server on the session bus, answering every notification as `answer`
+// says; the lines it recorded are notices().
+class NotificationServer {
+  public:
+    NotificationServer(std::filesystem::path log, const std::string& answer) : log_(log) {
+        std::string program =
+            (KelvoVoiceApp::sourceDirectory() / "tests/e2e/notification-server").string();
+        pid_ = fork();
+        if (pid_ == 0) {
+            execl(program.c_str(), program.c_str(), log.c_str(), answer.c_str(), nullptr);
+            _exit(127);
+        }
+        EXPECT_TRUE(waitUntil([this] { return contains(text(), "READY\n"); }, 20s));
+    }
+    ~NotificationServer() {
+        kill(pid_, SIGTERM);
+        waitpid(pid_, nullptr, 0);
+    }
+    std::string text() const {
+        std::ifstream in(log_);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    std::size_t notices() const {
+        std::size_t count = 0;
+        for (auto at = text().find("NOTIFY\t"); at != std::string::npos;
+             at = text().find("NOTIFY\t", at + 1)) {
+            ++count;
+        }
+        return count;
+    }
+
+  private:
+    std::filesystem::path log_;
+    pid_t pid_ = -1;
+};
+
+// With no speech model installed, dictation runs on the fallback and the application says so
+// once with a desktop notice: dismissed, it does not come back at the next start; its install
+// button (the recommended model, from a loopback catalogue) installs the model in the background.
+TEST_F(KelvoVoiceAppTest, MissingModelIsNoticedOnceAndInstalledFromTheNotice) {
+    const std::string model(1'000'000, 'w');
+    testing::ModelFileServer files(model);
+    std::filesystem::create_directories(home_);
+    std::ofstream(home_ / "catalog.json")
+        << R"([{"name": "tiny", "sizeIsExact": true, "sizeBytes": )" << model.size()
+        << R"(, "url": ")" << files.baseURL() << R"(ggml-tiny.bin"}])";
+    setenv("KELVO_MODEL_CATALOG", (home_ / "catalog.json").c_str(), 1);
+    {
+        NotificationServer server(home_ / "notices.log", "close:2");
+        startApp();
+        ASSERT_TRUE(app_->waitForLog("[KelvoVoice] Model notice dismissed"));
+        EXPECT_TRUE(contains(app_->log(), ". Falling back to SFSpeechRecognizer"));
+        EXPECT_TRUE(contains(server.text(), "\tJapanese dictation needs a speech model\t"));
+        EXPECT_TRUE(
+            contains(server.text(), "install=Install tiny (1.0 MB)|settings=Open Settings"));
+        app_.reset();
+        startApp(false);
+        EXPECT_TRUE(app_->waitForLog("[KelvoVoice] Model notice answered before"));
+        EXPECT_EQ(server.notices(), 1u) << server.text();
+        app_.reset();
+    }
+    // Forget the answer (the settings file), then press Install: the tooltip shows the progress
+    // of a download that stalls; the application quits; pressed again, Install resumes it. No
+    // dictation here: the model engine would resume the partial download itself.
+    NotificationServer server(home_ / "notices-install.log", "invoke:install");
+    std::filesystem::remove_all(home_ / "config");
+    files.behave(testing::ModelFileServer::Mode::stallAfter, 300'000);
+    startApp(false);
+    const std::string sniMenu = (KelvoVoiceApp::sourceDirectory() / "tests/e2e/sni-menu").string();
+    // The item may not be registered yet: sni-menu then fails, and the wait goes on.
+    EXPECT_TRUE(waitUntil([&] {
+        return contains(KelvoVoiceApp::run(sniMenu + " item 2>/dev/null || true"),
+                        "\nInstalling speech model tiny: 30 %\n");
+    }));
+    app_.reset();
+    std::filesystem::remove_all(home_ / "config");
+    files.behave(testing::ModelFileServer::Mode::normal);
+    startApp(false);
+    EXPECT_TRUE(app_->waitForLog("[KelvoVoice] Model installation finished name=tiny"));
+    EXPECT_TRUE(std::filesystem::exists(home_ / "data/KelvoVoiceMac/models/ggml-tiny.bin"));
+    EXPECT_EQ(files.ranges().back(), "bytes=300000-");
+    EXPECT_TRUE(waitUntil([&] { return contains(server.text(), "\tSpeech model installed\t"); }));
+    EXPECT_EQ(server.notices(), 3u);  // one notice a run, and the news of the installation
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "fakes/FakeClock.h"
 #include "platform/SpeechEngineError.h"
 #include "platform/model/LoadedModelCache.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
 namespace {
@@ -49,10 +50,7 @@ class LoadedModelCacheTest : public ::testing::Test {
 
 TEST_F(LoadedModelCacheTest, LoadsOnceWarmsUpAndReleasesAfterIdleTime) {
     cache.preload("/models/small.bin");
-    // The background load ends on its own; poll for it rather than sleep.
-    while (cache.isLoading()) {
-        std::this_thread::yield();
-    }
+    ASSERT_TRUE(waitUntil([&] { return !cache.isLoading(); }));
     EXPECT_EQ(cache.loadedModel(), std::filesystem::path("/models/small.bin"));
     cache.preload("/models/small.bin");
 
@@ -93,9 +91,7 @@ TEST_F(LoadedModelCacheTest, LoadsOnceWarmsUpAndReleasesAfterIdleTime) {
 TEST_F(LoadedModelCacheTest, FailedLoadsAreReportedAndRetried) {
     failLoads = true;
     cache.preload("/models/broken.bin");
-    while (cache.isLoading()) {
-        std::this_thread::yield();
-    }
+    ASSERT_TRUE(waitUntil([&] { return !cache.isLoading(); }));
     EXPECT_FALSE(cache.loadedModel());
     EXPECT_THROW(cache.acquire("/models/broken.bin"), platform::SpeechEngineError);
     failLoads = false;

@@ -7,6 +7,9 @@
 
 #include <QCoroTask>
 
+#include <atomic>
+#include <future>
+
 #include "KelvoVoiceMac/session/SpeechService.h"
 #include "ModelFileServer.h"
 #include "ScriptedDecoder.h"
@@ -36,15 +39,29 @@ class ScriptedModelEngine final : public platform::ModelFileEngine {
     std::unique_ptr<platform::ModelTranscriber> makeTranscriber(
         const std::string& locale) override {
         return std::make_unique<platform::ProgressiveTranscriber>(
-            locale, [this] { return decoder; }, platform::ProgressiveTranscriber::Options{});
+            locale,
+            [this] {
+                loading = true;
+                loaded.wait();
+                auto held = decoder;
+                acquired = true;
+                return held;
+            },
+            platform::ProgressiveTranscriber::Options{});
     }
     std::shared_ptr<ScriptedDecoder> decoder = std::make_shared<ScriptedDecoder>();
+    // Loading the model takes until the test fulfils `finishLoading`.
+    std::promise<void> finishLoading;
+    std::shared_future<void> loaded = finishLoading.get_future().share();
+    std::atomic<bool> loading = false;
+    std::atomic<bool> acquired = false;
 };
 
 class ModelEngineSpeechServiceTest : public ::testing::Test {
   protected:
     ModelEngineSpeechServiceTest() {
         ensureCoreApplication();
+        engine.finishLoading.set_value();
         // These tests are about the model engine; the fallback only has to be chosen. Without a
         // fallback recogniser its path ends at once, leaving no request running behind.
         recognizers.localeRecognizer.reset();
@@ -134,6 +151,25 @@ TEST_F(ModelEngineSpeechServiceTest, TheChosenModelIsInstalledThenTranscribes) {
     EXPECT_EQ(server.ranges().size(), 1u);
 }
 
+// Stopped while its model loads, the dictation ends there: the engine never starts and the model
+// is let go (the cache can release it once idle).
+TEST_F(ModelEngineSpeechServiceTest, ADictationStoppedWhileTheModelLoadsNeverStartsIt) {
+    ScriptedModelEngine slowEngine{inventory};
+    auto slowService = std::make_shared<SpeechService>(slowEngine, recognizers, clock, trace);
+    inventory.setSettings({"base", server.baseURL()});
+    slowService->startTranscription(audio);
+    ASSERT_TRUE(waitUntil([&] { return slowEngine.loading.load(); }));
+    QCoro::waitFor(slowService->stop());
+    slowEngine.finishLoading.set_value();
+    const std::string started = "[SpeechService] Using SpeechAnalyzer/SpeechTranscriber";
+    ASSERT_TRUE(waitUntil([&] {
+        return (slowEngine.acquired && slowEngine.decoder.use_count() == 1) ||
+               trace.contains(started);
+    }));
+    EXPECT_FALSE(trace.contains(started));
+    EXPECT_EQ(slowService->activeEngine(), std::nullopt);
+}
+
 TEST_F(ModelEngineSpeechServiceTest, ACorruptDownloadFallsBackWithItsReason) {
     inventory.setSettings({"small", server.baseURL()});
     server.behave(testing::ModelFileServer::Mode::corrupt);
@@ -160,9 +196,15 @@ TEST(ModelFileEngineTest, LocalesAreLanguagesTheCatalogueServes) {
     const auto transcriber = engine.makeTranscriber("ja");
     EXPECT_EQ(engine.assetStatus(*transcriber), platform::AssetStatus::supported);
     EXPECT_EQ(engine.assetInstallationRequest(*transcriber), nullptr);
-    // A download the user started and that was cut off is resumed.
-    const ModelCatalogEntry& best = *inventory.modelForLocale("ja");
-    folder.write(best.fileName + ".part", "partial");
+    // A download the user started and that was cut off is what the language waits for, even of
+    // a lesser model, and is resumed; an empty partial file is a download that never started.
+    const auto candidates = inventory.catalog().modelsForLanguage("ja");
+    ASSERT_GE(candidates.size(), 2u);
+    folder.write(candidates[1]->fileName + ".part", "");
+    EXPECT_EQ(inventory.modelForLocale("ja"), candidates[0]);
+    EXPECT_EQ(engine.assetStatus(*transcriber), platform::AssetStatus::supported);
+    folder.write(candidates[1]->fileName + ".part", "partial");
+    EXPECT_EQ(inventory.modelForLocale("ja"), candidates[1]);
     EXPECT_EQ(engine.assetStatus(*transcriber), platform::AssetStatus::downloading);
     EXPECT_NE(engine.assetInstallationRequest(*transcriber), nullptr);
     const auto unsupported = engine.makeTranscriber("tlh");

@@ -1,5 +1,6 @@
 // The settings window's model panel on the offscreen platform, against a loopback model server:
-// install with progress, cancel (the partial download stays, shown as resumable), resume,
+// the recommendation preselected with its reason, install with progress (through the shared
+// installation service), cancel (the partial download stays, shown as resumable), resume,
 // choose the model for dictation, remove it (the choice falls back to the best installed one).
 
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include "KelvoVoiceMac/ui/ModelSettingsSection.h"
 #include "ModelFileServer.h"
 #include "TemporaryFolder.h"
+#include "fakes/RecordingLog.h"
 #include "fakes/WaitUntil.h"
 
 namespace kelvo::test {
@@ -48,11 +50,20 @@ TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
     std::vector<std::string> choices;
     std::string mirror = "http://stale.invalid/";
     int idleMinutes = 25;
+    RecordingLog log;
+    app::ModelInstallationService installer(inventory, log);
     app::ModelSettingsSection section(
-        inventory, {[] { return std::string(); },
-                    [&choices](const std::string& name) { choices.push_back(name); },
-                    [&] { return mirror; }, [&](const std::string& address) { mirror = address; },
-                    [&] { return idleMinutes; }, [&](int minutes) { idleMinutes = minutes; }});
+        installer,
+        {[] { return std::string(); },
+         [&choices](const std::string& name) { choices.push_back(name); }, [&] { return mirror; },
+         [&](const std::string& address) { mirror = address; }, [&] { return idleMinutes; },
+         [&](int minutes) { idleMinutes = minutes; },
+         ModelRecommender::Recommendation{inventory.catalog().find("other"), "the reason"}});
+    EXPECT_EQ(section.recommendationLabel()->text(),
+              "No installed model recognises Japanese yet, so dictation uses the fallback "
+              "recogniser, which does not understand Japanese. Recommended for this computer: "
+              "other (1.5 MB) — the reason.");
+    EXPECT_TRUE(section.installButton()->isEnabled());
     // The stored mirror applies to downloads at once; here it is cleared again in the field.
     EXPECT_EQ(inventory.downloadURL(tiny), "http://stale.invalid/ggml-tiny.bin");
     EXPECT_EQ(section.idleMinutes()->value(), 25);
@@ -68,7 +79,7 @@ TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
     EXPECT_EQ(table.item(0, 0)->text(), "tiny");
     EXPECT_EQ(table.item(0, 2)->text(), "Not installed");
     EXPECT_EQ(table.item(1, 2)->text(), "Not installed (no published checksum)");
-    EXPECT_FALSE(section.installButton()->isEnabled());
+    EXPECT_EQ(table.selectedRanges().value(0).topRow(), 1);
     table.selectRow(0);
     EXPECT_TRUE(section.installButton()->isEnabled());
     EXPECT_FALSE(section.removeButton()->isEnabled());
@@ -91,6 +102,9 @@ TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
     EXPECT_EQ(section.messageLabel()->text(), "Installed tiny.");
     EXPECT_EQ(table.item(0, 2)->text(), "Installed (checksum verified)");
     EXPECT_EQ(server.ranges().back(), "bytes=300000-");
+    EXPECT_TRUE(log.contains("[KelvoVoice] Model installation finished name=tiny"));
+    EXPECT_EQ(section.recommendationLabel()->text(),
+              "Recommended for this computer: other (1.5 MB) — the reason.");
 
     QComboBox& choice = *section.choice();
     ASSERT_EQ(choice.count(), 2);

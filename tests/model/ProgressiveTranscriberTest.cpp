@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <future>
 #include <thread>
 
 #include "ScriptedDecoder.h"
@@ -13,6 +14,7 @@
 #include "platform/SpeechEngineError.h"
 #include "platform/model/InitialPrompt.h"
 #include "platform/model/ProgressiveTranscriber.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
 namespace {
@@ -20,18 +22,6 @@ namespace {
 using platform::ModelTranscriber;
 using platform::ProgressiveTranscriber;
 using Purpose = platform::SegmentDecoder::Purpose;
-
-template <typename Condition>
-bool eventually(Condition condition) {
-    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > giveUp) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
 
 class ProgressiveTranscriberTest : public ::testing::Test {
   protected:
@@ -61,6 +51,16 @@ class ProgressiveTranscriberTest : public ::testing::Test {
         return results;
     }
 
+    // The next result, or a failure (and a cancelled transcriber) when none comes in time.
+    static std::optional<ModelTranscriber::Result> nextWithin(ModelTranscriber& transcriber) {
+        auto next = std::async(std::launch::async, [&] { return transcriber.nextResult(); });
+        if (next.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+            ADD_FAILURE() << "no result came";
+            transcriber.cancel();
+        }
+        return next.get();
+    }
+
     std::size_t decodes(Purpose purpose) const {
         std::size_t count = 0;
         for (const auto& call : decoder->calls()) {
@@ -80,9 +80,9 @@ TEST_F(ProgressiveTranscriberTest, PartialsWhileSpeakingFinalsAtPausesAndAtStop)
     EXPECT_EQ(transcriber->initialPrompt(), "東京駅、渋谷");
 
     feed(*transcriber, speechAudio(2.0));
-    ASSERT_TRUE(eventually([&] { return decodes(Purpose::partial) >= 1; }));
+    ASSERT_TRUE(waitUntil([&] { return decodes(Purpose::partial) >= 1; }));
     feed(*transcriber, quietAudio(1.0));
-    ASSERT_TRUE(eventually([&] { return decodes(Purpose::final_) == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return decodes(Purpose::final_) == 1; }));
     // A second utterance that is still going when the key comes up.
     feed(*transcriber, speechAudio(1.2));
     const std::vector<ModelTranscriber::Result> results = stop(*transcriber);
@@ -112,6 +112,26 @@ TEST_F(ProgressiveTranscriberTest, PartialsWhileSpeakingFinalsAtPausesAndAtStop)
     EXPECT_LT(firstFinal->sampleCount, 16000u * 3);
     EXPECT_GE(firstFinal->sampleCount, 16000u * 2);
     EXPECT_EQ(transcriber->nextResult(), std::nullopt);
+}
+
+// A partial once another partialInterval of audio has come in, not before and not again without
+// new audio: the worker idles between partials instead of keeping a core busy.
+TEST_F(ProgressiveTranscriberTest, PartialsComeOnePartialIntervalOfAudioApart) {
+    auto transcriber = make();
+    transcriber->prepare();
+    const std::vector<std::int16_t> speech = speechAudio(1.0);
+    for (const std::size_t upTo : {8000u, 16000u}) {
+        SCOPED_TRACE(upTo);
+        const auto from = speech.begin() + static_cast<std::ptrdiff_t>(upTo - 8000);
+        transcriber->analyze(std::span(&*from, 7999));
+        transcriber->analyze(std::span(&*(from + 7999), 1));
+        const auto partial = nextWithin(*transcriber);
+        ASSERT_TRUE(partial && !partial->isFinal);
+        // Pushing the result and deciding what comes next happen under one lock.
+        EXPECT_EQ(transcriber->statistics().partialDecodes, upTo / 8000);
+        EXPECT_EQ(decoder->calls().back().sampleCount, upTo);
+    }
+    stop(*transcriber);
 }
 
 TEST_F(ProgressiveTranscriberTest, LongSpeechIsCutBeforeTheWindowFills) {
@@ -144,7 +164,10 @@ TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped
     }
     // A click (90 ms) in a quiet room gets decoded, and what whisper makes of it is dropped.
     for (const std::string invented :
-         {"ご視聴ありがとうございました。", "(音楽)", "渋谷", "Thanks for watching!", "♪"}) {
+         {"ご視聴ありがとうございました。", "(音楽)", "渋谷", "Thanks for watching!", "♪",
+          "ありがとうございました。ありがとうございました。",
+          "ありがとうございました。ありがとうございました。ありがとうございました。",
+          "you you you you"}) {
         decoder->script = [invented](Purpose, std::size_t) { return invented; };
         auto transcriber = make();
         transcriber->setContextualStrings({"東京駅", "渋谷"});
@@ -175,7 +198,7 @@ TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped
     auto withdrawing = make();
     withdrawing->prepare();
     feed(*withdrawing, speechAudio(2.0));
-    ASSERT_TRUE(eventually([&] { return decodes(Purpose::partial) > partialsBefore; }));
+    ASSERT_TRUE(waitUntil([&] { return decodes(Purpose::partial) > partialsBefore; }));
     const auto withdrawn = stop(*withdrawing);
     ASSERT_EQ(withdrawn.size(), 2u);
     EXPECT_EQ(withdrawn[0].text, "それで");
@@ -205,7 +228,7 @@ TEST_F(ProgressiveTranscriberTest, CancelUnblocksEveryoneAndFailuresReachTheRead
         auto transcriber = make();
         transcriber->prepare();
         feed(*transcriber, speechAudio(1.0));
-        ASSERT_TRUE(eventually([&] { return !decoder->calls().empty(); }));
+        ASSERT_TRUE(waitUntil([&] { return !decoder->calls().empty(); }));
         std::thread reader([&] { EXPECT_EQ(transcriber->nextResult(), std::nullopt); });
         transcriber->cancel();
         reader.join();

@@ -6,6 +6,7 @@
 // the test reads calls() from its own thread.
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -37,10 +38,12 @@ class ScriptedDecoder final : public platform::SegmentDecoder {
             index = calls_.size();
         }
         if (blockUntilAborted) {
-            while (!abort) {
+            // Bounded, so that a transcriber that never aborts fails its test instead of hanging.
+            const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+            while (!abort && std::chrono::steady_clock::now() < giveUp) {
                 std::this_thread::yield();
             }
-            return {};
+            return abort ? "" : "never aborted";
         }
         if (failure) {
             throw platform::SpeechEngineError(*failure);

@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -21,7 +23,9 @@ namespace kelvo::test {
 /// texts) as its whole environment, or the test's own when none is given, and runs in
 /// `workingFolder` when one is given. A child still running when the object goes is killed.
 /// Output is read only by waitForError() and finish(); finish() interleaves feeding the input and
-/// reading both streams, so a child that writes a lot before reading cannot deadlock.
+/// reading both streams, so a child that writes a lot before reading cannot deadlock. Both give up
+/// after `limit`: a child that never writes or ends is killed, and finish() says so on its
+/// standard error and reports the kill as its status.
 class KelvoProcess {
   public:
     KelvoProcess(const char* binary, const std::vector<std::string>& arguments,
@@ -80,7 +84,12 @@ class KelvoProcess {
 
     /// Reads standard error until it holds `text` (or the stream ends); returns what was read.
     std::string waitForError(const std::string& text) {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
         while (errors_.find(text) == std::string::npos) {
+            pollfd readable{err_, POLLIN, 0};
+            if (poll(&readable, 1, millisecondsUntil(deadline)) == 0) {
+                break;
+            }
             char buffer[256];
             const ssize_t count = read(err_, buffer, sizeof buffer);
             if (count <= 0) {
@@ -99,8 +108,10 @@ class KelvoProcess {
         std::string errors;
     };
 
-    /// Feeds the rest of the input, reads both streams to their end and waits for the exit.
+    /// Feeds the rest of the input, reads both streams to their end and waits for the exit. A
+    /// child still running after `limit` (a hang) is killed and says so on its standard error.
     Outcome finish() {
+        auto deadline = std::chrono::steady_clock::now() + limit;
         // A child that exits without reading its input must fail the write, not kill the test.
         ::signal(SIGPIPE, SIG_IGN);
         Outcome outcome;
@@ -120,11 +131,19 @@ class KelvoProcess {
             if (errOpen) {
                 fds.push_back({err_, POLLIN, 0});
             }
-            if (poll(fds.data(), fds.size(), -1) < 0) {
+            const int ready = poll(fds.data(), fds.size(), millisecondsUntil(deadline));
+            if (ready < 0) {
                 if (errno == EINTR) {
                     continue;
                 }
                 break;
+            }
+            if (ready == 0) {
+                kill(pid_, SIGKILL);
+                outcome.errors +=
+                    "[killed: still running after " + std::to_string(limit.count()) + " s]\n";
+                deadline += std::chrono::hours(1);  // its pipes close as it dies
+                continue;
             }
             for (const pollfd& entry : fds) {
                 if (entry.revents == 0) {
@@ -158,7 +177,16 @@ class KelvoProcess {
         return outcome;
     }
 
+    // Generous: sanitized binaries on a loaded machine are slow, but never this slow.
+    std::chrono::seconds limit{300};
+
   private:
+    static int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        return static_cast<int>(std::max<long long>(0, left.count()));
+    }
+
     void closeInput() {
         if (in_ >= 0) {
             close(in_);

@@ -2,19 +2,22 @@
 
 #include <httplib.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/WaitUntil.h"
+
 namespace kelvo::test {
 
 /// A real HTTP server (cpp-httplib) on 127.0.0.1 with an ephemeral port, serving on its own
 /// thread. It records every POST it receives and answers with the scripted status and body.
-/// With `holdAnswers()` each handler waits until `releaseAnswers()` (or destruction), so a
-/// client time-out can be provoked without any clock in the test. Members may be called from
-/// the test thread while the server thread serves.
+/// With `holdAnswers()` each handler waits until `releaseAnswers()` (or destruction, or
+/// heldAnswerLimit), so a client time-out can be provoked without any clock in the test. Members
+/// may be called from the test thread while the server thread serves.
 class LoopbackHttpServer {
   public:
     struct Recorded {
@@ -32,6 +35,8 @@ class LoopbackHttpServer {
         }
     };
 
+    static constexpr std::chrono::seconds heldAnswerLimit{10};
+
     LoopbackHttpServer() {
         server_.Post(R"(/.*)",
                      [this](const httplib::Request& request, httplib::Response& response) {
@@ -39,7 +44,9 @@ class LoopbackHttpServer {
                          requests_.push_back(Recorded{request.path, request.params, request.headers,
                                                       request.body, request.files});
                          changed_.notify_all();
-                         changed_.wait(lock, [this] { return !holding_; });
+                         // At most heldAnswerLimit: a client that never gives up then gets
+                         // its answer and fails its test instead of hanging it.
+                         changed_.wait_for(lock, heldAnswerLimit, [this] { return !holding_; });
                          response.status = status_;
                          for (const auto& [name, value] : answerHeaders_) {
                              response.set_header(name, value);
@@ -54,9 +61,7 @@ class LoopbackHttpServer {
         releaseAnswers();
         // stop() is ignored until the accept loop runs; a test that sent nothing may get here
         // before that.
-        while (!server_.is_running()) {
-            std::this_thread::yield();
-        }
+        waitUntil([this] { return server_.is_running(); });
         server_.stop();
         thread_.join();
     }

@@ -5,6 +5,7 @@
 // switches the element to stateAfterSet after changeDelay on the fake clock (zero: at once;
 // nothing: never, like applications that report success and do nothing). Every call is recorded
 // in calls ("focusedElement", "value", "selectedText", "selectedTextRange", "setSelectedText X").
+// secure makes the focused element a password field.
 
 #include <QCoroTask>
 #include <memory>
@@ -39,7 +40,7 @@ class FakeAccessibilityClient final : public platform::AccessibilityClient {
         if (!element) {
             co_return FocusedElement{nullptr, focusOutcome};
         }
-        co_return FocusedElement{element, Outcome::done};
+        co_return FocusedElement{element, Outcome::done, secure};
     }
 
     QCoro::Task<std::optional<std::string>> value(
@@ -73,6 +74,7 @@ class FakeAccessibilityClient final : public platform::AccessibilityClient {
     }
 
     bool trusted = true;
+    bool secure = false;
     std::shared_ptr<Element> element = std::make_shared<Element>();
     Outcome focusOutcome = Outcome::done;
     Outcome setOutcome = Outcome::done;

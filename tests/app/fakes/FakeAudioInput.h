@@ -7,26 +7,50 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <span>
+#include <string>
 #include <thread>
 #include <type_traits>
-#include <vector>
 
 #include "platform/AudioInput.h"
+#include "platform/AudioInputError.h"
 
 namespace kelvo::test {
 
 class FakeAudioInput final : public platform::AudioInput {
   public:
-    ~FakeAudioInput() override;
+    ~FakeAudioInput() override {
+        if (answerThread_.joinable()) {
+            answerThread_.join();
+        }
+    }
 
     Authorization authorization() override { return authorizationStatus; }
-    void requestAuthorization(std::function<void(bool granted)> completion) override;
-    std::optional<Format> open() override;
-    void start(std::uint32_t framesPerRead, FramesHandler handler) override;
-    void close() override;
+    void requestAuthorization(std::function<void(bool granted)> completion) override {
+        ++authorizationRequests;
+        if (answerThread_.joinable()) {
+            answerThread_.join();
+        }
+        answerThread_ = std::thread([completion, granted = grantsRequest] { completion(granted); });
+    }
+    std::optional<Format> open() override {
+        ++openCount;
+        return deviceFormat;
+    }
+    void start(std::uint32_t framesPerRead, FramesHandler handler) override {
+        if (startFailure) {
+            throw platform::AudioInputError(*startFailure);
+        }
+        requestedFramesPerRead = framesPerRead;
+        handler_ = std::move(handler);
+        isStarted = true;
+    }
+    void close() override {
+        ++closeCount;
+        handler_ = nullptr;
+        isStarted = false;
+    }
 
     // Calls the capture handler with one read; ignored when not started.
     template <typename Sample>
@@ -51,10 +75,7 @@ class FakeAudioInput final : public platform::AudioInput {
     std::optional<Format> deviceFormat = Format{48000, 2, SampleFormat::float32};
     // When set, start() throws AudioInputError with this description.
     std::optional<std::string> startFailure;
-
-    int authorizationRequests = 0;
-    int openCount = 0;
-    int closeCount = 0;
+    int authorizationRequests = 0, openCount = 0, closeCount = 0;
     bool isStarted = false;
     std::uint32_t requestedFramesPerRead = 0;
 

@@ -14,7 +14,12 @@ class QtApplicationEnvironment final : public ::testing::Environment {
         static char name[] = "desktop_linux_e2e_tests";
         static char* argv[] = {name, nullptr};
         qputenv("QT_QPA_PLATFORM", "xcb");
+        // As the application runs: Qt's loop without GLib (the input-method and accessibility
+        // libraries dispatch on threads of their own), a setting the clients we start do not
+        // inherit.
+        qputenv("QT_NO_GLIB", "1");
         application_ = std::make_unique<QGuiApplication>(argc, argv);
+        qunsetenv("QT_NO_GLIB");
     }
     void TearDown() override { application_.reset(); }
 

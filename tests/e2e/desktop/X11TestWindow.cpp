@@ -12,20 +12,6 @@
 
 namespace kelvo::test {
 
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
-    auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        if (QCoreApplication::instance()) {
-            QCoreApplication::processEvents();
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
-
 std::string runProgram(const QStringList& command, int* exitCode) {
     QProcess process;
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
@@ -42,8 +28,7 @@ std::string runProgram(const QStringList& command, int* exitCode) {
     return process.readAllStandardOutput().toStdString();
 }
 
-X11TestWindow::X11TestWindow(const std::string& instanceName, const std::string& className,
-                             const std::string& utf8Title)
+X11TestWindow::X11TestWindow(const std::string& instanceName, const std::string& className)
     : display_(XOpenDisplay(nullptr)) {
     if (!display_) {
         throw std::runtime_error("no X display");
@@ -51,12 +36,6 @@ X11TestWindow::X11TestWindow(const std::string& instanceName, const std::string&
     window_ = XCreateSimpleWindow(display_, DefaultRootWindow(display_), 0, 0, 200, 100, 0, 0, 0);
     XClassHint hint{const_cast<char*>(instanceName.c_str()), const_cast<char*>(className.c_str())};
     XSetClassHint(display_, window_, &hint);
-    if (!utf8Title.empty()) {
-        XChangeProperty(display_, window_, XInternAtom(display_, "_NET_WM_NAME", False),
-                        XInternAtom(display_, "UTF8_STRING", False), 8, PropModeReplace,
-                        reinterpret_cast<const unsigned char*>(utf8Title.data()),
-                        static_cast<int>(utf8Title.size()));
-    }
     XSelectInput(display_, window_, KeyPressMask | KeyReleaseMask | FocusChangeMask);
     XMapWindow(display_, window_);
     XSync(display_, False);
@@ -90,12 +69,6 @@ void X11TestWindow::publishAsActive() {
                     XInternAtom(display_, "_NET_ACTIVE_WINDOW", False), XA_WINDOW, 32,
                     PropModeReplace, reinterpret_cast<unsigned char*>(&window), 1);
     XSync(display_, False);
-}
-
-void X11TestWindow::clearActiveWindow(_XDisplay* display) {
-    XDeleteProperty(display, DefaultRootWindow(display),
-                    XInternAtom(display, "_NET_ACTIVE_WINDOW", False));
-    XSync(display, False);
 }
 
 const std::vector<X11TestWindow::Key>& X11TestWindow::keys() {

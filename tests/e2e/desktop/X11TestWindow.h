@@ -6,19 +6,17 @@
 // its clipboard) running while a condition is awaited, and a command runner on top of them.
 
 #include <QStringList>
+
 #include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+#include "tests/support/WaitUntil.h"
 
 struct _XDisplay;
 
 namespace kelvo::test {
-
-// Polls condition (every 10 ms, processing Qt events between polls) until it holds or timeout.
-bool waitUntil(const std::function<bool()>& condition,
-               std::chrono::milliseconds timeout = std::chrono::seconds(20));
 
 // Runs program with arguments to its end while Qt events keep being processed; returns its
 // standard output, and sets *exitCode (-1 when it did not finish in time).
@@ -35,8 +33,7 @@ class X11TestWindow {
         unsigned int state;
     };
 
-    X11TestWindow(const std::string& instanceName, const std::string& className,
-                  const std::string& utf8Title = {});
+    X11TestWindow(const std::string& instanceName, const std::string& className);
     ~X11TestWindow();
 
     X11TestWindow(const X11TestWindow&) = delete;
@@ -49,7 +46,6 @@ class X11TestWindow {
     void focus();
     // Publishes the window as _NET_ACTIVE_WINDOW on the root, as a window manager would.
     void publishAsActive();
-    static void clearActiveWindow(_XDisplay* display);
 
     // Every key event received so far (reads what the server has sent).
     const std::vector<Key>& keys();

@@ -20,6 +20,8 @@ namespace kelvo::test {
 struct Client {
     std::string title;  // empty when it did not start
     std::function<std::string()> text;
+    // Whether the client itself sees its window active; empty when it cannot tell.
+    std::function<bool()> active = {};
 };
 
 // Starts an insertion target (scripts/headless-session target KIND); the input-method variables of
@@ -38,10 +40,10 @@ Client startWaylandTarget();
 // plain text): a field for secrets that only the input method can recognise.
 Client startShownPasswordField();
 
-// Focuses the window titled so, again and again (from no focus at all after the first time)
-// until condition holds (false after a minute). A client makes its input context asynchronously,
-// so a focus that comes before it is ready is not seen by the framework.
-bool focusUntil(const std::string& title, platform::InputMethodCommitter& committer,
+// Focuses the client's window, again and again (from no focus at all after the first time) until
+// condition holds (false after a minute). A client makes its input context asynchronously, so a
+// focus that comes before it is ready is not seen by the framework.
+bool focusUntil(const Client& client, platform::InputMethodCommitter& committer,
                 const std::function<bool()>& condition);
 
 // Focuses the client's window until the framework reports an input context with the focus other

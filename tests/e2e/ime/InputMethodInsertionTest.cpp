@@ -140,7 +140,7 @@ void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
         ASSERT_FALSE(password.title.empty());
         // Until the framework (or AT-SPI) has seen the new focus, it reports the previous window.
         const bool onlyTheFrameworkCanTell = field.kind == "shown password";
-        ASSERT_TRUE(focusUntil(password.title, committer, [&] {
+        ASSERT_TRUE(focusUntil(password, committer, [&] {
             Outcome seen = QCoro::waitFor(committer.probe()).outcome;
             return seen == Outcome::passwordField ||
                    (!onlyTheFrameworkCanTell && seen == Outcome::noFocusedInputContext &&
@@ -211,7 +211,7 @@ TEST_F(Fcitx5InsertionTest, WithoutAnInputContextAccessibilityTakesOverAndPasswo
 
 // A Mozc composition the user has pending when the dictation arrives stays pending, and the
 // dictated text goes in before it. mozc_server refuses to run as root (and fcitx5 then stalls), so
-// this runs only as another user.
+// this runs only as another user: .ci/run runs it once more as one.
 TEST(MozcPreeditTest, APendingCompositionSurvivesTheDictation) {
 #ifndef KELVO_FCITX5_ADDON_LIBRARY
     GTEST_SKIP() << "the Fcitx5 addon was not built";

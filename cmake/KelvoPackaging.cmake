@@ -30,6 +30,8 @@ install(TARGETS kelvo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # there by the engine. No whisper package is needed or named.
 set(kelvo_private_libraries lib/kelvovoice)
 if(KELVO_WHISPER_BUNDLED)
+  # The libraries only: no headers in the package.
+  set_target_properties(${KELVO_WHISPER_LIBRARIES} PROPERTIES PUBLIC_HEADER "")
   install(TARGETS ${KELVO_WHISPER_LIBRARIES}
     LIBRARY DESTINATION ${kelvo_private_libraries} NAMELINK_SKIP)
   foreach(program kelvo kelvovoice)

@@ -13,17 +13,6 @@ constexpr const char* kSettingsAction = "settings";
 // A click on the bubble itself.
 constexpr const char* kDefaultAction = "default";
 
-std::string sizeText(std::uint64_t bytes) {
-    char text[32];
-    if (bytes >= 1'000'000'000) {
-        std::snprintf(text, sizeof text, "%.1f GB", static_cast<double>(bytes) / 1e9);
-    } else {
-        std::snprintf(text, sizeof text, bytes < 10'000'000 ? "%.1f MB" : "%.0f MB",
-                      static_cast<double>(bytes) / 1e6);
-    }
-    return text;
-}
-
 QString qt(const std::string& text) {
     return QString::fromStdString(text);
 }
@@ -40,7 +29,7 @@ FirstRunModelNotice::~FirstRunModelNotice() {
 }
 
 std::string FirstRunModelNotice::installLabel(const ModelCatalogEntry& entry) {
-    return "Install " + entry.name + " (" + sizeText(entry.sizeBytes) + ")";
+    return "Install " + entry.name + " (" + ModelCatalog::sizeText(entry.sizeBytes) + ")";
 }
 
 void FirstRunModelNotice::check() {
@@ -85,7 +74,8 @@ void FirstRunModelNotice::check() {
             "uses the basic fallback recogniser, which does not understand Japanese. "
             "Recommended for this computer: %1 (%2) — %3. Installing downloads it "
             "once; recognition stays on this computer.")
-            .arg(qt(entry.name), qt(sizeText(entry.sizeBytes)), qt(recommended->reason));
+            .arg(qt(entry.name), qt(ModelCatalog::sizeText(entry.sizeBytes)),
+                 qt(recommended->reason));
     notification_ = std::make_unique<DesktopNotification>(QStringLiteral("KelvoVoice"),
                                                           QStringLiteral("kelvovoice"));
     notification_->show(

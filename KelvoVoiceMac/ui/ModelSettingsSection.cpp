@@ -23,11 +23,7 @@ constexpr int kSizeColumn = 1;
 constexpr int kStatusColumn = 2;
 
 QString sizeText(std::uint64_t bytes) {
-    if (bytes >= 1'000'000'000) {
-        return QStringLiteral("%1 GB").arg(static_cast<double>(bytes) / 1e9, 0, 'f', 1);
-    }
-    return QStringLiteral("%1 MB").arg(static_cast<double>(bytes) / 1e6, 0, 'f',
-                                       bytes < 10'000'000 ? 1 : 0);
+    return QString::fromStdString(ModelCatalog::sizeText(bytes));
 }
 
 QString qt(const std::string& text) {

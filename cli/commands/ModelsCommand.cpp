@@ -55,26 +55,16 @@ const ModelCatalogEntry& findModel(const ModelInventory& inventory,
     return *entry;
 }
 
-std::string sizeText(std::uint64_t bytes) {
-    char text[32];
-    if (bytes >= 1'000'000'000) {
-        std::snprintf(text, sizeof text, "%.1f GB", static_cast<double>(bytes) / 1e9);
-    } else {
-        std::snprintf(text, sizeof text, bytes < 10'000'000 ? "%.1f MB" : "%.0f MB",
-                      static_cast<double>(bytes) / 1e6);
-    }
-    return text;
-}
-
 std::string statusText(const ModelInventory& inventory, const ModelCatalogEntry& entry) {
     switch (inventory.status(entry)) {
         case ModelAssetStatus::installed:
             return "installed (" + inventory.verificationText(entry).value_or("") + ")";
         case ModelAssetStatus::downloading:
             if (inventory.isInstallationRunning(entry)) {
-                return "downloading (" + sizeText(inventory.partialSizeBytes(entry)) + ")";
+                return "downloading (" + ModelCatalog::sizeText(inventory.partialSizeBytes(entry)) +
+                       ")";
             }
-            return "downloading (" + sizeText(inventory.partialSizeBytes(entry)) +
+            return "downloading (" + ModelCatalog::sizeText(inventory.partialSizeBytes(entry)) +
                    " so far; install again to resume)";
         case ModelAssetStatus::supported:
             return entry.hasPublishedChecksum()
@@ -87,8 +77,8 @@ std::string statusText(const ModelInventory& inventory, const ModelCatalogEntry&
 }
 
 std::string recommendationText(const ModelRecommender::Recommendation& recommended) {
-    return recommended.entry->name + " (" + sizeText(recommended.entry->sizeBytes) + ") — " +
-           recommended.reason;
+    return recommended.entry->name + " (" + ModelCatalog::sizeText(recommended.entry->sizeBytes) +
+           ") — " + recommended.reason;
 }
 
 void runList(const ParsedArguments& arguments, CommandContext& context) {
@@ -117,7 +107,8 @@ void runList(const ParsedArguments& arguments, CommandContext& context) {
     // A catalogue file is the user's, but what it holds must not steer the terminal.
     for (const ModelCatalogEntry& entry : inventory.catalog().entries()) {
         std::snprintf(line, sizeof line, "%-22s %9s  %s", visibleText(entry.name).c_str(),
-                      sizeText(entry.sizeBytes).c_str(), statusText(inventory, entry).c_str());
+                      ModelCatalog::sizeText(entry.sizeBytes).c_str(),
+                      statusText(inventory, entry).c_str());
         context.writeText(entry.description.empty()
                               ? std::string(line)
                               : std::string(line) + " — " + visibleText(entry.description));
@@ -144,8 +135,8 @@ void drawProgress(std::ostream& out, const ModelInstallation& installation) {
         << std::string(static_cast<std::size_t>(kProgressBarWidth - filled), '.') << "] ";
     char text[64];
     std::snprintf(text, sizeof text, "%3.0f%%  %s / %s ", fraction * 100,
-                  sizeText(installation.bytesOnDisk()).c_str(),
-                  total ? sizeText(total).c_str() : "?");
+                  ModelCatalog::sizeText(installation.bytesOnDisk()).c_str(),
+                  total ? ModelCatalog::sizeText(total).c_str() : "?");
     out << text << std::flush;
 }
 

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 #include "core/services/JsonFile.h"
@@ -193,6 +194,18 @@ bool ModelCatalog::serves(const ModelCatalogEntry& entry, const std::string& lan
     const std::vector<std::string>& languages =
         entry.languages.empty() ? whisperLanguages() : entry.languages;
     return std::find(languages.begin(), languages.end(), language) != languages.end();
+}
+
+std::string ModelCatalog::sizeText(std::uint64_t bytes) {
+    char text[32];
+    if (bytes >= 1'000'000'000) {
+        std::snprintf(text, sizeof text, "%.1f GB", static_cast<double>(bytes) / 1e9);
+    } else {
+        // Below 10 MB the tenths still tell two small models apart.
+        std::snprintf(text, sizeof text, bytes < 10'000'000 ? "%.1f MB" : "%.0f MB",
+                      static_cast<double>(bytes) / 1e6);
+    }
+    return text;
 }
 
 std::string ModelCatalog::languageOfLocale(std::string_view locale) {

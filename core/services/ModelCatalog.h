@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -39,6 +40,8 @@ class ModelCatalog {
     static std::string languageOfLocale(std::string_view locale);
     /// The language codes whisper's multilingual models understand.
     static const std::vector<std::string>& whisperLanguages();
+    /// A model's size as people read it, in decimal units: "0.6 MB", "148 MB", "1.6 GB".
+    static std::string sizeText(std::uint64_t bytes);
 
   private:
     std::vector<ModelCatalogEntry> entries_;

@@ -73,10 +73,13 @@ AtspiMainLoopThread::AtspiMainLoopThread(std::chrono::milliseconds callTimeout,
         g_main_context_push_thread_default(state->context);
         running.set_value();
         // Each dispatch may have opened a connection on the default context (a reply with a
-        // peer-to-peer address): bring it home before the main thread starts reading it.
+        // peer-to-peer address): bring it home before the main thread starts reading it. Only
+        // after a dispatch: moving the connections attaches sources, which wakes this context
+        // once more, and rehoming after that empty wake-up too would spin here for ever.
         while (!state->quit) {
-            g_main_context_iteration(state->context, TRUE);
-            state->rehomeConnections();
+            if (g_main_context_iteration(state->context, TRUE)) {
+                state->rehomeConnections();
+            }
         }
         g_main_context_pop_thread_default(state->context);
     });

@@ -1,7 +1,12 @@
 #include "platform/whisper/WhisperModelEngine.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/whisper/WhisperTranscriber.h"
@@ -30,7 +35,26 @@ void WhisperModelEngine::warmUp(SegmentDecoder& decoder) {
 }
 
 int WhisperModelEngine::decodingThreads() {
-    return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+    // One thread per physical core but one, up to four: ggml's threads meet at a barrier after
+    // every operation, so a thread the scheduler preempts for the desktop (capture, the
+    // application in front) stalls all the others, and a hyper-thread sibling only waits. On the
+    // busy 2-core development machine one thread gave the text 3 to 10 times sooner than two
+    // (bench/WhisperBench, ReleaseToFinalLever). Without a topology in sysfs every logical
+    // processor counts.
+    std::set<std::pair<std::string, std::string>> cores;
+    const std::filesystem::path cpus = "/sys/devices/system/cpu";
+    for (unsigned cpu = 0; cpu < std::thread::hardware_concurrency(); ++cpu) {
+        const auto topology = cpus / ("cpu" + std::to_string(cpu)) / "topology";
+        std::ifstream package(topology / "physical_package_id");
+        std::ifstream core(topology / "core_id");
+        std::string packageId, coreId;
+        if (package >> packageId && core >> coreId) {
+            cores.emplace(packageId, coreId);
+        }
+    }
+    const auto count =
+        cores.empty() ? std::thread::hardware_concurrency() : static_cast<unsigned>(cores.size());
+    return static_cast<int>(std::min(std::max(count, 2u) - 1, 4u));
 }
 
 WhisperDecoder::Settings WhisperModelEngine::decoderSettings() {

@@ -37,7 +37,7 @@ class WhisperModelEngine final : public ModelFileEngine {
 
     LoadedModelCache& cache() { return cache_; }
 
-    // CPU threads for decoding: all cores up to four.
+    // CPU threads for decoding: one per physical core but one, at least one and up to four.
     static int decodingThreads();
     // How the engine's decoders decode on this machine.
     static WhisperDecoder::Settings decoderSettings();

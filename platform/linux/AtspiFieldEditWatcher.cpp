@@ -17,6 +17,7 @@
 
 #include "platform/linux/AtspiAccessibleElement.h"
 #include "platform/linux/GObjectRef.h"
+#include "platform/linux/RunOnAtspiThread.h"
 
 namespace kelvo::platform {
 
@@ -166,18 +167,6 @@ void stopListening(const std::shared_ptr<Watch>& watch) {
     delete std::exchange(watch->listenerReference, nullptr);
 }
 
-template <typename Result, typename Work>
-QFuture<Result> onAtspiThread(AtspiMainLoopThread& thread, Work work) {
-    auto promise = std::make_shared<QPromise<Result>>();
-    QFuture<Result> future = promise->future();
-    promise->start();
-    thread.post([promise, work = std::move(work)]() mutable {
-        promise->addResult(work());
-        promise->finish();
-    });
-    return future;
-}
-
 }  // namespace
 
 AtspiFieldEditWatcher::AtspiFieldEditWatcher(AccessibilityClient& accessibility)
@@ -206,7 +195,7 @@ QCoro::Task<std::optional<FieldEditWatcher::Baseline>> AtspiFieldEditWatcher::wa
         if (current_ != watch) {
             co_return std::nullopt;  // stopped, or another watch began meanwhile
         }
-        QFuture<std::optional<Baseline>> future = onAtspiThread<std::optional<Baseline>>(
+        QFuture<std::optional<Baseline>> future = runOnAtspiThread<std::optional<Baseline>>(
             *element->thread(), [watch, dictated, neighbourhood] {
                 auto baseline = readBaseline(watch->element->accessible(), dictated, neighbourhood);
                 if (baseline) {

@@ -85,7 +85,8 @@ TEST(SameText, AppAndKelvoDictateAgreeOnTheSameAudioAndDictionary) {
         EXPECT_EQ(text.find("please"), std::string::npos) << text;
         EXPECT_EQ(text.find("えーと"), std::string::npos) << text;
     }
-    EXPECT_LE(testing::wordErrorRate(toolText, appText), 1.0 / 7) << appLog;
+    // At most one word of the sentence's six or seven (1/6 or 1/7); two would be at least 2/7.
+    EXPECT_LE(testing::wordErrorRate(toolText, appText), 0.2) << appLog;
     std::filesystem::remove_all(home);
 }
 

@@ -9,6 +9,7 @@
 // at once when its input failed). The transcriber stays reachable through transcriber() while the
 // service holds it. Everything is thread-safe; the test reads while service threads run.
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -88,7 +89,6 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
         update([&] { resultsFailure_ = std::move(description); });
     }
     std::size_t analyzedSampleCount() const { return read(analyzedSamples_); }
-    bool inputFinished() const { return read(inputFinished_); }
     std::vector<std::string> appliedContextualStrings() const { return read(contextualStrings_); }
 
     // Scripted behaviour, set before the service starts.
@@ -144,24 +144,18 @@ class FakeModelEngine final : public platform::ModelEngine {
         if (configureTranscriber) {
             configureTranscriber(*transcriber);
         }
-        std::lock_guard lock(mutex_);
         transcriber_ = transcriber.get();
         return transcriber;
     }
     platform::AssetStatus assetStatus(const platform::ModelTranscriber&) override {
-        std::lock_guard lock(mutex_);
         return statuses[std::min(statusQueries_++, statuses.size() - 1)];
     }
     std::unique_ptr<platform::AssetInstallationRequest> assetInstallationRequest(
         const platform::ModelTranscriber&) override {
-        std::lock_guard lock(mutex_);
-        ++installationRequests_;
-        return installation ? std::make_unique<Request>(*this, *installation) : nullptr;
+        return installation ? std::make_unique<Request>(*installation) : nullptr;
     }
 
-    FakeModelTranscriber* transcriber() const { return read(transcriber_); }
-    int installationRequests() const { return read(installationRequests_); }
-    int installationsRun() const { return read(installationsRun_); }
+    FakeModelTranscriber* transcriber() const { return transcriber_; }
 
     bool available = true;
     std::vector<std::string> supported = {"en-US", "ja-JP", "zh-CN"};
@@ -175,35 +169,20 @@ class FakeModelEngine final : public platform::ModelEngine {
   private:
     class Request final : public platform::AssetInstallationRequest {
       public:
-        Request(FakeModelEngine& engine, Installation installation)
-            : engine_(engine), installation_(std::move(installation)) {}
+        explicit Request(Installation installation) : installation_(std::move(installation)) {}
         double fractionCompleted() const override { return installation_.fractionCompleted; }
         void downloadAndInstall() override {
-            {
-                std::lock_guard lock(engine_.mutex_);
-                ++engine_.installationsRun_;
-            }
             if (installation_.failure) {
                 throw platform::SpeechEngineError(*installation_.failure);
             }
         }
 
       private:
-        FakeModelEngine& engine_;
         Installation installation_;
     };
 
-    template <typename T>
-    T read(const T& member) const {
-        std::lock_guard lock(mutex_);
-        return member;
-    }
-
-    mutable std::mutex mutex_;
-    std::size_t statusQueries_ = 0;
-    int installationRequests_ = 0;
-    int installationsRun_ = 0;
-    FakeModelTranscriber* transcriber_ = nullptr;
+    std::atomic<std::size_t> statusQueries_ = 0;
+    std::atomic<FakeModelTranscriber*> transcriber_ = nullptr;
 };
 
 }  // namespace kelvo::test

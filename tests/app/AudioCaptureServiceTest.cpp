@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "KelvoVoiceMac/session/AudioCaptureService.h"
-#include "KelvoVoiceMac/session/AudioConverter.h"
 #include "fakes/FakeAudioInput.h"
 #include "fakes/TestEventLoop.h"
 #include "platform/AudioInputError.h"
@@ -124,7 +123,7 @@ TEST_F(AudioCaptureServiceTest, TonesKeepLengthPitchAndLevelAt16kHzMono) {
     }
 }
 
-TEST_F(AudioCaptureServiceTest, SixteenKilohertzPassesThroughAndTinyReadsProduceNothing) {
+TEST_F(AudioCaptureServiceTest, SixteenKilohertzPassesThroughClippedAndTinyReadsProduceNothing) {
     input.deviceFormat = Format{16000, 1, SampleFormat::int16};
     auto stream = start(service);
     std::vector<std::int16_t> pcm(4096);
@@ -136,25 +135,21 @@ TEST_F(AudioCaptureServiceTest, SixteenKilohertzPassesThroughAndTinyReadsProduce
     service.stop();
     EXPECT_EQ(drain(*stream), pcm) << "no tail without a resampler";
 
+    // Float samples beyond full scale clip instead of wrapping.
+    input.deviceFormat = Format{16000, 1, SampleFormat::float32};
+    stream = start(service);
+    const std::vector<float> loud = {1.5f, -1.5f, 4.0f, -4.0f, 1.0f, -1.0f, 0.5f};
+    input.deliver(std::span<const float>(loud));
+    service.stop();
+    EXPECT_EQ(drain(*stream),
+              (std::vector<std::int16_t>{32767, -32768, 32767, -32768, 32767, -32768, 16384}));
+
     input.deviceFormat = Format{48000, 2, SampleFormat::float32};
     stream = start(service);
     const std::vector<float> twoFrames = {0.5f, 0.5f, 0.5f, 0.5f};
     input.deliver(std::span<const float>(twoFrames));  // 16000/48000 x 2 < 1
     service.stop();
     EXPECT_TRUE(drain(*stream).empty()) << "the dropped read never reached the resampler";
-}
-
-TEST_F(AudioCaptureServiceTest, FloatSamplesBeyondFullScaleClipInsteadOfWrapping) {
-    const Format format{16000, 1, SampleFormat::float32};
-    const std::vector<float> loud = {1.5f, -1.5f, 4.0f, -4.0f, 1.0f, -1.0f, 0.5f};
-    AudioInput::Frames frames;
-    frames.format = format;
-    frames.frameCount = static_cast<std::uint32_t>(loud.size());
-    frames.float32Samples = loud;
-    const auto converted = app::AudioConverter::make(format)->convert(frames);
-    ASSERT_TRUE(converted);
-    EXPECT_EQ(converted->samples,
-              (std::vector<std::int16_t>{32767, -32768, 32767, -32768, 32767, -32768, 16384}));
 }
 
 // A second start fails and leaves the running capture alone; stop is harmless when idle or

@@ -34,7 +34,7 @@
 #include "fakes/FakePreferences.h"
 #include "fakes/FakeRecognizer.h"
 #include "fakes/TestEventLoop.h"
-#include "fakes/WaitUntil.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
 namespace {

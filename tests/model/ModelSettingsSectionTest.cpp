@@ -18,7 +18,7 @@
 #include "ModelFileServer.h"
 #include "TemporaryFolder.h"
 #include "fakes/RecordingLog.h"
-#include "fakes/WaitUntil.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
 namespace {

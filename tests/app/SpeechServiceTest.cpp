@@ -270,19 +270,19 @@ TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHi
 
     audio->send(buffer(1365));
     audio->send(buffer(1366));
-    EXPECT_TRUE(waitUntil([&] { return task->appendedSamples() == 2731; }));
+    EXPECT_TRUE(waitUntil([&] { return task->appendedSamples == 2731; }));
     task->deliverPartial("あした");
     EXPECT_EQ(events->receive(), TranscriptionEvent::partial("あした"));
 
     audio->close();
-    EXPECT_TRUE(waitUntil([&] { return task->endAudioCount() == 1; }))
+    EXPECT_TRUE(waitUntil([&] { return task->endAudioCount == 1; }))
         << "the consumer ends the current request's audio when the stream ends";
     // Finishing the input waits for the recogniser to decode the end of the audio, so its last
     // final arrives instead of being cancelled.
     auto finished = std::make_shared<bool>(false);
     QCoro::Task<> finishing = finishInputThenFlag(service, finished);
     runFor(clock, 50ms);
-    EXPECT_FALSE(*finished || task->wasCancelled());
+    EXPECT_FALSE(*finished || task->cancelled);
     task->deliverFinal("最後");
     task->decodeEnd();
     ASSERT_TRUE(waitUntil([&] { return *finished; }));
@@ -319,10 +319,10 @@ TEST_F(SpeechServiceTest, FallbackRestartsAfterAFinalAndAfterNoSpeechButNotForOt
         if (step.restartAfter) {  // the new request receives the following audio
             audio->send(buffer(800));
             EXPECT_TRUE(
-                waitUntil([&] { return recognizer.tasks()[before]->appendedSamples() == 800; }));
+                waitUntil([&] { return recognizer.tasks()[before]->appendedSamples == 800; }));
         }
     }
-    EXPECT_EQ(recognizer.tasks()[0]->appendedSamples(), 0u);
+    EXPECT_EQ(recognizer.tasks()[0]->appendedSamples.load(), 0u);
     EXPECT_EQ(trace.lines(),
               (Lines{fallbackLine("SpeechTranscriber is not available on this device"),
                      "[SpeechService] Recognition error: Retry"}));
@@ -335,8 +335,8 @@ TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) 
     const auto task = startFallback();
     task->deliverPartial("途中");
     stop();
-    EXPECT_TRUE(task->wasCancelled());
-    EXPECT_GE(task->endAudioCount(), 1);
+    EXPECT_TRUE(task->cancelled);
+    EXPECT_GE(task->endAudioCount.load(), 1);
     EXPECT_EQ(drainEvents(*events), (Events{TranscriptionEvent::partial("途中")}))
         << "a final that never came is not waited for";
     EXPECT_FALSE(service->activeEngine().has_value());
@@ -355,7 +355,7 @@ TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) 
     first->close();
     // Nothing to wait for when it is right: the stopped dictation's thread gets a moment to err.
     std::this_thread::sleep_for(200ms);
-    EXPECT_EQ(next->endAudioCount(), 0);
+    EXPECT_EQ(next->endAudioCount.load(), 0);
 }
 
 TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARecognizer) {

@@ -242,14 +242,8 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
     FakeInputMethodCommitter ibus{"ibus", {Outcome::delivered, "InputContext_3"}};
     FakePreferences preferences;
     app::PreferenceKeys::registerDefaults(preferences);  // as the session controller does
-    app::TextInsertionService withInputMethods{{.accessibility = accessibility,
-                                                .pasteboard = pasteboard,
-                                                .keySynthesizer = keys,
-                                                .workspace = workspace,
-                                                .clock = clock,
-                                                .traceOutput = trace,
-                                                .inputMethods = {&fcitx5, &ibus},
-                                                .preferences = &preferences}};
+    app::TextInsertionService withInputMethods{
+        {accessibility, pasteboard, keys, workspace, clock, trace, {&fcitx5, &ibus}, &preferences}};
     accessibility.trusted = false;
     runInsert(withInputMethods, "日本語👍🏽", true, result);
     settle(clock);

@@ -201,10 +201,10 @@ TEST_F(SpeechServiceTest, ModelEngineResultsAndOutstandingFinalsArriveBeforeTheS
     start();
     FakeModelTranscriber* transcriber = engine.transcriber();
     ASSERT_NE(transcriber, nullptr);
-    EXPECT_EQ(transcriber->appliedContextualStrings(), (Lines{"東京", "渋谷"}));
+    EXPECT_EQ(transcriber->appliedContextualStrings, (Lines{"東京", "渋谷"}));
     audio->send(buffer(1365));
     audio->send(buffer(1366));
-    EXPECT_TRUE(waitUntil([&] { return transcriber->analyzedSampleCount() == 2731; }));
+    EXPECT_TRUE(waitUntil([&] { return transcriber->analyzedSampleCount == 2731; }));
     transcriber->pushResult("明日の", false);
     transcriber->pushResult("明日の", true);
     EXPECT_EQ(events->receive(), TranscriptionEvent::partial("明日の"));

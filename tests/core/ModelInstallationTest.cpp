@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
-#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -19,6 +18,7 @@
 #include "core/services/ModelInventory.h"
 #include "core/support/Error.h"
 #include "tests/support/Thrown.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo {
 namespace {
@@ -37,19 +37,6 @@ std::string generatedModel(std::size_t size) {
     const std::int32_t header[] = {0x67676d6c, 51865, 1500, 384, 6, 4, 448, 384, 6, 4, 80, 1};
     std::memcpy(data.data(), header, sizeof header);
     return data;
-}
-
-// Waits for a condition that another thread makes true; generous for a loaded machine.
-template <typename Condition>
-bool eventually(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 class ModelInstallationTest : public ::testing::Test {
@@ -192,7 +179,7 @@ TEST_F(ModelInstallationTest, DownloadsAreBoundedBySizeAndRate) {
         }
         done = true;
     });
-    const bool ended = eventually([&] { return done.load(); });
+    const bool ended = test::waitUntil([&] { return done.load(); });
     dripping.cancel();
     running.join();
     ASSERT_TRUE(ended) << "a dripping server kept the download alive";
@@ -244,56 +231,51 @@ TEST_F(ModelInstallationTest, InterruptedDownloadLeavesPartialFileThatResumes) {
     EXPECT_EQ(server_.ranges().back(), "bytes=" + std::to_string(file_.size()) + "-");
 }
 
-TEST_F(ModelInstallationTest, CorruptOrWrongSizedDownloadsAreDeleted) {
-    const ModelInventory models = inventory({entry()});
-    const ModelCatalogEntry& tiny = models.catalog().entries().front();
-
-    server_.behave(ModelFileServer::Mode::corrupt);
-    std::string message;
-    EXPECT_EQ(install(models, tiny, &message), Kind::corrupt);
-    EXPECT_EQ(message,
-              "Downloaded model tiny does not match its published SHA-1 checksum; the download was "
-              "deleted");
-    expectNothingInstalled(models, tiny);
-    EXPECT_FALSE(std::filesystem::exists(models.partialFile(tiny)));
-    EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
+// A download that fails its checks, or a server that fails, leaves nothing behind, not even a
+// partial file to resume from.
+TEST_F(ModelInstallationTest, FailedDownloadsAreDeletedAndNothingIsInstalled) {
     ModelCatalogEntry sha256Only = entry();
     sha256Only.sha1.clear();
-    EXPECT_EQ(install(inventory({sha256Only}), sha256Only, &message), Kind::corrupt);
-    EXPECT_NE(message.find("does not match its published SHA-256 checksum"), std::string::npos);
-
     ModelCatalogEntry wrongSize = entry("small");
     wrongSize.sizeBytes += 1;
-    const ModelInventory other = inventory({wrongSize});
-    server_.behave(ModelFileServer::Mode::normal);
-    EXPECT_EQ(install(other, wrongSize, &message), Kind::corrupt);
-    EXPECT_EQ(message, "Downloaded model small has the wrong size (" +
-                           std::to_string(file_.size()) + " bytes, expected " +
-                           std::to_string(file_.size() + 1) + "); the download was deleted");
-    expectNothingInstalled(other, wrongSize);
-    EXPECT_FALSE(std::filesystem::exists(other.partialFile(wrongSize)));
-}
-
-TEST_F(ModelInstallationTest, ServerErrorsInstallNothing) {
-    const ModelInventory models = inventory({entry()});
-    const ModelCatalogEntry& tiny = models.catalog().entries().front();
-    for (const int status : {404, 500, 503}) {
-        server_.behave(ModelFileServer::Mode::status, 0, status);
-        std::string message;
-        EXPECT_EQ(install(models, tiny, &message), Kind::server);
-        EXPECT_EQ(message, "Download of model tiny failed: the server answered HTTP " +
-                               std::to_string(status) + " for " + tiny.url);
-        expectNothingInstalled(models, tiny);
-        EXPECT_FALSE(std::filesystem::exists(models.partialFile(tiny)));
-        EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
-    }
-
-    // Nobody listening at all.
     ModelCatalogEntry unreachable = entry();
     unreachable.url = "http://127.0.0.1:1/ggml-tiny.bin";
-    const ModelInventory offline = inventory({unreachable});
-    EXPECT_EQ(install(offline, unreachable), Kind::interrupted);
-    expectNothingInstalled(offline, unreachable);
+    const std::string deleted = "; the download was deleted";
+    const std::string size = std::to_string(file_.size());
+    const struct {
+        ModelCatalogEntry entry;
+        int status;  // 0: the file is served, corrupted or not
+        Kind kind;
+        std::string message;
+    } cases[] = {
+        {entry(), 0, Kind::corrupt,
+         "Downloaded model tiny does not match its published SHA-1 checksum" + deleted},
+        {sha256Only, 0, Kind::corrupt,
+         "Downloaded model tiny does not match its published SHA-256 checksum" + deleted},
+        {wrongSize, -1, Kind::corrupt,
+         "Downloaded model small has the wrong size (" + size + " bytes, expected " +
+             std::to_string(file_.size() + 1) + ")" + deleted},
+        {entry(), 404, Kind::server,
+         "Download of model tiny failed: the server answered HTTP 404 for " + entry().url},
+        {entry(), 503, Kind::server,
+         "Download of model tiny failed: the server answered HTTP 503 for " + entry().url},
+        {unreachable, -1, Kind::interrupted, "Download of model tiny was interrupted ("},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
+        server_.behave(c.status == 0 ? ModelFileServer::Mode::corrupt
+                                     : ModelFileServer::Mode::normal);
+        if (c.status > 0) {
+            server_.answer(c.status, "<html>error</html>");
+        }
+        const ModelInventory models = inventory({c.entry});
+        std::string message;
+        EXPECT_EQ(install(models, c.entry, &message), c.kind);
+        EXPECT_TRUE(message.starts_with(c.message)) << message;
+        expectNothingInstalled(models, c.entry);
+        EXPECT_FALSE(std::filesystem::exists(models.partialFile(c.entry)));
+        EXPECT_EQ(models.status(c.entry), ModelAssetStatus::supported);
+    }
 }
 
 TEST_F(ModelInstallationTest, FullDiskFailsCleanly) {
@@ -332,7 +314,7 @@ TEST_F(ModelInstallationTest, CancelAndConcurrentInstallationsKeepThePartialFile
             firstOutcome = error.kind();
         }
     });
-    ASSERT_TRUE(eventually([&] { return first.bytesOnDisk() == 200'000; }));
+    ASSERT_TRUE(test::waitUntil([&] { return first.bytesOnDisk() == 200'000; }));
     EXPECT_EQ(first.totalBytes(), file_.size());
     EXPECT_GT(first.fractionCompleted(), 0.0);
     EXPECT_LT(first.fractionCompleted(), 1.0);

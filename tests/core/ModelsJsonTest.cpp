@@ -73,6 +73,8 @@ TEST(EnumerationJson, SummaryLevelIsAnIndexAndOthersAreCaseNames) {
     EXPECT_THROW(Json("").get<OutputFormat>(), DecodingError);
     EXPECT_EQ(Json("cloudflareD1").get<SaveDestinationType>(), SaveDestinationType::cloudflareD1);
     EXPECT_EQ(enumNameList<DictionaryScope>(), "all|userOnly|disabled");
+    EXPECT_EQ(enumNameList<ProcessingMode>(),
+              "voiceInput|cleanup|summarize|todo|markdown|translate");
 }
 
 TEST(FrontmatterValueJson, DecodesUntaggedValuesInOrderBoolIntStringArray) {

@@ -57,13 +57,12 @@ class LoopbackHttpServer {
 
       private:
         std::size_t at(const std::string& name) const {
-            std::string lowered = head;
-            std::transform(lowered.begin(), lowered.end(), lowered.begin(),
-                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-            std::string key = "\r\n" + name + ":";
-            std::transform(key.begin(), key.end(), key.begin(),
-                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-            return lowered.find(key);
+            const auto lower = [](std::string text) {
+                std::transform(text.begin(), text.end(), text.begin(),
+                               [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+                return text;
+            };
+            return lower(head).find(lower("\r\n" + name + ":"));
         }
     };
 
@@ -201,13 +200,9 @@ class LoopbackHttpServer {
     }
 
     void serve() {
-        for (;;) {
-            const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-            if (fd < 0) {
-                return;
-            }
+        for (int fd; (fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;
+             ::close(fd)) {
             answer(fd);
-            ::close(fd);
         }
     }
 

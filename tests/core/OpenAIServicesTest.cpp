@@ -78,13 +78,13 @@ TEST_F(OpenAITranscriptionServiceTest, SendsModelLanguageAndPromptAndCopiesTheAn
 
     const auto requests = server.requests();
     ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0].files.find("model")->second.content, "model-a");
-    EXPECT_EQ(requests[0].files.find("language")->second.content, "ja");
-    EXPECT_EQ(requests[0].files.find("prompt")->second.content, "東京, gRPC");
+    EXPECT_EQ(requests[0].field("model"), "model-a");
+    EXPECT_EQ(requests[0].field("language"), "ja");
+    EXPECT_EQ(requests[0].field("prompt"), "東京, gRPC");
 
-    EXPECT_EQ(requests[1].files.find("model")->second.content, "model-b");
-    EXPECT_EQ(requests[1].files.count("language"), 0u);
-    EXPECT_EQ(requests[1].files.count("prompt"), 0u);
+    EXPECT_EQ(requests[1].field("model"), "model-b");
+    EXPECT_EQ(requests[1].field("language"), std::nullopt);
+    EXPECT_EQ(requests[1].field("prompt"), std::nullopt);
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 #include <cctype>
 #include <chrono>
 #include <condition_variable>
-#include <map>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -32,18 +32,11 @@ class LoopbackHttpServer {
   public:
     enum class Mode { normal, ignoreRange, dropAfter, stallAfter, drip, corrupt, noLength, hangUp };
 
-    struct Part {
-        std::string filename;
-        std::string content_type;
-        std::string content;
-    };
-
     struct Request {
         std::string line;  // "POST /v1/transcribe?key=abc HTTP/1.1"
         std::string path;  // "/v1/transcribe"
         std::string head;  // the header lines, each after its "\r\n"
         std::string body;
-        std::map<std::string, Part> files;  // the parts of a multipart form, by field name
 
         bool hasHeader(const std::string& name) const { return at(name) != std::string::npos; }
         std::string header(const std::string& name) const {
@@ -53,6 +46,18 @@ class LoopbackHttpServer {
             }
             const auto start = head.find_first_not_of(' ', found + name.size() + 3);
             return head.substr(start, head.find("\r\n", start) - start);
+        }
+
+        /// The value of the multipart form field `name`, if the body has one.
+        std::optional<std::string> field(const std::string& name) const {
+            const auto at = body.find("Content-Disposition: form-data; name=\"" + name + "\"");
+            if (at == std::string::npos) {
+                return std::nullopt;
+            }
+            const std::string type = header("content-type");
+            const auto start = body.find("\r\n\r\n", at) + 4;
+            return body.substr(
+                start, body.find("\r\n--" + type.substr(type.find('=') + 1), start) - start);
         }
 
       private:
@@ -164,41 +169,6 @@ class LoopbackHttpServer {
         }
     }
 
-    // The value of `key="..."` in a part's head.
-    static std::string quoted(const std::string& head, const std::string& key) {
-        const auto at = head.find("; " + key + "=\"");
-        if (at == std::string::npos) {
-            return "";
-        }
-        const auto start = at + key.size() + 4;
-        return head.substr(start, head.find('"', start) - start);
-    }
-
-    static std::map<std::string, Part> partsOf(const Request& request) {
-        std::map<std::string, Part> parts;
-        const std::string type = request.header("content-type");
-        const std::string prefix = "multipart/form-data; boundary=";
-        if (!type.starts_with(prefix)) {
-            return parts;
-        }
-        const std::string delimiter = "\r\n--" + type.substr(prefix.size());
-        const std::string body = "\r\n" + request.body;
-        for (auto at = body.find(delimiter); at != std::string::npos;) {
-            const auto start = at + delimiter.size();
-            const auto headEnd = body.find("\r\n\r\n", start);
-            const auto next = body.find(delimiter, headEnd);
-            if (body.compare(start, 2, "--") == 0 || next == std::string::npos) {
-                break;
-            }
-            const Request partHead{"", "", body.substr(start, headEnd - start), "", {}};
-            parts[quoted(partHead.head, "name")] = {quoted(partHead.head, "filename"),
-                                                    partHead.header("content-type"),
-                                                    body.substr(headEnd + 4, next - headEnd - 4)};
-            at = next;
-        }
-        return parts;
-    }
-
     void serve() {
         for (int fd; (fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;
              ::close(fd)) {
@@ -230,7 +200,6 @@ class LoopbackHttpServer {
         request.body = data.substr(bodyStart, expected - bodyStart);
         const auto target = request.line.substr(request.line.find(' ') + 1);
         request.path = target.substr(0, std::min(target.find(' '), target.find('?')));
-        request.files = partsOf(request);
         return true;
     }
 

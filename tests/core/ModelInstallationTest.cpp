@@ -380,15 +380,7 @@ TEST(ModelInventoryTest, ARecordOfTheWrongShapeIsNoInstallation) {
     EXPECT_EQ(models.verificationText(tiny), "size verified; no published checksum");
 }
 
-TEST(ModelCatalogTest, BuiltInAndFileCatalogues) {
-    const ModelCatalog builtIn = ModelCatalog::builtIn();
-    for (const char* name : {"tiny", "base", "small", "medium", "large-v3", "large-v3-turbo",
-                             "large-v3-turbo-q5_0", "tiny-q5_1", "kotoba-whisper-v2.0"}) {
-        EXPECT_NE(builtIn.find(name), nullptr) << name;
-    }
-    EXPECT_EQ(builtIn.find("tiny")->sha1, "bd577a113a864445d4c299885e0cb97d4ba92b5f");
-    EXPECT_EQ(builtIn.find("tiny-q5_1")->sha1, "2827a03e495b1ed3048ef28a6a4620537db4ee51");
-    EXPECT_FALSE(builtIn.find("kotoba-whisper-v2.0")->hasPublishedChecksum());
+TEST(ModelCatalogTest, CatalogueFilesAreCheckedEntryByEntry) {
     EXPECT_EQ(ModelCatalog::languageOfLocale("JA-jp"), "ja");
 
     testing::TemporaryFolder folder;

@@ -95,10 +95,8 @@ TEST(MarkdownFormatter, FrontMatterValuesFollowLevelAndUsage) {
         result("牛乳を買う\nパンを買う", SummaryLevel::bulletsOrTodo, ProcessingMode::todo), {});
     EXPECT_EQ(todo.title, "牛乳を買う");
     EXPECT_EQ(todo.body, "- [ ] 牛乳を買う\n- [ ] パンを買う");
-}
 
-TEST(MarkdownFormatter, SimpleDocumentHasTitleAndCreatedOnly) {
-    const MarkdownFormatter formatter([] { return kNow; });
+    // The simple document has title and date only, and no todo boxes.
     const auto document = formatter.makeSimpleDocument(
         result("買う\n売る", SummaryLevel::cleanup, ProcessingMode::todo, {"A"}), {});
     EXPECT_EQ(document.body, "買う\n売る");

@@ -20,22 +20,13 @@ namespace {
 
 using testing::RecorderTestFolder;
 
-// Counts events on the capture thread (a source drained, a block read), so that a test can wait for
-// them before it stops the recording: a stop that comes first records less, or nothing.
-class EventCounter {
-  public:
-    void increment() {
-        count_.fetch_add(1);
-        count_.notify_all();
-    }
-    int count() const { return count_.load(); }
-    void waitFor(int target) const {
-        ASSERT_TRUE(test::waitUntil([&] { return count_.load() >= target; })) << target;
-    }
+// Events on the capture thread (a source drained, a block read) are counted, so that a test can
+// wait for them before it stops the recording: a stop that comes first records less, or nothing.
+using EventCounter = std::atomic<int>;
 
-  private:
-    std::atomic<int> count_{0};
-};
+void waitFor(const EventCounter& events, int target) {
+    ASSERT_TRUE(test::waitUntil([&] { return events.load() >= target; })) << target;
+}
 
 // Delivers `sampleCount` samples and ends, counting the end on `events`; without a count it never
 // ends and counts every read (a block that has been read is written even when the stop comes
@@ -52,7 +43,7 @@ class ScriptedSource : public AudioSampleSource {
             *left_ -= count;
         }
         if (!left_ || count < out.size()) {
-            events_.increment();
+            ++events_;
         }
         return count;
     }
@@ -81,10 +72,10 @@ TEST(AudioRecorderServiceRules, RemovedOrEmptyRecordingFailsFileNotFoundAndLeave
     for (const std::size_t sampleCount : {3200, 0}) {
         SCOPED_TRACE(sampleCount);
         RecorderTestFolder folder;
-        EventCounter drained;
+        EventCounter drained{0};
         AudioRecorderService service(sources(sampleCount, drained));
         service.startRecording();
-        drained.waitFor(1);
+        waitFor(drained, 1);
         const std::vector<std::string> names = folder.fileNames();
         ASSERT_EQ(names.size(), 1u);
         if (sampleCount > 0) {
@@ -98,15 +89,15 @@ TEST(AudioRecorderServiceRules, RemovedOrEmptyRecordingFailsFileNotFoundAndLeave
 
 TEST(AudioRecorderServiceRules, EachStoppedRecordingIsANewUuidNamedFileInTheTemporaryFolder) {
     RecorderTestFolder folder;
-    EventCounter drained;
+    EventCounter drained{0};
     AudioRecorderService service(sources(3200, drained));
     EXPECT_EQ(stopFailure(service), kNotRecording);
     service.startRecording();
-    drained.waitFor(1);
+    waitFor(drained, 1);
     const auto first = service.stopRecording();
     EXPECT_EQ(stopFailure(service), kNotRecording);
     service.startRecording();
-    drained.waitFor(2);
+    waitFor(drained, 2);
     const auto second = service.stopRecording();
 
     EXPECT_NE(first, second);
@@ -125,7 +116,7 @@ TEST(AudioRecorderServiceRules, EachStoppedRecordingIsANewUuidNamedFileInTheTemp
 TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
     RecorderTestFolder folder;
     {
-        EventCounter reads;
+        EventCounter reads{0};
         AudioRecorderService service(
             [&] { return std::make_unique<ScriptedSource>(std::nullopt, reads); });
         service.startRecording();
@@ -135,12 +126,12 @@ TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
         // Starting again replaces the earlier recording, whose file goes away (and whose reads
         // are over once the start returns).
         service.startRecording();
-        const int earlierReads = reads.count();
+        const int earlierReads = reads.load();
         const std::vector<std::string> now = folder.fileNames();
         ASSERT_EQ(now.size(), 1u);
         EXPECT_NE(now[0], earlier[0]);
 
-        reads.waitFor(earlierReads + 1);
+        waitFor(reads, earlierReads + 1);
         const auto path = service.stopRecording();
         EXPECT_EQ(path.filename(), now[0]);
         EXPECT_EQ(testing::probeAudioFile(path).codecName, "aac");
@@ -156,7 +147,7 @@ TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
 TEST(AudioRecorderServiceRules, FailingSourceLeavesTheServiceAsItWas) {
     RecorderTestFolder folder;
     std::atomic<bool> fail{false};
-    EventCounter drained;
+    EventCounter drained{0};
     AudioRecorderService service([&]() -> std::unique_ptr<AudioSampleSource> {
         if (fail) {
             throw PulseAudioCapture::Error("Connection refused");
@@ -171,7 +162,7 @@ TEST(AudioRecorderServiceRules, FailingSourceLeavesTheServiceAsItWas) {
     // A failed restart keeps the recording that was under way.
     fail = false;
     service.startRecording();
-    drained.waitFor(1);
+    waitFor(drained, 1);
     fail = true;
     EXPECT_THROW(service.startRecording(), PulseAudioCapture::Error);
     EXPECT_NO_THROW(service.stopRecording());

@@ -195,9 +195,8 @@ TEST_F(JSONHistoryStoreTest, ConcurrentWritersLoseNoRecord) {
     EXPECT_EQ(stored().size(), 2u * kPerWriter);
 
     // A writer that never lets go makes the next one give up with a reason, not wait for ever.
-    std::future<std::string> waiting;
-    std::optional<FolderLock> held(std::in_place, folder.path(), file);
-    waiting = std::async(std::launch::async, [&] {
+    const FolderLock held(folder.path(), file);
+    auto waiting = std::async(std::launch::async, [&] {
         return test::whatOf<FileError>(
             [&] { FolderLock(folder.path(), file, std::chrono::milliseconds(50)); });
     });

@@ -1,12 +1,7 @@
 #include "KelvoVoiceApp.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdio>
-#include <fstream>
+#include <iostream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -32,19 +27,6 @@ std::string sessionTool() {
 
 }  // namespace
 
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    while (true) {
-        if (condition()) {
-            return true;
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-}
-
 std::filesystem::path KelvoVoiceApp::sourceDirectory() {
     return KELVO_SOURCE_DIR;
 }
@@ -57,91 +39,49 @@ std::filesystem::path KelvoVoiceApp::dictionaryFile(const std::filesystem::path&
     return home / "data" / "KelvoVoiceMac" / "dictionary.json";
 }
 
-KelvoVoiceApp::KelvoVoiceApp(const std::filesystem::path& home,
-                             const std::vector<std::string>& arguments) {
+namespace {
+
+std::vector<std::string> folders(const std::filesystem::path& home) {
     std::filesystem::create_directories(home / "data");
     std::filesystem::create_directories(home / "config");
-    logFile_ = home / "kelvovoice.log";
-    std::string dataHome = "XDG_DATA_HOME=" + (home / "data").string();
-    std::string configHome = "XDG_CONFIG_HOME=" + (home / "config").string();
-    std::vector<std::string> argumentTexts = {KELVOVOICE_BINARY, "--verbose"};
-    argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
+    return {"XDG_DATA_HOME=" + (home / "data").string(),
+            "XDG_CONFIG_HOME=" + (home / "config").string(), "LANG=en_US.UTF-8",
+            "LC_ALL=en_US.UTF-8"};
+}
 
-    pid_ = fork();
-    if (pid_ == 0) {
-        int log = open(logFile_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-        int nothing = open("/dev/null", O_RDONLY);
-        dup2(nothing, STDIN_FILENO);
-        dup2(log, STDOUT_FILENO);
-        dup2(log, STDERR_FILENO);
-        putenv(dataHome.data());
-        putenv(configHome.data());
-        setenv("LANG", "en_US.UTF-8", 1);
-        setenv("LC_ALL", "en_US.UTF-8", 1);
-        std::vector<char*> argv;
-        for (auto& text : argumentTexts) {
-            argv.push_back(text.data());
+std::vector<std::string> withBinary(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {KELVOVOICE_BINARY, "--verbose"});
+    return arguments;
+}
+
+}  // namespace
+
+KelvoVoiceApp::KelvoVoiceApp(const std::filesystem::path& home,
+                             const std::vector<std::string>& arguments)
+    : LoggedProcess(withBinary(arguments), home / "kelvovoice.log", folders(home)) {}
+
+bool KelvoVoiceApp::dictate(const std::filesystem::path& sound,
+                            const std::function<void(bool)>& startOrStop) {
+    using namespace std::chrono_literals;
+    const std::size_t idle = countInLog("[KelvoVoice] statusItem idle");
+    const std::size_t recording = countInLog("[KelvoVoice] statusItem recording");
+    const std::size_t finals = countInLog("[Final] ");
+    auto step = [](bool came, const char* what) {
+        if (!came) {
+            std::cerr << "dictation: no " << what << "\n";
         }
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
+        return came;
+    };
+    startOrStop(true);
+    bool ok = step(waitForLog("[KelvoVoice] statusItem recording", recording + 1), "recording");
+    // The speech starts a moment after the press, as a person's would.
+    std::this_thread::sleep_for(sound.empty() ? 1500ms : 300ms);
+    if (!sound.empty()) {
+        play(sound);
+        ok = step(waitForLog("[Final] ", finals + 1), "final result") && ok;
     }
-    if (pid_ < 0) {
-        throw std::runtime_error("fork failed");
-    }
-}
-
-KelvoVoiceApp::~KelvoVoiceApp() {
-    terminate();
-}
-
-std::string KelvoVoiceApp::log() const {
-    std::ifstream in(logFile_);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-std::size_t KelvoVoiceApp::countInLog(const std::string& text) const {
-    std::string all = log();
-    std::size_t count = 0;
-    for (auto at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) {
-        ++count;
-    }
-    return count;
-}
-
-bool KelvoVoiceApp::waitForLog(const std::string& text, std::size_t count,
-                               std::chrono::milliseconds limit) const {
-    return waitUntil([&] { return countInLog(text) >= count; }, limit);
-}
-
-bool KelvoVoiceApp::isRunning() {
-    if (exited_) {
-        return false;
-    }
-    int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) == pid_) {
-        exited_ = true;
-        return false;
-    }
-    return true;
-}
-
-int KelvoVoiceApp::terminate() {
-    if (pid_ <= 0 || exited_) {
-        return 0;
-    }
-    kill(pid_, SIGTERM);
-    int status = 0;
-    bool ended = waitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; },
-                           std::chrono::seconds(20));
-    if (!ended) {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, &status, 0);
-    }
-    exited_ = true;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    startOrStop(false);
+    return step(waitForLog("[KelvoVoice] statusItem idle", idle + 1), "idle state") && ok;
 }
 
 std::string KelvoVoiceApp::run(const std::string& commandLine) {
@@ -175,12 +115,8 @@ void KelvoVoiceApp::play(const std::filesystem::path& sound) {
     run(sessionTool() + " play " + quoted(sound.string()));
 }
 
-void KelvoVoiceApp::dictate(const std::filesystem::path& sound) {
-    pressTrigger(true);
-    // The microphone opens at the press; the speech starts a moment later, as a person's would.
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    play(sound);
-    pressTrigger(false);
+void KelvoVoiceApp::clickDictationMenuItem(bool start) {
+    clickMenu(start ? "Start Dictation" : "Stop Dictation");
 }
 
 std::optional<std::string> KelvoVoiceApp::clipboardText() {

@@ -66,35 +66,6 @@ Client startTerminal(const std::string& inputMethodName) {
     return Client{title, [output] { return fileBytes(output).toStdString(); }};
 }
 
-Client startWaylandTarget() {
-    static int count = 0;
-    QString title = QString("kelvo-wayland-entry-%1").arg(++count);
-    QString state = sessionDir() + "/" + title + ".json";
-    QString target =
-        QFileInfo(KELVO_HEADLESS_SESSION).absolutePath() + "/../tests/e2e/targets/gtk-target";
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("GDK_BACKEND", "wayland");
-    environment.insert("GTK_IM_MODULE", "wayland");
-    process.setProcessEnvironment(environment);
-    process.setProgram(target);
-    process.setArguments({"entry", state, "--title", title});
-    // Detached: the session ends it with the program's other descendants.
-    process.startDetached();
-    auto text = [state] {
-        return QJsonDocument::fromJson(fileBytes(state)).object().value("text").toString();
-    };
-    if (!waitUntil(
-            [&] {
-                QJsonObject object = QJsonDocument::fromJson(fileBytes(state)).object();
-                return object.value("focused").toBool() && object.value("active").toBool();
-            },
-            60s)) {
-        return {};
-    }
-    return Client{title.toStdString(), [text] { return text().toStdString(); }};
-}
-
 Client startShownPasswordField() {
     static int count = 0;
     std::string title = "kelvo-shown-password-" + std::to_string(++count);

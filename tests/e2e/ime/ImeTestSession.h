@@ -32,10 +32,6 @@ Client startTarget(const std::string& kind, const QStringList& options = {});
 // byte into a file: no line editing, no echo, so nothing waits for a newline.
 Client startTerminal(const std::string& inputMethodName);
 
-// The GTK entry target running natively on Wayland (the compositor of WAYLAND_DISPLAY), with
-// GTK's text-input-v3 input method module; returns once the compositor has given it the focus.
-Client startWaylandTarget();
-
 // A GTK entry whose input purpose is password while its characters are shown (accessible role
 // plain text): a field for secrets that only the input method can recognise.
 Client startShownPasswordField();

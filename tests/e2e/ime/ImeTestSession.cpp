@@ -7,7 +7,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcessEnvironment>
-#include <QStandardPaths>
 #include <optional>
 
 #include <X11/Xlib.h>
@@ -212,40 +211,14 @@ std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString&
                               home));
 }
 
-std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startSway() {
-    if (QStandardPaths::findExecutable("sway").isEmpty()) {
-        return nullptr;
+bool startCompositor() {
+    int status = 0;
+    std::string socket = runProgram({KELVO_HEADLESS_SESSION, "compositor"}, &status);
+    socket = socket.substr(0, socket.find('\n'));
+    if (status == 0 && !socket.empty()) {
+        qputenv("WAYLAND_DISPLAY", QByteArray::fromStdString(socket));
     }
-    QString home = sessionDir() + "/sway-home";
-    QDir().mkpath(home);
-    QFile config(home + "/config");
-    config.open(QIODevice::WriteOnly);
-    config.write("output HEADLESS-1 resolution 1280x720\n");
-    config.close();
-    QDir runtime(qEnvironmentVariable("XDG_RUNTIME_DIR"));
-    const QStringList before = runtime.entryList({"wayland-*"}, QDir::AllEntries | QDir::System);
-    qputenv("WLR_BACKENDS", "headless");
-    qputenv("WLR_LIBINPUT_NO_DEVICES", "1");
-    qputenv("WLR_RENDERER", "pixman");
-    std::unique_ptr<InputMethodDaemon> sway(
-        new InputMethodDaemon("sway", {"-c", config.fileName()}, home));
-    QString socket;
-    waitUntil(
-        [&] {
-            for (const QString& name :
-                 runtime.entryList({"wayland-*"}, QDir::AllEntries | QDir::System)) {
-                if (!before.contains(name) && !name.endsWith(".lock")) {
-                    socket = name;
-                }
-            }
-            return !socket.isEmpty() || sway->process_.state() == QProcess::NotRunning;
-        },
-        30s);
-    if (socket.isEmpty()) {
-        return nullptr;
-    }
-    qputenv("WAYLAND_DISPLAY", socket.toUtf8());
-    return sway;
+    return status == 0 && !socket.empty();
 }
 
 std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startIBus() {

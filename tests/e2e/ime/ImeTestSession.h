@@ -51,12 +51,16 @@ bool focusUntilReady(const Client& client, platform::InputMethodCommitter& commi
 // What the framework reports as focused now (its probe's description).
 std::string reportedFocus(platform::InputMethodCommitter& committer);
 
+// Starts headless Sway (`scripts/headless-session compositor`, until the session ends) and points
+// WAYLAND_DISPLAY of this process at it, so that fcitx5 started from then on runs its Wayland
+// input-method frontend there. False when it did not start (not installed, or run as root).
+bool startCompositor();
+
 // Sets the variables that make GTK, Qt and XIM clients started from now on use a framework.
 void useInputMethod(const char* gtkAndQtModule, const char* ximServer);
 
-// A daemon of the session (an input-method framework, or the Wayland compositor), ended (TERM,
-// then KILL) when destroyed. Its log is FRAMEWORK.log in the
-// session folder.
+// An input-method framework's daemon in the session, ended (TERM, then KILL) when destroyed. Its
+// log is FRAMEWORK.log in the session folder.
 class InputMethodDaemon {
   public:
     // fcitx5 with our addon library at addonLibrary, installed for the user by
@@ -67,11 +71,6 @@ class InputMethodDaemon {
     // With inputMethod "mozc" the user's profile makes Mozc the only input method.
     static std::unique_ptr<InputMethodDaemon> startFcitx5(const QString& addonLibrary,
                                                           const QString& inputMethod = {});
-    // sway as a headless Wayland compositor (one virtual output, no input devices); sets
-    // WAYLAND_DISPLAY in this process to its socket, and fcitx5 started from then on runs its
-    // Wayland input-method frontend there. Null when sway did not start (not installed, or run
-    // as root, which it refuses).
-    static std::unique_ptr<InputMethodDaemon> startSway();
     // ibus-daemon with XIM, no panel; its address file lands under XDG_CONFIG_HOME, which this
     // process and the clients started from now on share. Returns once the address is written.
     static std::unique_ptr<InputMethodDaemon> startIBus();

@@ -173,6 +173,20 @@ TEST_F(KelvoBinary, CommandLinesGiveTheirExitStatusOutputAndErrors) {
          "",
          "kelvo: invalid value 'replace'"},
         {{"vault", "list"}, 2, "", "kelvo: missing option '--folder'"},
+        // The worker's options are checked before anything runs.
+        {{"process", "--text", "a", "--token", "t"}, 2, "", "kelvo: --token needs --worker\n"},
+        {{"process", "--text", "a", "--worker", ""}, 2, "", "kelvo: --worker needs a URL\n"},
+        {{"process", "--text", "a", "--worker", "http://127.0.0.1:9", "--process-timeout", "0"},
+         2,
+         "",
+         "kelvo: invalid value '0' for --process-timeout (expected a number of seconds above "
+         "zero)\n"},
+        {{"process", "--text", "a", "--worker", "http://127.0.0.1:9", "--transcribe-timeout",
+          "soon"},
+         2,
+         "",
+         "kelvo: invalid value 'soon' for --transcribe-timeout (expected a number of seconds "
+         "above zero)\n"},
         // The usage line grows with the options other services add; its start is fixed.
         {{"process", "--text", "x", "--level", "trims"},
          2,
@@ -213,6 +227,14 @@ TEST_F(KelvoBinary, CommandLinesGiveTheirExitStatusOutputAndErrors) {
                         "",
                         std::string("kelvo: invalid value '") + bad +
                             "' for --limit (expected a non-negative integer)\n"});
+    }
+    for (const char* bad : {"0", "-1", "abc", "1s", ""}) {
+        rows.push_back({{"record", "--seconds", bad},
+                        2,
+                        "",
+                        std::string("kelvo: invalid value '") + bad +
+                            "' for --seconds (expected a positive number of seconds)\n"
+                            "usage: kelvo record [--seconds N]\n"});
     }
     for (const char* bad : {"9223372036854775808", "ten", "5x", ""}) {
         rows.push_back({{"dictionary", "add", "--canonical", "x", "--priority", bad},

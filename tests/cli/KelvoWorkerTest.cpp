@@ -121,24 +121,5 @@ TEST_F(KelvoWorkerTest, WorkerFailureExitsWithItsDescriptionAndRecordsNothing) {
     EXPECT_EQ(historyItemCount(), 0u);
 }
 
-TEST_F(KelvoWorkerTest, WorkerOptionsAreCheckedBeforeAnythingRuns) {
-    const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{"--text", "a", "--token", "t"}, "kelvo: --token needs --worker\n"},
-        {{"--text", "a", "--worker", ""}, "kelvo: --worker needs a URL\n"},
-        {{"--text", "a", "--worker", "http://127.0.0.1:9", "--process-timeout", "0"},
-         "kelvo: invalid value '0' for --process-timeout (expected a number of seconds above "
-         "zero)\n"},
-        {{"--text", "a", "--worker", "http://127.0.0.1:9", "--transcribe-timeout", "soon"},
-         "kelvo: invalid value 'soon' for --transcribe-timeout (expected a number of seconds "
-         "above zero)\n"},
-    };
-    for (const auto& [arguments, firstLine] : cases) {
-        const auto outcome = process(arguments);
-        EXPECT_EQ(outcome.status, 2);
-        EXPECT_EQ(outcome.errors.substr(0, firstLine.size()), firstLine);
-    }
-    EXPECT_EQ(historyItemCount(), 0u);
-}
-
 }  // namespace
 }  // namespace kelvo

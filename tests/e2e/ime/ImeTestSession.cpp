@@ -160,27 +160,11 @@ void useInputMethod(const char* gtkAndQtModule, const char* ximServer) {
     qputenv("XMODIFIERS", QByteArray("@im=") + ximServer);
 }
 
-InputMethodDaemon::InputMethodDaemon(const QString& program, const QStringList& arguments,
-                                     const QString& home) {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("HOME", home);
-    environment.insert("XDG_CONFIG_HOME", home + "/.config");
-    environment.insert("XDG_DATA_HOME", home + "/.local/share");
-    environment.insert("GSETTINGS_BACKEND", "memory");
-    process_.setProcessEnvironment(environment);
-    process_.setProcessChannelMode(QProcess::MergedChannels);
-    process_.setStandardOutputFile(sessionDir() + "/" + program + ".log");
-    process_.start(program, arguments);
-    process_.waitForStarted();
-}
-
-InputMethodDaemon::~InputMethodDaemon() {
-    process_.terminate();
-    if (!process_.waitForFinished(5000)) {
-        process_.kill();
-        process_.waitForFinished();
-    }
-}
+InputMethodDaemon::InputMethodDaemon(const std::vector<std::string>& command, const QString& home)
+    : LoggedProcess(
+          command, (sessionDir() + "/" + QString::fromStdString(command[0]) + ".log").toStdString(),
+          {"HOME=" + home.toStdString(), "XDG_CONFIG_HOME=" + home.toStdString() + "/.config",
+           "XDG_DATA_HOME=" + home.toStdString() + "/.local/share", "GSETTINGS_BACKEND=memory"}) {}
 
 std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString& addonLibrary,
                                                                   const QString& inputMethod) {
@@ -203,12 +187,11 @@ std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString&
         return nullptr;
     }
     useInputMethod("fcitx", "fcitx");
-    return std::unique_ptr<InputMethodDaemon>(
-        new InputMethodDaemon("fcitx5",
-                              {qEnvironmentVariableIsSet("WAYLAND_DISPLAY")
-                                   ? "--disable=notificationitem,kimpanel,classicui"
-                                   : "--disable=wayland,notificationitem,kimpanel,classicui"},
-                              home));
+    return std::unique_ptr<InputMethodDaemon>(new InputMethodDaemon(
+        {"fcitx5", qEnvironmentVariableIsSet("WAYLAND_DISPLAY")
+                       ? "--disable=notificationitem,kimpanel,classicui"
+                       : "--disable=wayland,notificationitem,kimpanel,classicui"},
+        home));
 }
 
 bool startCompositor() {
@@ -228,7 +211,7 @@ std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startIBus() {
     qputenv("XDG_CONFIG_HOME", (home + "/.config").toUtf8());
     useInputMethod("ibus", "ibus");
     std::unique_ptr<InputMethodDaemon> daemon(new InputMethodDaemon(
-        "ibus-daemon", {"--xim", "--panel=disable", "--config=disable"}, home));
+        {"ibus-daemon", "--xim", "--panel=disable", "--config=disable"}, home));
     QDir addresses(home + "/.config/ibus/bus");
     waitUntil([&] { return !addresses.entryList(QDir::Files).isEmpty(); }, 60s);
     return daemon;

@@ -6,12 +6,13 @@
 // until its framework reports its input context focused. Main thread; needs a Qt application and
 // a session from scripts/headless-session.
 
-#include <QProcess>
 #include <QString>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "LoggedProcess.h"
 #include "platform/InputMethodCommitter.h"
 
 namespace kelvo::test {
@@ -59,15 +60,14 @@ bool startCompositor();
 // Sets the variables that make GTK, Qt and XIM clients started from now on use a framework.
 void useInputMethod(const char* gtkAndQtModule, const char* ximServer);
 
-// An input-method framework's daemon in the session, ended (TERM, then KILL) when destroyed. Its
-// log is FRAMEWORK.log in the session folder.
-class InputMethodDaemon {
+// An input-method framework's daemon in the session with its own home folder, its log
+// FRAMEWORK.log in the session folder; ended when destroyed.
+class InputMethodDaemon : public LoggedProcess {
   public:
     // fcitx5 with our addon library at addonLibrary, installed for the user by
     // Fcitx5AddonInstaller (XDG_DATA_HOME of this process and the daemon: the session's), keyboard
     // layout engine only, no panel, Wayland only when WAYLAND_DISPLAY is set; clients are
-    // switched to fcitx. Null when the
-    // install failed.
+    // switched to fcitx. Null when the install failed.
     // With inputMethod "mozc" the user's profile makes Mozc the only input method.
     static std::unique_ptr<InputMethodDaemon> startFcitx5(const QString& addonLibrary,
                                                           const QString& inputMethod = {});
@@ -75,11 +75,8 @@ class InputMethodDaemon {
     // process and the clients started from now on share. Returns once the address is written.
     static std::unique_ptr<InputMethodDaemon> startIBus();
 
-    ~InputMethodDaemon();
-
   private:
-    InputMethodDaemon(const QString& program, const QStringList& arguments, const QString& home);
-    QProcess process_;
+    InputMethodDaemon(const std::vector<std::string>& command, const QString& home);
 };
 
 }  // namespace kelvo::test

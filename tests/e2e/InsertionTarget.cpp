@@ -8,7 +8,8 @@
 
 #include <csignal>
 #include <stdexcept>
-#include <thread>
+
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
 
@@ -52,49 +53,31 @@ InsertionTarget::~InsertionTarget() {
     ::kill(static_cast<pid_t>(pid_), SIGTERM);
     // Wait until it is gone, so the next target's test never meets this one's window. The target
     // is not our child: a zombie waiting for its reaper counts as gone.
-    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < giveUp) {
-        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid_));
-        if (!stat.open(QIODevice::ReadOnly)) {
-            return;
-        }
-        const QByteArray line = stat.readAll();
-        const int afterName = line.lastIndexOf(')');
-        if (afterName < 0 || line.mid(afterName + 2, 1) == "Z") {
-            return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    waitUntil(
+        [&] {
+            QFile stat(QStringLiteral("/proc/%1/stat").arg(pid_));
+            if (!stat.open(QIODevice::ReadOnly)) {
+                return true;
+            }
+            const QByteArray line = stat.readAll();
+            const int afterName = line.lastIndexOf(')');
+            return afterName < 0 || line.mid(afterName + 2, 1) == "Z";
+        },
+        std::chrono::seconds(10), std::chrono::milliseconds(20));
 }
 
-std::optional<InsertionTarget::State> InsertionTarget::state() const {
+std::string InsertionTarget::text() const {
     QFile file(QString::fromStdString(stateFile_));
     if (!file.open(QIODevice::ReadOnly)) {
-        return std::nullopt;
+        return {};
     }
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
-    if (!document.isObject()) {
-        return std::nullopt;
-    }
-    const QJsonObject object = document.object();
-    State state;
-    state.text = object.value("text").toString().toStdString();
-    state.selectionStart = object.value("selectionStart").toInt();
-    state.selectionEnd = object.value("selectionEnd").toInt();
-    state.caret = object.value("caret").toInt();
-    state.focused = object.value("focused").toBool();
-    state.active = object.value("active").toBool();
-    return state;
+    return QJsonDocument::fromJson(file.readAll()).object().value("text").toString().toStdString();
 }
 
-std::optional<InsertionTarget::State> InsertionTarget::waitForState(
-    const std::function<bool(const State&)>& condition, std::chrono::milliseconds limit) const {
-    const auto giveUp = std::chrono::steady_clock::now() + limit;
-    auto current = state();
-    while (!(current && condition(*current)) && std::chrono::steady_clock::now() < giveUp) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        current = state();
-    }
+std::string InsertionTarget::waitForText(const std::function<bool(const std::string&)>& condition,
+                                         std::chrono::milliseconds limit) const {
+    std::string current;
+    waitUntil([&] { return condition(current = text()); }, limit, std::chrono::milliseconds(20));
     return current;
 }
 

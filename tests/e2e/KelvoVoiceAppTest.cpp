@@ -78,9 +78,7 @@ class KelvoVoiceAppTest : public ::testing::Test {
     // Dictates the bundled sentence into the focused target and returns what landed there.
     std::string dictateInto(const InsertionTarget& target) {
         EXPECT_TRUE(app_->dictate());
-        auto state = target.waitForState(
-            [](const InsertionTarget::State& s) { return !s.text.empty(); }, 20s);
-        return state ? state->text : std::string();
+        return target.waitForText([](const std::string& text) { return !text.empty(); });
     }
 
     std::filesystem::path home_;
@@ -207,7 +205,7 @@ TEST_F(KelvoVoiceAppTest, DoubleTapRecordsHandsFreeAndSingleTapInsertsNothing) {
     KelvoVoiceApp::tapTrigger();
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] Fn single tap → discarded"));
     ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle", idle + 1));
-    EXPECT_EQ(gtk.state().value_or(InsertionTarget::State{}).text, "");
+    EXPECT_EQ(gtk.text(), "");
 
     std::size_t finished = app.countInLog("[KelvoVoice] statusItem idle");
     KelvoVoiceApp::tapTrigger();

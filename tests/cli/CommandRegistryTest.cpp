@@ -15,46 +15,31 @@
 namespace kelvo::cli {
 namespace {
 
-struct Outcome {
-    int status;
-    std::string output;
-    std::string errors;
-};
-
-class CommandRegistryTest : public ::testing::Test {
-  protected:
-    CommandRegistryTest() {
-        registry.add(Command{"fail", "", "Write, then fail.", ArgumentParser().flag("--memory"),
-                             [](const ParsedArguments& arguments, CommandContext& context) {
-                                 context.writeText("partial");
-                                 if (arguments.has("--memory")) {
-                                     throw std::bad_alloc();
-                                 }
-                                 throw FileError("cannot read /x:\nno such file");
-                             }});
-    }
-
-    Outcome run(std::vector<std::string> arguments, const std::string& input = "") {
-        std::istringstream in(input);
+TEST(CommandRegistry, AFailureDiscardsTheOutputAndReportsOneLine) {
+    CommandRegistry registry;
+    registry.add(Command{"fail", "", "Write, then fail.", ArgumentParser().flag("--memory"),
+                         [](const ParsedArguments& arguments, CommandContext& context) {
+                             context.writeText("partial");
+                             if (arguments.has("--memory")) {
+                                 throw std::bad_alloc();
+                             }
+                             throw FileError("cannot read /x:\nno such file");
+                         }});
+    const Environment environment(
+        [](std::string_view) -> std::optional<std::string> { return std::nullopt; });
+    for (const auto& [arguments, errors] :
+         std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"fail"}, "kelvo: cannot read /x: no such file\n"},
+             {{"fail", "--memory"},
+              "kelvo: not enough memory to finish (is the input larger than this machine can "
+              "hold?)\n"}}) {
+        std::istringstream in;
         std::ostringstream out;
         std::ostringstream err;
-        const Environment environment(
-            [](std::string_view) -> std::optional<std::string> { return std::nullopt; });
-        const int status = registry.run(arguments, in, out, err, environment);
-        return Outcome{status, out.str(), err.str()};
+        EXPECT_EQ(registry.run(arguments, in, out, err, environment), 1);
+        EXPECT_EQ(out.str(), "");
+        EXPECT_EQ(err.str(), errors);
     }
-
-    CommandRegistry registry;
-};
-
-TEST_F(CommandRegistryTest, FailureDiscardsOutputAndReportsOneLine) {
-    const Outcome outcome = run({"fail"});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(outcome.errors, "kelvo: cannot read /x: no such file\n");
-    EXPECT_EQ(run({"fail", "--memory"}).errors,
-              "kelvo: not enough memory to finish (is the input larger than this machine can "
-              "hold?)\n");
 }
 
 TEST(DataLocations, DataHomeComesFromXdgOrHomeAndRelativeValuesAreIgnored) {

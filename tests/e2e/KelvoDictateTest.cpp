@@ -60,15 +60,18 @@ class KelvoDictate : public ::testing::Test {
     }
 
     // With its own data folder ($XDG_DATA_HOME) under the suite's folder, "data" unless named.
-    KelvoProcess::Outcome dictate(const std::vector<std::string>& arguments,
-                                  const std::string& dataHome = "data",
-                                  const std::vector<std::string>& variables = {}) {
-        std::vector<std::string> all = {"dictate"};
-        all.insert(all.end(), arguments.begin(), arguments.end());
+    KelvoProcess::Outcome kelvo(const std::vector<std::string>& arguments,
+                                const std::string& dataHome = "data",
+                                const std::vector<std::string>& variables = {}) {
         std::vector<std::string> environment = environmentWith(folder_->path() / dataHome);
         environment.insert(environment.end(), variables.begin(), variables.end());
-        KelvoProcess kelvo(KELVO_BINARY, all, environment);
-        return kelvo.finish();
+        return KelvoProcess(KELVO_BINARY, arguments, environment).finish();
+    }
+    KelvoProcess::Outcome dictate(std::vector<std::string> arguments,
+                                  const std::string& dataHome = "data",
+                                  const std::vector<std::string>& variables = {}) {
+        arguments.insert(arguments.begin(), "dictate");
+        return kelvo(arguments, dataHome, variables);
     }
 
     static testing::TemporaryFolder* folder_;
@@ -112,12 +115,10 @@ TEST_F(KelvoDictate, AppliesTheDictionaryToAnyFileFormatAndFindsUserModelsOrFall
     const auto flac = folder_->path() / "office.flac";
     testing::speak({kSentences[1]}, flac, 44100, 2);
     const auto dictionary = folder_->path() / "dictionary.json";
-    {
-        KelvoProcess add(KELVO_BINARY,
-                         {"dictionary", "add", "--dictionary", dictionary.string(), "--canonical",
-                          "Office365", "--misrecognition", "my office"});
-        ASSERT_EQ(add.finish().status, 0);
-    }
+    ASSERT_EQ(kelvo({"dictionary", "add", "--dictionary", dictionary.string(), "--canonical",
+                     "Office365", "--misrecognition", "my office"})
+                  .status,
+              0);
     // A model of the documented layout in the user's folder, under a locale of its own.
     const auto model =
         folder_->path() / "data-with-model" / "KelvoVoiceMac" / "models" / "pocketsphinx" / "en-GB";
@@ -221,23 +222,15 @@ TEST_F(KelvoDictate, RunsAnInstalledModelOnTheApplicationsAnalyserPath) {
     // Installed as a user would, from a loopback mirror listed in a catalogue of its own.
     const std::string bytes = testing::contentsOf(model);
     testing::ModelFileServer server(bytes);
-    Json entry = Json::object();
-    entry["name"] = "test";
-    entry["url"] = server.baseURL() + "ggml-test.bin";
-    entry["sizeBytes"] = bytes.size();
-    entry["sizeIsExact"] = true;
-    entry["languages"] = {"ja"};
+    const Json entry = {{"name", "test"},
+                        {"url", server.baseURL() + "ggml-test.bin"},
+                        {"sizeIsExact", true},
+                        {"sizeBytes", bytes.size()},
+                        {"languages", {"ja"}}};
     const auto catalog = folder_->write("catalog.json", Json::array({entry}).dump());
     const std::vector<std::string> variables = {"KELVO_MODEL_CATALOG=" + catalog.string()};
-    {
-        KelvoProcess install(KELVO_BINARY, {"models", "install", "test"}, [&] {
-            auto environment = environmentWith(folder_->path() / "data-whisper");
-            environment.insert(environment.end(), variables.begin(), variables.end());
-            return environment;
-        }());
-        const auto installed = install.finish();
-        ASSERT_EQ(installed.status, 0) << installed.errors;
-    }
+    const auto installed = kelvo({"models", "install", "test"}, "data-whisper", variables);
+    ASSERT_EQ(installed.status, 0) << installed.errors;
 
     const auto speech = (folder_->path() / "sentences.wav").string();
     for (const std::vector<std::string>& choice :

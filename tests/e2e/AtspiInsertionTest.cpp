@@ -5,7 +5,6 @@
 // fakes here: only whether the fallback ran is asked.
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QCoroTask>
 
 #include <memory>
@@ -36,22 +35,6 @@ using Outcome = platform::AccessibilityClient::Outcome;
 
 class AtspiInsertionTest : public ::testing::Test {
   protected:
-    static void SetUpTestSuite() {
-        if (QCoreApplication::instance() == nullptr) {
-            static int argc = 1;
-            static char name[] = "atspi_e2e_tests";
-            static char* argv[] = {name, nullptr};
-            new QCoreApplication(argc, argv);
-        }
-    }
-
-    void SetUp() override {
-        if (qEnvironmentVariableIsEmpty("DISPLAY") ||
-            qEnvironmentVariableIsEmpty("KELVO_SESSION_DIR")) {
-            GTEST_SKIP() << "needs scripts/headless-session";
-        }
-    }
-
     // The focused element once the accessibility bus shows the new target focused with its
     // initial text (a password field: once it shows a password field): a target reports its own
     // focus before every toolkit has told the bus, and the previous target may still be ending.

@@ -24,9 +24,9 @@
 #include "ImeTestSession.h"
 #include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "X11TestWindow.h"
+#include "fakes/RecordingLog.h"
 #include "platform/AccessibilityClient.h"
 #include "platform/QtClock.h"
-#include "platform/TraceOutput.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
 #include "platform/linux/Fcitx5InputMethodCommitter.h"
 #include "platform/linux/IBusInputMethodCommitter.h"
@@ -42,22 +42,6 @@ using platform::InputMethodCommitter;
 using Outcome = InputMethodCommitter::Outcome;
 
 const std::string dictated = "音声入力のテスト、日本語👍🏽です。";
-
-class RecordingTrace final : public platform::TraceOutput {
-  public:
-    void write(std::string_view line) override { lines.emplace_back(line); }
-    bool contains(const std::string& line) const {
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
-    std::string joined() const {
-        std::string all;
-        for (const std::string& line : lines) {
-            all += line + "\n";
-        }
-        return all;
-    }
-    std::vector<std::string> lines;
-};
 
 // The GTK entry, the Qt line edit and xterm, each started when called.
 std::vector<std::function<Client()>> clientStarters(const std::string& inputMethodName) {
@@ -84,7 +68,7 @@ class Insertion {
         return QCoro::waitFor(accessibility_.focusedElement()).isSecureTextField;
     }
 
-    RecordingTrace trace;
+    RecordingLog trace;
 
   private:
     platform::AtspiAccessibilityClient accessibility_;
@@ -124,7 +108,7 @@ void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
     // AT-SPI normally; the paste when a loaded machine shows the change after the verification.
     EXPECT_TRUE(insertion.trace.contains("[TextInsertion] AX direct insertion succeeded") ||
                 insertion.trace.contains("[TextInsertion] Pasteboard fallback completed"))
-        << insertion.trace.joined();
+        << ::testing::PrintToString(insertion.trace.lines());
 
     // Hidden characters: GTK keeps the field from IBus but not from Fcitx5, Qt from both.
     struct PasswordField {
@@ -147,11 +131,12 @@ void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
                    (!onlyTheFrameworkCanTell && seen == Outcome::noFocusedInputContext &&
                     insertion.seesPasswordField());
         }));
-        insertion.trace.lines.clear();
-        EXPECT_FALSE(insertion.insert(dictated)) << insertion.trace.joined();
-        EXPECT_EQ(insertion.trace.lines.back(),
+        insertion.trace.clear();
+        EXPECT_FALSE(insertion.insert(dictated))
+            << ::testing::PrintToString(insertion.trace.lines());
+        EXPECT_EQ(insertion.trace.lines().back(),
                   "[TextInsertion] Focused element is a password field, not inserting")
-            << insertion.trace.joined();
+            << ::testing::PrintToString(insertion.trace.lines());
         EXPECT_FALSE(insertion.trace.contains("[TextInsertion] Sent Cmd+V"));
         EXPECT_EQ(password.text(), "");
     }
@@ -227,14 +212,14 @@ TYPED_TEST(InputMethodInsertionTest, DictationLandsInGtkQtAndTerminalByteForByte
         Client client = start();
         SCOPED_TRACE(client.title);
         ASSERT_TRUE(focusUntilReady(client, committer, focusBefore));
-        insertion.trace.lines.clear();
+        insertion.trace.clear();
         EXPECT_TRUE(insertion.insert(dictated));
         EXPECT_TRUE(waitUntil([&] { return client.text() == dictated; })) << client.text();
-        ASSERT_EQ(insertion.trace.lines.size(), 1u);
-        EXPECT_TRUE(insertion.trace.lines[0].starts_with(
+        ASSERT_EQ(insertion.trace.lines().size(), 1u);
+        EXPECT_TRUE(insertion.trace.lines()[0].starts_with(
             "[TextInsertion] Input method insertion succeeded: " + std::string(TypeParam::name) +
             " ("))
-            << insertion.trace.lines[0];
+            << insertion.trace.lines()[0];
     }
 }
 

@@ -31,24 +31,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// fcitx5 with our addon installed for the user in home, keyboard layout only, on the compositor.
-std::unique_ptr<LoggedProcess> startFcitx5(const std::filesystem::path& home) {
-    std::filesystem::create_directories(home);
-    setenv("XDG_DATA_HOME", (home / ".local/share").c_str(), 1);
-    platform::Fcitx5AddonInstaller installer({KELVO_FCITX5_ADDON_LIBRARY});
-    bool installed = installer.installForUser().empty();
-    unsetenv("XDG_DATA_HOME");
-    if (!installed) {
-        return nullptr;
-    }
-    return std::make_unique<LoggedProcess>(
-        std::vector<std::string>{"fcitx5", "--disable=notificationitem,kimpanel,classicui"},
-        home / "fcitx5.log",
-        std::vector<std::string>{
-            "HOME=" + home.string(), "XDG_CONFIG_HOME=" + (home / ".config").string(),
-            "XDG_DATA_HOME=" + (home / ".local/share").string(), "GSETTINGS_BACKEND=memory"});
-}
-
 // Presses or releases the trigger as the desktop's shortcuts portal reports it.
 void pressPortalShortcut(bool down) {
     KelvoVoiceApp::run(std::string("dbus-send --session --print-reply "
@@ -78,8 +60,16 @@ TEST(WaylandAppTest, MenuDictationReachesANativeWaylandFieldThroughInputMethodTh
     ASSERT_FALSE(socket.empty());
     setenv("WAYLAND_DISPLAY", socket.c_str(), 1);
     KelvoVoiceApp::startStatusNotifierHost();
-    auto fcitx5 = startFcitx5(home / "fcitx5");
-    ASSERT_TRUE(fcitx5);
+    // fcitx5 with our addon installed for the user in its home, keyboard layout only.
+    const std::filesystem::path fcitx5Home = home / "fcitx5";
+    std::filesystem::create_directories(fcitx5Home);
+    setenv("XDG_DATA_HOME", (fcitx5Home / ".local/share").c_str(), 1);
+    ASSERT_EQ(platform::Fcitx5AddonInstaller({KELVO_FCITX5_ADDON_LIBRARY}).installForUser(), "");
+    unsetenv("XDG_DATA_HOME");
+    LoggedProcess fcitx5(
+        {"fcitx5", "--disable=notificationitem,kimpanel,classicui"}, fcitx5Home / "fcitx5.log",
+        {"HOME=" + fcitx5Home.string(), "XDG_CONFIG_HOME=" + (fcitx5Home / ".config").string(),
+         "XDG_DATA_HOME=" + (fcitx5Home / ".local/share").string(), "GSETTINGS_BACKEND=memory"});
     // No /dev/input here: the trigger key comes through the desktop's shortcuts portal.
     LoggedProcess portal(
         {(KelvoVoiceApp::sourceDirectory() / "tests/e2e/shortcuts-portal").string()},

@@ -6,20 +6,13 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/e2e/SpokenEnglish.h"
+
 namespace kelvo::test {
 namespace {
 
-std::string quoted(const std::string& text) {
-    std::string result = "'";
-    for (char c : text) {
-        if (c == '\'') {
-            result += "'\\''";
-        } else {
-            result += c;
-        }
-    }
-    return result + "'";
-}
+using testing::quoted;
+using testing::runShell;
 
 std::string sessionTool() {
     return quoted((KelvoVoiceApp::sourceDirectory() / "scripts" / "headless-session").string());
@@ -84,25 +77,8 @@ bool KelvoVoiceApp::dictate(const std::filesystem::path& sound,
     return step(waitForLog("[KelvoVoice] statusItem idle", idle + 1), "idle state") && ok;
 }
 
-std::string KelvoVoiceApp::run(const std::string& commandLine) {
-    FILE* pipe = popen(commandLine.c_str(), "r");
-    if (!pipe) {
-        throw std::runtime_error("cannot run: " + commandLine);
-    }
-    std::string output;
-    char buffer[4096];
-    for (std::size_t count; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        output.append(buffer, count);
-    }
-    int status = pclose(pipe);
-    if (status != 0) {
-        throw std::runtime_error("failed (" + std::to_string(status) + "): " + commandLine);
-    }
-    return output;
-}
-
 void KelvoVoiceApp::pressTrigger(bool down) {
-    run(std::string("xdotool ") + (down ? "keydown" : "keyup") + " Control_R");
+    runShell(std::string("xdotool ") + (down ? "keydown" : "keyup") + " Control_R");
 }
 
 void KelvoVoiceApp::tapTrigger(std::chrono::milliseconds held) {
@@ -112,7 +88,7 @@ void KelvoVoiceApp::tapTrigger(std::chrono::milliseconds held) {
 }
 
 void KelvoVoiceApp::play(const std::filesystem::path& sound) {
-    run(sessionTool() + " play " + quoted(sound.string()));
+    runShell(sessionTool() + " play " + quoted(sound.string()));
 }
 
 void KelvoVoiceApp::clickDictationMenuItem(bool start) {
@@ -121,7 +97,7 @@ void KelvoVoiceApp::clickDictationMenuItem(bool start) {
 
 std::optional<std::string> KelvoVoiceApp::clipboardText() {
     try {
-        return run("timeout 10 xclip -o -selection clipboard 2>/dev/null");
+        return runShell("timeout 10 xclip -o -selection clipboard 2>/dev/null");
     } catch (const std::runtime_error&) {
         return std::nullopt;
     }
@@ -129,12 +105,12 @@ std::optional<std::string> KelvoVoiceApp::clipboardText() {
 
 void KelvoVoiceApp::setClipboardText(const std::string& text) {
     // xclip stays in the background serving the selection until another client takes it.
-    run("printf %s " + quoted(text) + " | xclip -selection clipboard -i >/dev/null 2>&1");
+    runShell("printf %s " + quoted(text) + " | xclip -selection clipboard -i >/dev/null 2>&1");
 }
 
 std::vector<std::string> KelvoVoiceApp::menuEntries() {
     std::string output =
-        run(quoted((sourceDirectory() / "tests" / "e2e" / "sni-menu").string()) + " list");
+        runShell(quoted((sourceDirectory() / "tests" / "e2e" / "sni-menu").string()) + " list");
     std::vector<std::string> entries;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
@@ -145,12 +121,12 @@ std::vector<std::string> KelvoVoiceApp::menuEntries() {
 }
 
 void KelvoVoiceApp::clickMenu(const std::string& label) {
-    run(quoted((sourceDirectory() / "tests" / "e2e" / "sni-menu").string()) + " click " +
-        quoted(label));
+    runShell(quoted((sourceDirectory() / "tests" / "e2e" / "sni-menu").string()) + " click " +
+             quoted(label));
 }
 
 void KelvoVoiceApp::startStatusNotifierHost() {
-    run(sessionTool() + " tray-host sni");
+    runShell(sessionTool() + " tray-host sni");
 }
 
 }  // namespace kelvo::test

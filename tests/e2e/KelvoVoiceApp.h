@@ -38,8 +38,6 @@ class KelvoVoiceApp : public LoggedProcess {
     static std::filesystem::path dictionaryFile(const std::filesystem::path& home);
 
     // --- the desktop around it ---
-    // Runs a command line through /bin/sh; returns its standard output, throws when it fails.
-    static std::string run(const std::string& commandLine);
     // One press and release of the trigger key (Right Ctrl), `held` apart.
     static void tapTrigger(std::chrono::milliseconds held = std::chrono::milliseconds(80));
     static void pressTrigger(bool down);

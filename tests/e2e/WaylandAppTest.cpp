@@ -24,6 +24,7 @@
 #include "KelvoVoiceApp.h"
 #include "platform/linux/Fcitx5AddonInstaller.h"
 #include "platform/linux/WaylandDataControlPasteboard.h"
+#include "tests/e2e/SpokenEnglish.h"
 #include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
@@ -33,11 +34,11 @@ using namespace std::chrono_literals;
 
 // Presses or releases the trigger as the desktop's shortcuts portal reports it.
 void pressPortalShortcut(bool down) {
-    KelvoVoiceApp::run(std::string("dbus-send --session --print-reply "
-                                   "--dest=org.freedesktop.portal.Desktop "
-                                   "/org/freedesktop/portal/desktop "
-                                   "org.kelvovoice.ShortcutsPortalTest.Press boolean:") +
-                       (down ? "true" : "false") + " >/dev/null");
+    testing::runShell(std::string("dbus-send --session --print-reply "
+                                  "--dest=org.freedesktop.portal.Desktop "
+                                  "/org/freedesktop/portal/desktop "
+                                  "org.kelvovoice.ShortcutsPortalTest.Press boolean:") +
+                      (down ? "true" : "false") + " >/dev/null");
 }
 
 bool contains(const std::string& text, const std::string& part) {
@@ -55,7 +56,7 @@ TEST(WaylandAppTest, MenuDictationReachesANativeWaylandFieldThroughInputMethodTh
     std::filesystem::remove_all(home);
     const std::string sessionTool =
         (KelvoVoiceApp::sourceDirectory() / "scripts" / "headless-session").string();
-    std::string socket = KelvoVoiceApp::run("'" + sessionTool + "' compositor");
+    std::string socket = testing::runShell("'" + sessionTool + "' compositor");
     socket = socket.substr(0, socket.find('\n'));
     ASSERT_FALSE(socket.empty());
     setenv("WAYLAND_DISPLAY", socket.c_str(), 1);
@@ -81,7 +82,7 @@ TEST(WaylandAppTest, MenuDictationReachesANativeWaylandFieldThroughInputMethodTh
     KelvoVoiceApp app(home);
     unsetenv("XDG_SESSION_TYPE");
     std::shared_ptr<void> showLogOnFailure(nullptr, [&](void*) {
-        if (testing::Test::HasFailure()) {
+        if (::testing::Test::HasFailure()) {
             std::cerr << "--- kelvovoice log ---\n" << app.log() << "---\n";
         }
         app.terminate();
@@ -120,7 +121,7 @@ TEST(WaylandAppTest, MenuDictationReachesANativeWaylandFieldThroughInputMethodTh
         contains(app.log(), "[TextInsertion] Input method fcitx5: no focused input context"));
     EXPECT_TRUE(contains(app.log(), "[TextInsertion] Sent Cmd+V"));
     EXPECT_TRUE(contains(app.log(), "[TextInsertion] Restored previous pasteboard string"));
-    EXPECT_EQ(KelvoVoiceApp::run("wl-paste --no-newline"), "前のクリップボード");
+    EXPECT_EQ(testing::runShell("wl-paste --no-newline"), "前のクリップボード");
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 #include "tests/core/TemporaryFolder.h"
 #include "tests/e2e/SpokenEnglish.h"
 #include "tests/support/KelvoProcess.h"
+#include "tests/support/Thrown.h"
 
 namespace kelvo {
 namespace {
@@ -84,13 +85,10 @@ TEST_F(SpeechCapture, OpensTheMicrophoneInItsOwnFormatAndAMissingSourceIsUnavail
     }
     PulseAudioInput input("no-such-source");
     app::AudioCaptureService capture(input);
-    try {
-        startCapture(capture);
-        FAIL() << "started without a source";
-    } catch (const app::CaptureError& error) {
-        EXPECT_EQ(error.code(), app::CaptureError::Code::inputFormatUnavailable);
-        EXPECT_STREQ(error.what(), "Input format unavailable");
-    }
+    const auto error = test::thrown<app::CaptureError>([&] { startCapture(capture); });
+    ASSERT_TRUE(error) << "started without a source";
+    EXPECT_EQ(error->code(), app::CaptureError::Code::inputFormatUnavailable);
+    EXPECT_STREQ(error->what(), "Input format unavailable");
     EXPECT_FALSE(capture.isRecording());
 }
 

@@ -43,12 +43,6 @@ using Outcome = InputMethodCommitter::Outcome;
 
 const std::string dictated = "音声入力のテスト、日本語👍🏽です。";
 
-// The GTK entry, the Qt line edit and xterm, each started when called.
-std::vector<std::function<Client()>> clientStarters(const std::string& inputMethodName) {
-    return {[] { return startTarget("gtk-entry"); }, [] { return startTarget("qt-lineedit"); },
-            [inputMethodName] { return startTerminal(inputMethodName); }};
-}
-
 // The application's insertion service with the given committers and the real X11 backends.
 class Insertion {
   public:
@@ -207,7 +201,10 @@ TYPED_TEST(InputMethodInsertionTest, DictationLandsInGtkQtAndTerminalByteForByte
     Insertion insertion({&committer});
     // One client at a time: a client that is still making its input context when the next one
     // starts could take the focus back in the framework's view.
-    for (const auto& start : clientStarters(TypeParam::module)) {
+    // The GTK entry, the Qt line edit and xterm.
+    for (const auto& start : std::vector<std::function<Client()>>{
+             [] { return startTarget("gtk-entry"); }, [] { return startTarget("qt-lineedit"); },
+             [] { return startTerminal(TypeParam::module); }}) {
         const std::string focusBefore = reportedFocus(committer);
         Client client = start();
         SCOPED_TRACE(client.title);

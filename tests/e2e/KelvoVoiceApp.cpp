@@ -1,7 +1,6 @@
 #include "KelvoVoiceApp.h"
 
 #include <cstdio>
-#include <iostream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -59,22 +58,16 @@ bool KelvoVoiceApp::dictate(const std::filesystem::path& sound,
     const std::size_t idle = countInLog("[KelvoVoice] statusItem idle");
     const std::size_t recording = countInLog("[KelvoVoice] statusItem recording");
     const std::size_t finals = countInLog("[Final] ");
-    auto step = [](bool came, const char* what) {
-        if (!came) {
-            std::cerr << "dictation: no " << what << "\n";
-        }
-        return came;
-    };
     startOrStop(true);
-    bool ok = step(waitForLog("[KelvoVoice] statusItem recording", recording + 1), "recording");
+    bool ok = waitForLog("[KelvoVoice] statusItem recording", recording + 1);
     // The speech starts a moment after the press, as a person's would.
     std::this_thread::sleep_for(sound.empty() ? 1500ms : 300ms);
     if (!sound.empty()) {
         play(sound);
-        ok = step(waitForLog("[Final] ", finals + 1), "final result") && ok;
+        ok = waitForLog("[Final] ", finals + 1) && ok;
     }
     startOrStop(false);
-    return step(waitForLog("[KelvoVoice] statusItem idle", idle + 1), "idle state") && ok;
+    return waitForLog("[KelvoVoice] statusItem idle", idle + 1) && ok;
 }
 
 void KelvoVoiceApp::pressTrigger(bool down) {

@@ -29,8 +29,8 @@ class KelvoVoiceApp : public LoggedProcess {
     // sound played once the application records, startOrStop(false) once the recogniser has
     // settled its final words (a busy machine's decoding backlog is not cut off by the stop),
     // and back once the application is idle again (the insertion, and a paste's clipboard
-    // restore, done). Without a sound, a silent recording of a second and a half. False, with the
-    // step said on standard error, when a step did not come.
+    // restore, done). Without a sound, a silent recording of a second and a half. False when one
+    // of these states did not come (the application's log says which).
     bool dictate(const std::filesystem::path& sound = englishSample(),
                  const std::function<void(bool)>& startOrStop = pressTrigger);
 

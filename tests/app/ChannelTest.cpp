@@ -2,13 +2,12 @@
 
 #include <QCoroTask>
 #include <memory>
-#include <string>
 #include <thread>
 #include <vector>
 
 #include "KelvoVoiceMac/session/Channel.h"
 #include "fakes/TestEventLoop.h"
-#include "fakes/WaitUntil.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
 namespace {
@@ -38,6 +37,7 @@ TEST(ChannelTest, AwaitingReaderResumesOnItsOwnThreadForValuesAndEndSentFromAnot
             channel->send(i);
         }
         channel->close();
+        channel->close();    // harmless twice
         channel->send(999);  // after close: ignored
     });
     writer.join();
@@ -49,20 +49,6 @@ TEST(ChannelTest, AwaitingReaderResumesOnItsOwnThreadForValuesAndEndSentFromAnot
         ASSERT_EQ(received[i], i + 1);
     }
     EXPECT_EQ(resumedOn, std::this_thread::get_id());
-}
-
-TEST(ChannelTest, ReaderDrainsWhatWasBufferedBeforeCloseThenSeesTheEnd) {
-    Channel<std::string> channel;
-    channel.send("a");
-    channel.send("b");
-    channel.close();
-    channel.close();
-    channel.send("c");
-    EXPECT_TRUE(channel.isClosed());
-    EXPECT_EQ(channel.receive(), "a");
-    EXPECT_EQ(channel.tryReceive(), "b");
-    EXPECT_EQ(channel.receive(), std::nullopt);
-    EXPECT_EQ(channel.receive(), std::nullopt);
 }
 
 TEST(ChannelTest, BlockingReceiveWakesForValuesAndCloseFromOtherThreads) {
@@ -86,6 +72,7 @@ TEST(ChannelTest, BlockingReceiveWakesForValuesAndCloseFromOtherThreads) {
     }
     channel->close();
     reader.join();
+    EXPECT_EQ(channel->receive(), std::nullopt) << "the end stays the end";
     ASSERT_EQ(received.size(), 1000u);
     // Each writer's values keep their order.
     std::vector<int> last(4, -1);

@@ -111,6 +111,7 @@ TEST_F(MenuBarManagerTest, MenuStartAndStopRunTheWholeSessionInOrder) {
     EXPECT_EQ(manager->recordingState(), RecordingState::idle);
     EXPECT_FALSE(manager->isTransitioning());
     EXPECT_EQ(manager->lastInsertedText(), "こんにちはKelvoVoice");
+    EXPECT_EQ(speech.catchUpStopCount, 1);
 }
 
 TEST_F(MenuBarManagerTest, RequestsWhileIdleOrRecordingFollowTheStateTable) {
@@ -294,6 +295,7 @@ TEST_F(MenuBarManagerTest, DiscardWhileRecordingInsertsNothingAndClearsTexts) {
     EXPECT_EQ(manager->confirmedText(), "");
     EXPECT_EQ(manager->partialText(), "");
     EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+    EXPECT_EQ(speech.catchUpStopCount, 0) << "a discard does not wait for the recogniser";
 }
 
 TEST_F(MenuBarManagerTest, NothingIsInsertedWhenNoWordsOrOnlyFillersRemain) {

@@ -44,10 +44,9 @@ std::vector<TranscriptionEvent> drainEvents(Channel<TranscriptionEvent>& events)
     return all;
 }
 
-// Flags the end of finishInput(); the flag outlives a test that gave up waiting for it.
-QCoro::Task<> finishInputThenFlag(std::shared_ptr<SpeechService> service,
-                                  std::shared_ptr<bool> finished) {
-    co_await service->finishInput();
+// Flags the end of a stop; the flag outlives a test that gave up waiting for it.
+QCoro::Task<> flagOnceDone(QCoro::Task<> stopping, std::shared_ptr<bool> finished) {
+    co_await std::move(stopping);
     *finished = true;
 }
 
@@ -142,7 +141,7 @@ TEST_F(SpeechServiceTest, InstalledAssetsStartTheAnalyzerWithHintsAndDeliverItsR
     // Finishing the input: the analyser finalises through the end of it at once.
     audio->close();
     auto finished = std::make_shared<bool>(false);
-    QCoro::Task<> finishing = finishInputThenFlag(service, finished);
+    QCoro::Task<> finishing = flagOnceDone(service->finishInput(), finished);
     ASSERT_TRUE(waitUntil([&] { return *finished; }));
     EXPECT_TRUE(events->isClosed());
     EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
@@ -327,14 +326,15 @@ TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHi
     EXPECT_EQ(events->receive(), TranscriptionEvent::final_("あしたは"));
 
     audio->close();
-    EXPECT_TRUE(waitUntil([&] { return tasks[0]->endAudioCount() == 1; }))
-        << "the consumer ends the current request's audio when the stream ends";
+    EXPECT_TRUE(waitUntil([&] { return tasks[0]->catchUpCount() == 1; }))
+        << "the consumer has the current request catch up when the stream ends";
 
-    // Finishing the input waits for the recogniser to decode the end of the audio, so its last
-    // final arrives instead of being cancelled.
+    // Finishing the input then ends the audio and waits for the recogniser to decode its end, so
+    // the last final arrives instead of being cancelled.
     auto finished = std::make_shared<bool>(false);
-    QCoro::Task<> finishing = finishInputThenFlag(service, finished);
-    runFor(clock, 50ms);
+    QCoro::Task<> finishing = flagOnceDone(service->finishInput(), finished);
+    tasks[0]->decodeEnd();
+    ASSERT_TRUE(waitUntil([&] { return tasks[0]->endAudioCount() == 1; }));
     EXPECT_FALSE(*finished || tasks[0]->wasCancelled());
     tasks[0]->deliverFinal("最後");
     tasks[0]->decodeEnd();
@@ -419,6 +419,38 @@ TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) 
     // Nothing to wait for when it is right: the stopped dictation's thread gets a moment to err.
     std::this_thread::sleep_for(200ms);
     EXPECT_EQ(next->endAudioCount(), 0);
+}
+
+// The recogniser decodes only when the test says so, as one behind real time does: the stop of a
+// kept dictation cancels it only once the captured audio is in its last partial, or at the
+// deadline.
+TEST_F(SpeechServiceTest, StoppingAKeptFallbackDictationWaitsForTheRecognizerToCatchUp) {
+    engine.available = false;
+    for (const bool catchesUp : {true, false}) {
+        audio = newAudio();
+        start();
+        auto task = recognizers.localeRecognizer->tasks().back();
+        task->deliverPartial("明日の");
+        audio->send(buffer(4096));
+        audio->close();  // capture stops first
+        auto stopped = std::make_shared<bool>(false);
+        QCoro::Task<> stopping = flagOnceDone(service->stopAfterCatchingUp(), stopped);
+        ASSERT_TRUE(waitUntil([&] { return task->catchUpCount() == 1; }));
+        EXPECT_FALSE(*stopped || task->wasCancelled());
+        if (catchesUp) {
+            task->deliverPartial("明日の会議");
+            task->decodeEnd();
+        } else {
+            clock.advance(SpeechService::legacyCatchUpDeadline);
+        }
+        ASSERT_TRUE(waitUntil([&] { return *stopped; }));
+        EXPECT_TRUE(task->wasCancelled());
+        EXPECT_EQ(drainEvents(*events).back(),
+                  TranscriptionEvent::partial(catchesUp ? "明日の会議" : "明日の"));
+    }
+    EXPECT_EQ(lines().back(),
+              "[SpeechService] Fallback recogniser still behind after 1500 ms; stopping with its "
+              "last partial");
 }
 
 TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARecognizer) {

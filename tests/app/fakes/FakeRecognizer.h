@@ -47,6 +47,10 @@ class FakeRecognizer final : public app::DictationRecognizer {
         }
         note("speech: stopped");
     }
+    QCoro::Task<> stopAfterCatchingUp() override {
+        ++catchUpStopCount;
+        return stop();
+    }
 
     void send(app::TranscriptionEvent event) { events->send(std::move(event)); }
 
@@ -56,6 +60,7 @@ class FakeRecognizer final : public app::DictationRecognizer {
     std::shared_ptr<app::Channel<app::AudioBuffer>> audioStream;
     std::shared_ptr<app::Channel<app::TranscriptionEvent>> events;
     int stopCount = 0;
+    int catchUpStopCount = 0;
 
   private:
     void note(const std::string& what) {

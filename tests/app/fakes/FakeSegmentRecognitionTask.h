@@ -1,7 +1,8 @@
 #pragma once
 
 // FakeSegmentRecognitionTask records what the service does with one recognition request (audio
-// appended, end of audio, cancel) and lets the test play the recogniser's thread with deliver().
+// appended, end of audio, catch-up, cancel) and lets the test play the recogniser's thread with
+// deliver().
 
 #include <cstddef>
 #include <functional>
@@ -30,6 +31,12 @@ class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask
         if (decoded) {
             decoded_ = std::move(decoded);
         }
+    }
+    // Caught up when the test says so (decodeEnd() too).
+    void catchUp(std::function<void()> caughtUp) override {
+        std::lock_guard lock(mutex_);
+        ++catchUpCount_;
+        decoded_ = std::move(caughtUp);
     }
     void decodeEnd() {
         std::function<void()> decoded;
@@ -63,6 +70,10 @@ class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask
         std::lock_guard lock(mutex_);
         return endAudioCount_;
     }
+    int catchUpCount() const {
+        std::lock_guard lock(mutex_);
+        return catchUpCount_;
+    }
     bool wasCancelled() const {
         std::lock_guard lock(mutex_);
         return cancelled_;
@@ -75,6 +86,7 @@ class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask
     mutable std::mutex mutex_;
     std::size_t appendedSamples_ = 0;
     int endAudioCount_ = 0;
+    int catchUpCount_ = 0;
     std::function<void()> decoded_;
     bool cancelled_ = false;
 };

@@ -81,6 +81,7 @@ void PocketSphinxDecoder::shutDown() {
         stopping_ = true;
     }
     wake_.notify_all();
+    room_.notify_all();
 }
 
 void PocketSphinxDecoder::attach(const std::shared_ptr<PocketSphinxRecognitionTask>& task) {
@@ -117,12 +118,17 @@ void PocketSphinxDecoder::append(const PocketSphinxRecognitionTask& task,
         return;
     }
     {
-        const std::lock_guard lock(mutex_);
-        if (!accepts(task)) {
+        std::unique_lock lock(mutex_);
+        // Waits for room while the stream is decoded (or ended, or dropped, or shut down).
+        room_.wait(lock, [&] {
+            return queuedSamples_ < maximumQueuedSamples || !accepts(task) || stopping_;
+        });
+        if (!accepts(task) || stopping_) {
             return;
         }
         queue_.push_back(
             Item{stream_, std::vector<std::int16_t>(samples.begin(), samples.end()), false, {}});
+        queuedSamples_ += samples.size();
     }
     wake_.notify_all();
 }
@@ -140,6 +146,7 @@ void PocketSphinxDecoder::endAudio(const PocketSphinxRecognitionTask& task,
         }
     }
     wake_.notify_all();
+    room_.notify_all();
     // A cancelled task or an ended stream will see no more decoding from this call.
     if (!accepted && decoded) {
         decoded();
@@ -176,7 +183,9 @@ std::vector<std::function<void()>> PocketSphinxDecoder::dropStreamLocked() {
     }
     ++stream_;
     queue_.clear();
+    queuedSamples_ = 0;
     streamEnded_ = false;
+    room_.notify_all();
     return callbacks;
 }
 
@@ -196,6 +205,7 @@ void PocketSphinxDecoder::cancel(const PocketSphinxRecognitionTask& task) {
         idle = !attached_ && !stopping_;
     }
     wake_.notify_all();
+    room_.notify_all();  // an append() for the cancelled task gives up
     for (const std::function<void()>& callback : dropped) {
         callback();
     }
@@ -281,6 +291,8 @@ void PocketSphinxDecoder::run() {
         }
         const Item item = std::move(queue_.front());
         queue_.pop_front();
+        queuedSamples_ -= item.samples.size();
+        room_.notify_all();
         lock.unlock();
         process(item, task);
         lock.lock();

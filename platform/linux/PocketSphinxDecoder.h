@@ -57,6 +57,9 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
   public:
     // Code of the error that ends a task whose model could not be loaded.
     static constexpr long modelUnavailableCode = 1;
+    // Undecoded audio beyond which append() waits for the decoder: a feeder faster than real time
+    // (a file) is held back instead of queueing all of it; live audio is never this far behind.
+    static constexpr std::size_t maximumQueuedSamples = 30 * 16000;
 
     PocketSphinxDecoder(PocketSphinxModel model, Clock& clock, Clock::Duration idleRelease);
     ~PocketSphinxDecoder();
@@ -118,7 +121,10 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
 
     mutable std::mutex mutex_;
     std::condition_variable wake_;
+    // Signalled when queued audio was taken or dropped, for an append() that waits.
+    std::condition_variable room_;
     std::deque<Item> queue_;
+    std::size_t queuedSamples_ = 0;
     std::uint64_t stream_ = 1;
     bool streamEnded_ = false;
     // The current stream's end-of-audio callback, from endAudio() until its end is decoded.

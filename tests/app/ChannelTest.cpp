@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoroTask>
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <thread>
@@ -65,12 +66,15 @@ TEST(ChannelTest, ReaderDrainsWhatWasBufferedBeforeCloseThenSeesTheEnd) {
     EXPECT_EQ(channel.receive(), std::nullopt);
 }
 
+// With a capacity, which holds fast writers back without losing or reordering their values.
 TEST(ChannelTest, BlockingReceiveWakesForValuesAndCloseFromOtherThreads) {
-    auto channel = std::make_shared<Channel<int>>();
+    auto channel = std::make_shared<Channel<int>>(8);
     std::vector<int> received;
+    std::size_t mostBuffered = 0;
     std::thread reader([&] {
         while (std::optional<int> value = channel->receive()) {
             received.push_back(*value);
+            mostBuffered = std::max(mostBuffered, channel->bufferedCount());
         }
     });
     std::vector<std::thread> writers;
@@ -87,6 +91,7 @@ TEST(ChannelTest, BlockingReceiveWakesForValuesAndCloseFromOtherThreads) {
     channel->close();
     reader.join();
     ASSERT_EQ(received.size(), 1000u);
+    EXPECT_LE(mostBuffered, 8u);
     // Each writer's values keep their order.
     std::vector<int> last(4, -1);
     for (int value : received) {

@@ -76,20 +76,14 @@ class Dictation {
                                              std::min<std::size_t>(4096, samples.size() - offset)));
         }
     }
-    void endAudio() {
-        current()->endAudio([this] {
+    // Or, for a stop, only has what was appended decoded: waited for like the end of the audio.
+    void endAudio(bool onlyCatchUp = false) {
+        const auto decoded = [this] {
             const std::lock_guard lock(mutex_);
             endDecoded_ = true;
             changed_.notify_all();
-        });
-    }
-    // Caught up with what was appended: waited for like the end of the audio.
-    void catchUp() {
-        current()->catchUp([this] {
-            const std::lock_guard lock(mutex_);
-            endDecoded_ = true;
-            changed_.notify_all();
-        });
+        };
+        onlyCatchUp ? current()->catchUp(decoded) : current()->endAudio(decoded);
     }
     void cancel() { current()->cancel(); }
 
@@ -167,7 +161,7 @@ TEST(PocketSphinxRecognizer,
     Dictation stopped(recognizer, true);
     stopped.startRequest();
     stopped.append(samples);
-    stopped.catchUp();
+    stopped.endAudio(true);
     ASSERT_TRUE(stopped.waitForEndedOrEndDecoded(std::numeric_limits<int>::max()));
     stopped.cancel();
 

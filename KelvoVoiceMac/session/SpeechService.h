@@ -53,10 +53,12 @@ class SpeechService final : public DictationRecognizer,
     // "No speech detected" ends a request too; give the speaker a moment before listening again.
     static constexpr std::chrono::milliseconds legacyRestartDelayAfterNoSpeech{300};
     // How long a kept dictation's stop lets the segment recogniser catch up with the audio already
-    // captured. Unloaded, PocketSphinx decodes at about five times real time and has no backlog at
-    // a stop; on a 2-core machine at a load of 10-20 it falls one to two seconds of audio behind,
-    // which it decodes in about this time. Longer, and release-to-text (650 ms drain + this +
-    // insertion) would pass the two seconds after which a user takes the dictation for lost.
+    // captured. Unloaded, PocketSphinx decodes at about five times real time and is done within
+    // milliseconds. Starved (the application held to 15 % of a CPU, a stand-in for a load of 10-20
+    // on two cores) it is seconds behind: 1.5 s took the soak from 2-15 empty dictations in 60 to
+    // none and from 2 to 7 words of 8 at the median, 3 s to 8 of 8. Release to text is the 650 ms
+    // drain, this at most, and the insertion: a user waits past two seconds for no more than a
+    // word.
     static constexpr std::chrono::milliseconds legacyCatchUpDeadline{1500};
 
     SpeechService(platform::ModelEngine& modelEngine,

@@ -17,21 +17,12 @@ namespace {
 using app::DictationTranscript;
 using app::TranscriptionEvent;
 
-DictionaryEntry entry(std::string id, std::string canonical,
-                      std::vector<std::string> misrecognitions) {
-    DictionaryEntry result;
-    result.id = std::move(id);
-    result.canonicalText = std::move(canonical);
-    result.commonMisrecognitions = std::move(misrecognitions);
-    return result;
-}
-
 TEST(DictationTranscript, FoldsEventsAndFinishesWithCorrectionsThenFillerRemoval) {
     // A correction that yields a filler shows that filler removal comes second.
     const DictionaryCorrectionEngine dictionary(
         std::make_shared<InMemoryDictionaryStore>(std::vector<DictionaryEntry>{
-            entry("6F9619FF-8B86-D011-B42D-00C04FC964FF", "KelvoVoice", {"ケルボボイス"}),
-            entry("0B6A3C52-6C1E-4F0B-9B2D-3A5E2F1C7D10", "えーと", {"エート"})}));
+            dictionaryEntry("KelvoVoice", {"ケルボボイス"}),
+            dictionaryEntry("えーと", {"エート"}, "0B6A3C52-6C1E-4F0B-9B2D-3A5E2F1C7D10")}));
     const auto P = TranscriptionEvent::partial;
     const auto F = TranscriptionEvent::final_;
     const struct {

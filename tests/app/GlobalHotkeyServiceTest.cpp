@@ -107,7 +107,6 @@ TEST_F(GlobalHotkeyServiceTest, DoubleTapStartsHandsFreeUntilTheNextRelease) {
     press();            // second press inside the window cancels the single-tap discard
     runFor(clock, 3s);  // a long second press still counts as the second tap
     release();
-    EXPECT_TRUE(service->isToggleActive());
     runFor(clock, 2s);
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
 
@@ -119,9 +118,6 @@ TEST_F(GlobalHotkeyServiceTest, DoubleTapStartsHandsFreeUntilTheNextRelease) {
                                          "[KelvoVoice] Fn second-tap down (double-tap pending)",
                                          "[KelvoVoice] Fn double-tap \u2192 toggle ON active=true",
                                          "[KelvoVoice] Fn toggle OFF"));
-    EXPECT_FALSE(service->isToggleActive());
-    // didStartFromFn survives toggle off; the next idle press overwrites it.
-    EXPECT_TRUE(service->didStartFromFn());
 }
 
 // A refused start (e.g. a stop still running at the press) sends no stop at the hold's release,
@@ -131,7 +127,6 @@ TEST_F(GlobalHotkeyServiceTest, RefusedStartOrNoControllerNeitherStopsNorEntersH
     tap(1234ms);
     tap(100ms);
     tap(100ms);
-    EXPECT_FALSE(service->isToggleActive());
     EXPECT_THAT(log.lines(),
                 ElementsAre("[KelvoVoice] Fn down handled started=false",
                             "[KelvoVoice] Fn hold up stopped duration=1.23",

@@ -12,15 +12,11 @@ TEST(LogFormatTest, RendersNumbersAsPrintfWouldInAnyLocale) {
     EXPECT_EQ(platform::fixedText(0.28, 2), "0.28");
     EXPECT_EQ(platform::fixedText(0.2799999, 2), "0.28");
     EXPECT_EQ(platform::fixedText(1.0, 2), "1.00");
-    EXPECT_EQ(platform::fixedText(22.0, 1), "22.0");
-    EXPECT_EQ(platform::fixedText(0.0, 1), "0.0");
     // A decimal comma locale must not leak into the log lines.
     if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") != nullptr) {
         EXPECT_EQ(platform::fixedText(0.28, 2), "0.28");
         std::setlocale(LC_NUMERIC, "C");
     }
-    EXPECT_STREQ(platform::boolText(true), "true");
-    EXPECT_STREQ(platform::boolText(false), "false");
 }
 
 }  // namespace

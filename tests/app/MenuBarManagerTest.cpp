@@ -26,14 +26,6 @@ using app::TranscriptionEvent;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-DictionaryEntry entry(std::string canonical, std::vector<std::string> misrecognitions) {
-    DictionaryEntry result;
-    result.id = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
-    result.canonicalText = std::move(canonical);
-    result.commonMisrecognitions = std::move(misrecognitions);
-    return result;
-}
-
 class MenuBarManagerTest : public ::testing::Test {
   protected:
     void SetUp() override { ensureCoreApplication(); }
@@ -71,7 +63,7 @@ class MenuBarManagerTest : public ::testing::Test {
     FakeTextInserter inserter{clock, &journal};
     FakePreferences preferences;
     std::shared_ptr<InMemoryDictionaryStore> store = std::make_shared<InMemoryDictionaryStore>(
-        std::vector<DictionaryEntry>{entry("KelvoVoice", {"ケルボボイス"})});
+        std::vector<DictionaryEntry>{dictionaryEntry("KelvoVoice", {"ケルボボイス"})});
     std::unique_ptr<app::MenuBarManager> manager;
 };
 
@@ -283,53 +275,51 @@ TEST_F(MenuBarManagerTest, CaptureFailureDropsQueuedRequestsAndReturnsToIdle) {
     startRecording();
 }
 
-TEST_F(MenuBarManagerTest, DiscardWhileRecordingInsertsNothingAndClearsTexts) {
-    build();
-    startRecording();
-    speech.send(TranscriptionEvent::final_("ケルボボイス"));
-    speech.send(TranscriptionEvent::partial("えーと"));
-    settle(clock);
-    EXPECT_TRUE(manager->discardDictation("fn-tap"));
-    runFor(clock, 100ms);
-    EXPECT_THAT(inserter.insertions, IsEmpty());
-    EXPECT_EQ(manager->confirmedText(), "");
-    EXPECT_EQ(manager->partialText(), "");
-    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
-    EXPECT_EQ(speech.catchUpStopCount, 0) << "a discard does not wait for the recogniser";
-}
-
-TEST_F(MenuBarManagerTest, NothingIsInsertedWhenNoWordsOrOnlyFillersRemain) {
-    build();
-    startRecording();
-    manager->stopDictation("menu");
-    runFor(clock, 100ms);
-    EXPECT_THAT(inserter.insertions, IsEmpty());
-    EXPECT_EQ(manager->recordingState(), RecordingState::idle);
-
-    startRecording();
-    speech.finalOnStop = "えーと";  // the recogniser's last result arrives during its stop
-    manager->stopDictation("menu");
-    runFor(clock, 100ms);
-    EXPECT_THAT(trace.lines(), ElementsAre("[Final] えーと"));
-    EXPECT_THAT(inserter.insertions, IsEmpty());
-    EXPECT_FALSE(manager->isTransitioning());
-}
-
-// The finished text's own rules are DictationTranscriptTest's; here, what the session feeds it:
-// the filler setting read at each stop, and no dictionary (nor hints) when it failed to load.
-TEST_F(MenuBarManagerTest, FillerSettingIsReadAtEachStopAndAMissingDictionaryIsNoError) {
-    for (bool withEngine : {true, false}) {
-        build(withEngine);
-        preferences.setBool("kvmac_fillerRemovalEnabled", withEngine);
+// What a finish inserts: nothing after a discard, for no words or for fillers alone; the last final
+// can arrive during the recogniser's stop; a dictionary that failed to load means no hints and no
+// corrections, not an error. (The finished text's own rules are DictationTranscriptTest's.) The
+// texts are cleared either way.
+TEST_F(MenuBarManagerTest, WhatAFinishInsertsDependsOnTheWordsTheRequestAndTheSettings) {
+    const auto F = TranscriptionEvent::final_;
+    const struct {
+        const char* rule;
+        std::vector<TranscriptionEvent> events;
+        std::optional<std::string> finalOnStop;
+        bool discard, withDictionary, removeFillers;
+        std::optional<std::string> inserted;
+    } cases[] = {
+        // clang-format off
+        {"discarded", {F("ケルボボイス"), TranscriptionEvent::partial("えーと")}, {}, true, true, true, {}},
+        {"no words", {}, {}, false, true, true, {}},
+        {"only a filler", {F("えーと")}, {}, false, true, true, {}},
+        {"the last final during the stop", {}, "えーとケルボボイス", false, true, true, "KelvoVoice"},
+        {"no dictionary, fillers kept", {F("えーとケルボボイス")}, {}, false, false, false, "えーとケルボボイス"},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.rule);
+        build(c.withDictionary);
+        preferences.setBool("kvmac_fillerRemovalEnabled", c.removeFillers);
+        inserter.insertions.clear();
         startRecording();
-        speech.send(TranscriptionEvent::final_("えーとケルボボイス"));
-        manager->stopDictation("menu");
+        for (const TranscriptionEvent& event : c.events) {
+            speech.send(event);
+        }
+        speech.finalOnStop = c.finalOnStop;
+        settle(clock);
+        const int catchUpStops = speech.catchUpStopCount;
+        EXPECT_TRUE(c.discard ? manager->discardDictation("fn-tap")
+                              : manager->stopDictation("menu"));
         runFor(clock, 100ms);
-        EXPECT_EQ(inserter.insertions.back().first,
-                  withEngine ? "KelvoVoice" : "えーとケルボボイス");
-        EXPECT_EQ(log.lines().back() == "[KelvoVoice] Filler removal applied", withEngine);
-        EXPECT_EQ(std::count(journal.begin(), journal.end(), "speech: hints 1"),
-                  withEngine ? 1 : 0);
+        EXPECT_EQ(speech.catchUpStopCount - catchUpStops, c.discard ? 0 : 1)
+            << "only words that are kept wait for the recogniser to catch up";
+        EXPECT_EQ(inserter.insertions.empty() ? std::nullopt
+                                              : std::optional(inserter.insertions.back().first),
+                  c.inserted);
+        EXPECT_EQ(std::count(journal.begin(), journal.end(), "speech: hints 1"), c.withDictionary);
+        EXPECT_EQ(manager->confirmedText() + manager->partialText(), "");
+        EXPECT_EQ(manager->recordingState(), RecordingState::idle);
+        EXPECT_FALSE(manager->isTransitioning());
     }
 }
 

@@ -1,8 +1,13 @@
+// The speech service over scripted engines: which engine a dictation gets and the trace that says
+// why, the model engine's results, finalisation and failures, and the segment recogniser's
+// requests, restarts and stop.
+
 #include <gtest/gtest.h>
-#include <atomic>
 
 #include <QCoroTask>
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -14,7 +19,7 @@
 #include "fakes/FakeSegmentRecognizerProvider.h"
 #include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
-#include "fakes/WaitUntil.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
 namespace {
@@ -25,10 +30,9 @@ using app::Channel;
 using app::SpeechService;
 using app::TranscriptionEvent;
 using platform::AssetStatus;
+using Events = std::vector<TranscriptionEvent>;
+using Lines = std::vector<std::string>;
 
-const std::string checkLineInstalled =
-    "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP supportedCount=3 "
-    "installedCount=1 assetStatus=installed";
 const std::string usingAnalyzerLine = "[SpeechService] Using SpeechAnalyzer/SpeechTranscriber";
 
 std::string fallbackLine(const std::string& description) {
@@ -36,9 +40,11 @@ std::string fallbackLine(const std::string& description) {
            ". Falling back to SFSpeechRecognizer";
 }
 
-std::vector<TranscriptionEvent> drainEvents(Channel<TranscriptionEvent>& events) {
-    std::vector<TranscriptionEvent> all;
-    while (std::optional<TranscriptionEvent> event = events.receive()) {
+// Every event of a stream that must have ended by now (a stream left open fails, not hangs).
+Events drainEvents(Channel<TranscriptionEvent>& events) {
+    Events all;
+    EXPECT_TRUE(events.isClosed());
+    while (std::optional<TranscriptionEvent> event = events.tryReceive()) {
         all.push_back(*event);
     }
     return all;
@@ -56,18 +62,7 @@ AudioBuffer buffer(std::size_t frames) {
 
 class SpeechServiceTest : public ::testing::Test {
   protected:
-    SpeechServiceTest() {
-        ensureCoreApplication();
-        service = std::make_shared<SpeechService>(engine, recognizers, clock, trace);
-    }
-
-    // Starts a dictation and waits until the service has settled on an engine (or given up).
-    std::shared_ptr<Channel<TranscriptionEvent>> start() {
-        events = service->startTranscription(audio);
-        EXPECT_TRUE(
-            waitUntil([&] { return service->activeEngine().has_value() || events->isClosed(); }));
-        return events;
-    }
+    SpeechServiceTest() { ensureCoreApplication(); }
 
     ~SpeechServiceTest() override {
         // Ends the audio of every dictation so that no consumer thread outlives the test.
@@ -76,39 +71,41 @@ class SpeechServiceTest : public ::testing::Test {
         }
     }
 
-    std::shared_ptr<Channel<AudioBuffer>> newAudio() {
-        audioStreams.push_back(std::make_shared<Channel<AudioBuffer>>());
-        return audioStreams.back();
+    // Starts a dictation on fresh audio and waits until the service has settled on an engine (or
+    // given up).
+    void start() {
+        audio = audioStreams.emplace_back(std::make_shared<Channel<AudioBuffer>>());
+        events = service->startTranscription(audio);
+        EXPECT_TRUE(
+            waitUntil([&] { return service->activeEngine().has_value() || events->isClosed(); }));
+    }
+
+    // Starts on the segment recogniser and returns the request it started.
+    std::shared_ptr<FakeSegmentRecognitionTask> startFallback() {
+        engine.available = false;
+        start();
+        return recognizers.localeRecognizer->tasks().back();
     }
 
     void stop() { QCoro::waitFor(service->stop()); }
-
-    std::vector<std::string> lines() const { return trace.lines(); }
-
-    void expectFallsBackWith(const std::string& description) {
-        start();
-        EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
-        EXPECT_TRUE(trace.contains(fallbackLine(description))) << ::testing::PrintToString(lines());
-        EXPECT_FALSE(trace.contains(usingAnalyzerLine));
-    }
 
     FakeClock clock;
     RecordingLog trace;
     FakeModelEngine engine;
     FakeSegmentRecognizerProvider recognizers;
-    std::shared_ptr<SpeechService> service;
+    std::shared_ptr<SpeechService> service =
+        std::make_shared<SpeechService>(engine, recognizers, clock, trace);
     std::vector<std::shared_ptr<Channel<AudioBuffer>>> audioStreams;
-    std::shared_ptr<Channel<AudioBuffer>> audio = newAudio();
+    std::shared_ptr<Channel<AudioBuffer>> audio;
     std::shared_ptr<Channel<TranscriptionEvent>> events;
 };
 
 TEST_F(SpeechServiceTest, ContextualStringsAreTrimmedFilteredAndCappedAtOneHundred) {
     service->setContextualStrings(
         {"  東京駅\n", "", " \t\r\n", "\u3000渋谷\u3000", "渋谷", "Kelvo"});
-    EXPECT_EQ(service->contextualStrings(),
-              (std::vector<std::string>{"東京駅", "渋谷", "渋谷", "Kelvo"}));
+    EXPECT_EQ(service->contextualStrings(), (Lines{"東京駅", "渋谷", "渋谷", "Kelvo"}));
     // Blanks do not count towards the hundred.
-    std::vector<std::string> many;
+    Lines many;
     for (int i = 0; i < 150; ++i) {
         many.push_back(i % 10 == 0 ? " " : "term" + std::to_string(i));
     }
@@ -117,64 +114,10 @@ TEST_F(SpeechServiceTest, ContextualStringsAreTrimmedFilteredAndCappedAtOneHundr
     EXPECT_EQ(service->contextualStrings().back(), "term111");
 }
 
-TEST_F(SpeechServiceTest, InstalledAssetsStartTheAnalyzerWithHintsAndDeliverItsResults) {
-    service->setContextualStrings({"東京", " 渋谷 "});
-    start();
-    ASSERT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
-    EXPECT_EQ(lines(), (std::vector<std::string>{
-                           checkLineInstalled, "[SpeechService] contextualStrings applied count=2",
-                           usingAnalyzerLine}));
-    FakeModelTranscriber* transcriber = engine.transcriber();
-    ASSERT_NE(transcriber, nullptr);
-    EXPECT_EQ(transcriber->appliedContextualStrings(), (std::vector<std::string>{"東京", "渋谷"}));
-
-    audio->send(buffer(1365));
-    audio->send(buffer(1366));
-    EXPECT_TRUE(waitUntil([&] { return transcriber->analyzedSampleCount() == 2731; }));
-
-    transcriber->pushResult("こんにち", false);
-    transcriber->pushResult("こんにちは。", true);
-    EXPECT_EQ(events->receive(), TranscriptionEvent::partial("こんにち"));
-    EXPECT_EQ(events->receive(), TranscriptionEvent::final_("こんにちは。"));
-    EXPECT_EQ(engine.installationRequests(), 0);
-
-    // Finishing the input: the analyser finalises through the end of it at once.
-    audio->close();
-    auto finished = std::make_shared<bool>(false);
-    QCoro::Task<> finishing = flagOnceDone(service->finishInput(), finished);
-    ASSERT_TRUE(waitUntil([&] { return *finished; }));
-    EXPECT_TRUE(events->isClosed());
-    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
-}
-
-TEST_F(SpeechServiceTest, HintsThatCannotBeAppliedAreTracedAndEmptyHintsApplyNothing) {
-    engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
-        transcriber.contextFailure = "prompt too long";
-    };
-    service->setContextualStrings({"東京"});
-    start();
-    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
-    EXPECT_TRUE(
-        trace.contains("[SpeechService] Failed to apply contextualStrings: prompt too long"));
-    audio->close();
-    stop();
-
-    engine.configureTranscriber = nullptr;
-    service->setContextualStrings({" ", "\n"});
-    audio = newAudio();
-    start();
-    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::speechAnalyzer);
-    for (const std::string& line : lines()) {
-        EXPECT_EQ(line.find("contextualStrings applied"), std::string::npos) << line;
-    }
-    audio->close();
-    stop();
-}
-
-// Supported or downloading assets go through the installation request
-// (or, without one, a second status read) and are used only when installed afterwards; unsupported
-// and unknown fall back at once.
-TEST_F(SpeechServiceTest, EveryAssetStatusDecidesBetweenAnalyzerInstallationAndFallback) {
+// Installed assets, or assets the installation request (or a second status read) finds installed,
+// start the model engine; anything else falls back with its reason. Hints that cannot be applied
+// are traced and do not stop the engine; blank ones apply nothing.
+TEST_F(SpeechServiceTest, ReadinessDecidesBetweenTheModelEngineAndTheFallbackAndTracesWhy) {
     using Installation = FakeModelEngine::Installation;
     const std::string check =
         "[SpeechService] SpeechTranscriber check locale=ja-JP resolved=ja-JP "
@@ -182,88 +125,101 @@ TEST_F(SpeechServiceTest, EveryAssetStatusDecidesBetweenAnalyzerInstallationAndF
     const std::string installing = "[SpeechService] Installing SpeechTranscriber assets progress=";
     const std::string after =
         "[SpeechService] SpeechTranscriber asset status after install request=";
-    auto notInstalled = [](const char* status) {
-        return fallbackLine(std::string("SpeechTranscriber assets are not installed after request "
-                                        "(status=") +
-                            status + ")");
+    const auto notInstalled = [](const std::string& status) {
+        return fallbackLine(
+            "SpeechTranscriber assets are not installed after request (status=" + status + ")");
     };
-    auto expectOutcome = [&](std::vector<AssetStatus> statuses,
-                             std::optional<Installation> installation, int requests,
-                             int installationsRun, std::vector<std::string> expectedLines) {
-        SCOPED_TRACE(expectedLines.front());
-        FakeModelEngine localEngine;
-        localEngine.statuses = std::move(statuses);
-        localEngine.installation = std::move(installation);
-        RecordingLog localTrace;
-        auto localService =
-            std::make_shared<SpeechService>(localEngine, recognizers, clock, localTrace);
-        auto localEvents = localService->startTranscription(newAudio());
-        ASSERT_TRUE(waitUntil([&] { return localService->activeEngine().has_value(); }));
-        EXPECT_EQ(localService->activeEngine(),
-                  expectedLines.back() == usingAnalyzerLine
-                      ? SpeechService::TranscriptionEngine::speechAnalyzer
-                      : SpeechService::TranscriptionEngine::legacy);
-        EXPECT_EQ(localTrace.lines(), expectedLines);
-        EXPECT_EQ(localEngine.installationRequests(), requests);
-        EXPECT_EQ(localEngine.installationsRun(), installationsRun);
-        audioStreams.back()->close();
-        QCoro::waitFor(localService->stop());
+    const auto statuses = [](std::vector<AssetStatus> sequence,
+                             std::optional<Installation> installation = {}) {
+        return [=](FakeModelEngine& e) {
+            e.statuses = sequence;
+            e.installation = installation;
+        };
     };
-    expectOutcome({AssetStatus::unsupported}, {}, 0, 0,
-                  {check + "unsupported", notInstalled("unsupported")});
-    expectOutcome({AssetStatus::unknown}, {}, 0, 0, {check + "unknown", notInstalled("unknown")});
-    expectOutcome(
-        {AssetStatus::supported, AssetStatus::installed}, Installation{0.25, {}}, 1, 1,
-        {check + "supported", installing + "0.25", after + "installed", usingAnalyzerLine});
-    expectOutcome(
-        {AssetStatus::downloading}, Installation{0, "model download failed"}, 1, 1,
-        {check + "downloading", installing + "0.0", fallbackLine("model download failed")});
-    expectOutcome({AssetStatus::downloading}, {}, 1, 0,
-                  {check + "downloading", after + "downloading", notInstalled("downloading")});
+    const auto transcriber = [](std::function<void(FakeModelTranscriber&)> configure) {
+        return [=](FakeModelEngine& e) { e.configureTranscriber = configure; };
+    };
+    const auto none = [](FakeModelEngine&) {};
+    const struct {
+        const char* rule;
+        std::function<void(FakeModelEngine&)> setUp;
+        Lines hints;
+        Lines lines;
+    } cases[] = {
+        // clang-format off
+        {"installed, with hints", none, {"東京", " 渋谷 "},
+         {check + "installed", "[SpeechService] contextualStrings applied count=2", usingAnalyzerLine}},
+        {"hints refused", transcriber([](auto& t) { t.contextFailure = "prompt too long"; }), {"東京"},
+         {check + "installed", "[SpeechService] Failed to apply contextualStrings: prompt too long",
+          usingAnalyzerLine}},
+        {"blank hints", none, {" ", "\n"}, {check + "installed", usingAnalyzerLine}},
+        {"unsupported", statuses({AssetStatus::unsupported}), {},
+         {check + "unsupported", notInstalled("unsupported")}},
+        {"unknown", statuses({AssetStatus::unknown}), {}, {check + "unknown", notInstalled("unknown")}},
+        {"installed by the request",
+         statuses({AssetStatus::supported, AssetStatus::installed}, Installation{0.25, {}}), {},
+         {check + "supported", installing + "0.25", after + "installed", usingAnalyzerLine}},
+        {"installation fails", statuses({AssetStatus::downloading}, Installation{0, "download failed"}),
+         {}, {check + "downloading", installing + "0.0", fallbackLine("download failed")}},
+        {"no installation request", statuses({AssetStatus::downloading}), {},
+         {check + "downloading", after + "downloading", notInstalled("downloading")}},
+        {"no module", [](auto& e) { e.available = false; }, {},
+         {fallbackLine("SpeechTranscriber is not available on this device")}},
+        {"unsupported locale", [](auto& e) { e.equivalent.reset(); }, {},
+         {fallbackLine("SpeechTranscriber does not support locale ja-JP (supportedCount=3)")}},
+        {"preparation fails", transcriber([](auto& t) { t.prepareFailure = "bad magic"; }), {},
+         {check + "installed", fallbackLine("bad magic")}},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.rule);
+        FakeModelEngine caseEngine;
+        c.setUp(caseEngine);
+        RecordingLog caseTrace;
+        auto caseService =
+            std::make_shared<SpeechService>(caseEngine, recognizers, clock, caseTrace);
+        caseService->setContextualStrings(c.hints);
+        auto caseAudio = std::make_shared<Channel<AudioBuffer>>();
+        caseService->startTranscription(caseAudio);
+        ASSERT_TRUE(waitUntil([&] { return caseService->activeEngine().has_value(); }));
+        EXPECT_EQ(caseService->activeEngine() == SpeechService::TranscriptionEngine::speechAnalyzer,
+                  c.lines.back() == usingAnalyzerLine);
+        EXPECT_EQ(caseTrace.lines(), c.lines);
+        caseAudio->close();
+        QCoro::waitFor(caseService->stop());
+    }
 }
 
-TEST_F(SpeechServiceTest, ModuleLocaleAndPrepareFailuresFallBackWithTheirDescriptions) {
-    engine.available = false;
-    expectFallsBackWith("SpeechTranscriber is not available on this device");
-    EXPECT_EQ(lines().size(), 1u) << "no check line when the module is missing";
-    stop();
-
-    engine.available = true;
-    engine.equivalent = std::nullopt;
-    audio = newAudio();
-    expectFallsBackWith("SpeechTranscriber does not support locale ja-JP (supportedCount=3)");
-    stop();
-
-    engine.equivalent = "ja-JP";
+// The model engine's results reach the stream in order; finishing the input finalises through the
+// end of it, so the finals still outstanding arrive before the stream ends.
+TEST_F(SpeechServiceTest, ModelEngineResultsAndOutstandingFinalsArriveBeforeTheStreamEnds) {
     engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
-        transcriber.prepareFailure = "ggml-base.bin: bad magic";
+        transcriber.finalsOutstandingAtFinalize = {"会議の", "資料です。"};
     };
-    audio = newAudio();
-    expectFallsBackWith("ggml-base.bin: bad magic");
-    stop();
-}
-
-TEST_F(SpeechServiceTest, StoppingTheAnalyzerDeliversOutstandingFinalsBeforeTheStreamEnds) {
-    engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
-        transcriber.finalsOutstandingAtFinalize = {"明日の会議の", "資料です。"};
-    };
+    service->setContextualStrings({"東京", " 渋谷 "});
     start();
     FakeModelTranscriber* transcriber = engine.transcriber();
+    ASSERT_NE(transcriber, nullptr);
+    EXPECT_EQ(transcriber->appliedContextualStrings, (Lines{"東京", "渋谷"}));
+    audio->send(buffer(1365));
+    audio->send(buffer(1366));
+    EXPECT_TRUE(waitUntil([&] { return transcriber->analyzedSampleCount == 2731; }));
     transcriber->pushResult("明日の", false);
-    audio->send(buffer(4096));
+    transcriber->pushResult("明日の", true);
+    EXPECT_EQ(events->receive(), TranscriptionEvent::partial("明日の"));
+
     audio->close();  // capture stops first
-    // Read while the service still holds the transcriber: stop() frees it.
-    EXPECT_TRUE(waitUntil([&] { return transcriber->inputFinished(); }));
-    stop();
+    auto finished = std::make_shared<bool>(false);
+    QCoro::Task<> finishing = flagOnceDone(service->finishInput(), finished);
+    ASSERT_TRUE(waitUntil([&] { return *finished; }));
     EXPECT_EQ(drainEvents(*events),
-              (std::vector<TranscriptionEvent>{TranscriptionEvent::partial("明日の"),
-                                               TranscriptionEvent::final_("明日の会議の"),
-                                               TranscriptionEvent::final_("資料です。")}));
+              (Events{TranscriptionEvent::final_("明日の"), TranscriptionEvent::final_("会議の"),
+                      TranscriptionEvent::final_("資料です。")}));
     EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
     EXPECT_FALSE(service->activeEngine().has_value());
 }
 
-TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
+TEST_F(SpeechServiceTest, ModelEngineFailuresAreTracedAndTheStreamStillEnds) {
     // Finalisation fails: traced, the analyser is cancelled, stop completes (and frees it).
     std::atomic<bool> cancelled = false;
     engine.configureTranscriber = [&cancelled](FakeModelTranscriber& transcriber) {
@@ -282,16 +238,14 @@ TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
     engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
         transcriber.analyzeFailure = "out of memory";
     };
-    audio = newAudio();
     start();
     audio->send(buffer(10));
-    EXPECT_TRUE(drainEvents(*events).empty());
+    EXPECT_TRUE(waitUntil([&] { return events->isClosed(); }));
     EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer input loop error: out of memory"));
     stop();
 
     // The result sequence fails: traced, the stream stays open until stop.
     engine.configureTranscriber = nullptr;
-    audio = newAudio();
     start();
     engine.transcriber()->failResults("model crashed");
     EXPECT_TRUE(waitUntil([&] {
@@ -304,102 +258,86 @@ TEST_F(SpeechServiceTest, AnalyzerFailuresAreTracedAndTheStreamStillEnds) {
 }
 
 TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHintOptions) {
-    engine.available = false;
     service->setContextualStrings({" 東京 ", "渋谷"});
-    start();
-    ASSERT_EQ(recognizers.requestedLocale, "ja-JP");
+    const auto task = startFallback();
+    EXPECT_EQ(recognizers.requestedLocale, "ja-JP");
     EXPECT_EQ(recognizers.authorizationRequests, 1);
-    auto tasks = recognizers.localeRecognizer->tasks();
-    ASSERT_EQ(tasks.size(), 1u);
-    const auto& options = tasks[0]->options;
-    EXPECT_TRUE(options.shouldReportPartialResults && options.requiresOnDeviceRecognition);
-    EXPECT_FALSE(options.addsPunctuation);
-    EXPECT_EQ(options.contextualStrings, (std::vector<std::string>{"東京", "渋谷"}));
+    EXPECT_TRUE(task->options.shouldReportPartialResults &&
+                task->options.requiresOnDeviceRecognition);
+    EXPECT_FALSE(task->options.addsPunctuation);
+    EXPECT_EQ(task->options.contextualStrings, (Lines{"東京", "渋谷"}));
 
     audio->send(buffer(1365));
     audio->send(buffer(1366));
-    EXPECT_TRUE(waitUntil([&] { return tasks[0]->appendedSamples() == 2731; }));
-
-    tasks[0]->deliverPartial("あした");
-    tasks[0]->deliverFinal("あしたは");
+    EXPECT_TRUE(waitUntil([&] { return task->appendedSamples == 2731; }));
+    task->deliverPartial("あした");
     EXPECT_EQ(events->receive(), TranscriptionEvent::partial("あした"));
-    EXPECT_EQ(events->receive(), TranscriptionEvent::final_("あしたは"));
 
     audio->close();
-    EXPECT_TRUE(waitUntil([&] { return tasks[0]->catchUpCount() == 1; }))
+    EXPECT_TRUE(waitUntil([&] { return task->catchUpCount == 1; }))
         << "the consumer has the current request catch up when the stream ends";
-
     // Finishing the input then ends the audio and waits for the recogniser to decode its end, so
     // the last final arrives instead of being cancelled.
     auto finished = std::make_shared<bool>(false);
     QCoro::Task<> finishing = flagOnceDone(service->finishInput(), finished);
-    tasks[0]->decodeEnd();
-    ASSERT_TRUE(waitUntil([&] { return tasks[0]->endAudioCount() == 1; }));
-    EXPECT_FALSE(*finished || tasks[0]->wasCancelled());
-    tasks[0]->deliverFinal("最後");
-    tasks[0]->decodeEnd();
+    task->decodeEnd();
+    ASSERT_TRUE(waitUntil([&] { return task->endAudioCount == 1; }));
+    EXPECT_FALSE(*finished || task->cancelled);
+    task->deliverFinal("最後");
+    task->decodeEnd();
     ASSERT_TRUE(waitUntil([&] { return *finished; }));
-    EXPECT_EQ(drainEvents(*events),
-              (std::vector<TranscriptionEvent>{TranscriptionEvent::final_("最後")}));
+    EXPECT_EQ(drainEvents(*events), (Events{TranscriptionEvent::final_("最後")}));
 }
 
+// A final closes the segment and a new request takes the following audio 0.1 s later; "no speech
+// detected" restarts after 0.3 s, silently; a cancelled request ends silently, and any other error
+// is traced and ends recognition for this dictation.
 TEST_F(SpeechServiceTest, FallbackRestartsAfterAFinalAndAfterNoSpeechButNotForOtherErrors) {
-    engine.available = false;
     recognizers.localeRecognizer->onDevice = false;
-    start();
-    auto recognizer = recognizers.localeRecognizer;
-    ASSERT_EQ(recognizer->tasks().size(), 1u);
-    EXPECT_FALSE(recognizer->tasks()[0]->options.requiresOnDeviceRecognition);
-    EXPECT_TRUE(recognizer->tasks()[0]->options.contextualStrings.empty());
-
-    // A final closes the segment; a new request takes over 0.1 s later.
-    recognizer->tasks()[0]->deliverFinal("一つ目。");
-    clock.advance(99ms);
-    EXPECT_EQ(recognizer->tasks().size(), 1u);
-    clock.advance(1ms);
-    ASSERT_EQ(recognizer->tasks().size(), 2u);
-
-    // The new request receives the following audio.
-    audio->send(buffer(800));
-    EXPECT_TRUE(waitUntil([&] { return recognizer->tasks()[1]->appendedSamples() == 800; }));
-    EXPECT_EQ(recognizer->tasks()[0]->appendedSamples(), 0u);
-
-    // "No speech detected" (1110) is silent and restarts after 0.3 s.
-    recognizer->tasks()[1]->deliverError(1110, "No speech detected");
-    clock.advance(299ms);
-    EXPECT_EQ(recognizer->tasks().size(), 2u);
-    clock.advance(1ms);
-    ASSERT_EQ(recognizer->tasks().size(), 3u);
-
-    // A cancelled request (216) is silent and does not restart.
-    recognizer->tasks()[2]->deliverError(216, "Request was canceled");
-    clock.advance(1s);
-    EXPECT_EQ(recognizer->tasks().size(), 3u);
-
-    // Other errors are traced and end recognition for this dictation.
-    recognizer->tasks()[2]->deliverError(203, "Retry");
-    clock.advance(1s);
-    EXPECT_EQ(recognizer->tasks().size(), 3u);
-
-    EXPECT_EQ(lines(), (std::vector<std::string>{
-                           fallbackLine("SpeechTranscriber is not available on this device"),
-                           "[SpeechService] Recognition error: Retry"}));
+    startFallback();
+    const auto& recognizer = *recognizers.localeRecognizer;
+    EXPECT_FALSE(recognizer.tasks()[0]->options.requiresOnDeviceRecognition);
+    EXPECT_TRUE(recognizer.tasks()[0]->options.contextualStrings.empty());
+    using Task = FakeSegmentRecognitionTask;
+    const struct {
+        std::function<void(Task&)> deliver;
+        std::optional<std::chrono::milliseconds> restartAfter;
+    } steps[] = {
+        {[](Task& task) { task.deliverFinal("一つ目。"); }, 100ms},
+        {[](Task& task) { task.deliverError(1110, "No speech detected"); }, 300ms},
+        {[](Task& task) { task.deliverError(216, "Request was canceled"); }, std::nullopt},
+        {[](Task& task) { task.deliverError(203, "Retry"); }, std::nullopt},
+    };
+    for (const auto& step : steps) {
+        const std::size_t before = recognizer.tasks().size();
+        SCOPED_TRACE(before);
+        step.deliver(*recognizer.tasks().back());
+        clock.advance(step.restartAfter.value_or(1s) - 1ms);
+        EXPECT_EQ(recognizer.tasks().size(), before);
+        clock.advance(1ms);
+        ASSERT_EQ(recognizer.tasks().size(), before + (step.restartAfter ? 1 : 0));
+        if (step.restartAfter) {  // the new request receives the following audio
+            audio->send(buffer(800));
+            EXPECT_TRUE(
+                waitUntil([&] { return recognizer.tasks()[before]->appendedSamples == 800; }));
+        }
+    }
+    EXPECT_EQ(recognizer.tasks()[0]->appendedSamples.load(), 0u);
+    EXPECT_EQ(trace.lines(),
+              (Lines{fallbackLine("SpeechTranscriber is not available on this device"),
+                     "[SpeechService] Recognition error: Retry"}));
     audio->close();
     stop();
-    EXPECT_EQ(drainEvents(*events),
-              (std::vector<TranscriptionEvent>{TranscriptionEvent::final_("一つ目。")}));
+    EXPECT_EQ(drainEvents(*events), (Events{TranscriptionEvent::final_("一つ目。")}));
 }
 
 TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) {
-    engine.available = false;
-    start();
-    auto task = recognizers.localeRecognizer->tasks().at(0);
+    const auto task = startFallback();
     task->deliverPartial("途中");
     stop();
-    EXPECT_TRUE(task->wasCancelled());
-    EXPECT_GE(task->endAudioCount(), 1);
-    EXPECT_EQ(drainEvents(*events),
-              (std::vector<TranscriptionEvent>{TranscriptionEvent::partial("途中")}))
+    EXPECT_TRUE(task->cancelled);
+    EXPECT_GE(task->endAudioCount.load(), 1);
+    EXPECT_EQ(drainEvents(*events), (Events{TranscriptionEvent::partial("途中")}))
         << "a final that never came is not waited for";
     EXPECT_FALSE(service->activeEngine().has_value());
 
@@ -412,31 +350,27 @@ TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) 
     // The stopped dictation's audio ending late (its consumer thread starved) must not end the
     // audio of the next dictation's request.
     const auto first = audio;
-    audio = newAudio();
     start();
     auto next = recognizers.localeRecognizer->tasks().at(1);
     first->close();
     // Nothing to wait for when it is right: the stopped dictation's thread gets a moment to err.
     std::this_thread::sleep_for(200ms);
-    EXPECT_EQ(next->endAudioCount(), 0);
+    EXPECT_EQ(next->catchUpCount.load(), 0);
 }
 
 // The recogniser decodes only when the test says so, as one behind real time does: the stop of a
 // kept dictation cancels it only once the captured audio is in its last partial, or at the
 // deadline.
 TEST_F(SpeechServiceTest, StoppingAKeptFallbackDictationWaitsForTheRecognizerToCatchUp) {
-    engine.available = false;
     for (const bool catchesUp : {true, false}) {
-        audio = newAudio();
-        start();
-        auto task = recognizers.localeRecognizer->tasks().back();
+        const auto task = startFallback();
         task->deliverPartial("明日の");
         audio->send(buffer(4096));
         audio->close();  // capture stops first
         auto stopped = std::make_shared<bool>(false);
         QCoro::Task<> stopping = flagOnceDone(service->stopAfterCatchingUp(), stopped);
-        ASSERT_TRUE(waitUntil([&] { return task->catchUpCount() == 1; }));
-        EXPECT_FALSE(*stopped || task->wasCancelled());
+        ASSERT_TRUE(waitUntil([&] { return task->catchUpCount == 1; }));
+        EXPECT_FALSE(*stopped || task->cancelled);
         if (catchesUp) {
             task->deliverPartial("明日の会議");
             task->decodeEnd();
@@ -444,11 +378,11 @@ TEST_F(SpeechServiceTest, StoppingAKeptFallbackDictationWaitsForTheRecognizerToC
             clock.advance(SpeechService::legacyCatchUpDeadline);
         }
         ASSERT_TRUE(waitUntil([&] { return *stopped; }));
-        EXPECT_TRUE(task->wasCancelled());
+        EXPECT_TRUE(task->cancelled);
         EXPECT_EQ(drainEvents(*events).back(),
                   TranscriptionEvent::partial(catchesUp ? "明日の会議" : "明日の"));
     }
-    EXPECT_EQ(lines().back(),
+    EXPECT_EQ(trace.lines().back(),
               "[SpeechService] Fallback recogniser still behind after 1500 ms; stopping with its "
               "last partial");
 }
@@ -464,11 +398,9 @@ TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARec
     // Then an unavailable default recogniser, then none at all.
     recognizers.defaultRecognizer->available = false;
     for (int round = 0; round < 2; ++round) {
-        audio = newAudio();
         start();
-        EXPECT_TRUE(events->isClosed());
-        EXPECT_EQ(events->receive(), std::nullopt);
-        EXPECT_EQ(lines().back(), "[SpeechService] No SFSpeechRecognizer available");
+        EXPECT_TRUE(drainEvents(*events).empty());
+        EXPECT_EQ(trace.lines().back(), "[SpeechService] No SFSpeechRecognizer available");
         stop();
         recognizers.defaultRecognizer = nullptr;
     }
@@ -477,10 +409,8 @@ TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARec
 TEST_F(SpeechServiceTest, StopWithNothingStartedIsHarmlessAndTasksGiveUpOnceTheServiceIsGone) {
     stop();
     stop();
-    EXPECT_TRUE(lines().empty());
-    engine.available = false;
-    start();
-    auto task = recognizers.localeRecognizer->tasks().at(0);
+    EXPECT_TRUE(trace.lines().empty());
+    const auto task = startFallback();
     service.reset();
     task->deliverFinal("後");
     clock.advance(1s);

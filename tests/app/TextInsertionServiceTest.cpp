@@ -211,27 +211,6 @@ TEST_F(TextInsertionServiceTest, ImageOnlyClipboardIsLeftEmptyAndWithoutRestoreT
     }
 }
 
-TEST_F(TextInsertionServiceTest, AccessibilityErrorsFallBackWithTheirNames) {
-    using Outcome = platform::AccessibilityClient::Outcome;
-    accessibility.element.reset();
-    accessibility.focusOutcome = Outcome::noFocusedElement;
-    targetFetchesAfter(1ms);
-    insert("a");
-    runFor(clock, 300ms);
-    EXPECT_EQ(result, true);
-    EXPECT_EQ(trace.lines()[1],
-              "[TextInsertion] Failed to get focused UI element: noFocusedElement");
-
-    trace.clear();
-    accessibility.element = std::make_shared<FakeAccessibilityClient::Element>();
-    accessibility.setOutcome = Outcome::unsupportedToolkit;
-    insert("b");
-    runFor(clock, 300ms);
-    EXPECT_EQ(trace.lines()[1],
-              "[TextInsertion] Failed to set selected text with AX: unsupportedToolkit");
-    EXPECT_EQ(keys.pasteCount, 2);
-}
-
 TEST_F(TextInsertionServiceTest, PasteboardFailuresReturnFalse) {
     elementIgnoresSet();
     pasteboard.writeFails = true;
@@ -263,14 +242,8 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
     FakeInputMethodCommitter ibus{"ibus", {Outcome::delivered, "InputContext_3"}};
     FakePreferences preferences;
     app::PreferenceKeys::registerDefaults(preferences);  // as the session controller does
-    app::TextInsertionService withInputMethods{{.accessibility = accessibility,
-                                                .pasteboard = pasteboard,
-                                                .keySynthesizer = keys,
-                                                .workspace = workspace,
-                                                .clock = clock,
-                                                .traceOutput = trace,
-                                                .inputMethods = {&fcitx5, &ibus},
-                                                .preferences = &preferences}};
+    app::TextInsertionService withInputMethods{
+        {accessibility, pasteboard, keys, workspace, clock, trace, {&fcitx5, &ibus}, &preferences}};
     accessibility.trusted = false;
     runInsert(withInputMethods, "日本語👍🏽", true, result);
     settle(clock);

@@ -70,8 +70,8 @@ TEST_F(KelvoWorkerTest, TranscribesAndProcessesThroughTheWorkerWithTheDefaults) 
     ASSERT_EQ(requests.size(), 2u);
     EXPECT_EQ(requests[0].path, "/v1/transcribe");
     EXPECT_EQ(requests[0].header("Authorization"), "Bearer secret-token");
-    EXPECT_EQ(requests[0].files.find("model")->second.content, "whisper-1");
-    EXPECT_EQ(requests[0].files.find("language")->second.content, "ja");
+    EXPECT_EQ(requests[0].field("model"), "whisper-1");
+    EXPECT_EQ(requests[0].field("language"), "ja");
     EXPECT_EQ(requests[1].path, "/v1/process");
     EXPECT_EQ(Json::parse(requests[1].body)["summaryLevel"], "bullets");
 }
@@ -97,7 +97,7 @@ TEST_F(KelvoWorkerTest, TokensComeFromTheEnvironmentUnlessGivenOnTheCommandLine)
     EXPECT_EQ(requests[2].header("X-Device-Token"), "device");
     EXPECT_FALSE(requests[2].hasHeader("Authorization"));
     EXPECT_FALSE(requests[3].hasHeader("Authorization"));
-    EXPECT_EQ(requests[3].files.find("model")->second.content, "m-2");
+    EXPECT_EQ(requests[3].field("model"), "m-2");
 }
 
 TEST_F(KelvoWorkerTest, WorkerFailureExitsWithItsDescriptionAndRecordsNothing) {

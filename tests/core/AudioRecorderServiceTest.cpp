@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <regex>
+#include <optional>
 #include <string>
 
 #include "core/services/AudioRecorderError.h"
@@ -20,82 +20,50 @@ namespace {
 
 using testing::RecorderTestFolder;
 
-// Counts events on the capture thread (a source drained, a block read), so that a test can wait for
-// them before it stops the recording: a stop that comes first records less, or nothing.
-class EventCounter {
-  public:
-    void increment() {
-        count_.fetch_add(1);
-        count_.notify_all();
-    }
-    int count() const { return count_.load(); }
-    void waitFor(int target) const {
-        ASSERT_TRUE(test::waitUntil([&] { return count_.load() >= target; })) << target;
-    }
+// Events on the capture thread (a source drained, a block read) are counted, so that a test can
+// wait for them before it stops the recording: a stop that comes first records less, or nothing.
+using EventCounter = std::atomic<int>;
 
-  private:
-    std::atomic<int> count_{0};
-};
+void waitFor(const EventCounter& events, int target) {
+    ASSERT_TRUE(test::waitUntil([&] { return events.load() >= target; })) << target;
+}
 
-// Delivers a fixed number of tone samples, then ends.
-class FiniteSource : public AudioSampleSource {
+// Delivers `sampleCount` samples and ends, counting the end on `events`; without a count it never
+// ends and counts every read (a block that has been read is written even when the stop comes
+// right after).
+class ScriptedSource : public AudioSampleSource {
   public:
-    FiniteSource(std::size_t sampleCount, EventCounter& drained)
-        : samples_(testing::sineSamples(440, 0.3, sampleRateHz, sampleCount)), drained_(drained) {}
+    ScriptedSource(std::optional<std::size_t> sampleCount, EventCounter& events)
+        : left_(sampleCount), events_(events) {}
 
     std::size_t read(std::span<std::int16_t> out) override {
-        const std::size_t count = std::min(out.size(), samples_.size() - position_);
-        std::copy_n(samples_.begin() + static_cast<std::ptrdiff_t>(position_), count, out.begin());
-        position_ += count;
-        if (count < out.size()) {
-            drained_.increment();
+        const std::size_t count = std::min(out.size(), left_.value_or(out.size()));
+        std::fill_n(out.begin(), count, std::int16_t{1000});
+        if (left_) {
+            *left_ -= count;
+        }
+        if (!left_ || count < out.size()) {
+            ++events_;
         }
         return count;
     }
 
   private:
-    std::vector<std::int16_t> samples_;
-    std::size_t position_ = 0;
-    EventCounter& drained_;
+    std::optional<std::size_t> left_;
+    EventCounter& events_;
 };
 
-// Never ends: the recording runs until it is stopped. Counts its reads; a block that has been read
-// is written even when the stop comes right after.
-class EndlessSource : public AudioSampleSource {
-  public:
-    explicit EndlessSource(EventCounter& reads) : reads_(reads) {}
-
-    std::size_t read(std::span<std::int16_t> out) override {
-        std::fill(out.begin(), out.end(), std::int16_t{1000});
-        reads_.increment();
-        return out.size();
-    }
-
-  private:
-    EventCounter& reads_;
-};
-
-AudioRecorderService::SourceFactory finiteSources(std::size_t sampleCount, EventCounter& drained) {
-    return [sampleCount, &drained] { return std::make_unique<FiniteSource>(sampleCount, drained); };
+AudioRecorderService::SourceFactory sources(std::optional<std::size_t> count,
+                                            EventCounter& events) {
+    return [count, &events] { return std::make_unique<ScriptedSource>(count, events); };
 }
 
-// Stopping fails with this case and its description, and the service stays idle.
-void expectStopFails(AudioRecorderService& service, AudioRecorderError::Case errorCase,
-                     const char* description) {
-    const auto error = test::thrown<AudioRecorderError>([&] { service.stopRecording(); });
-    ASSERT_TRUE(error) << description;
-    EXPECT_EQ(error->errorCase(), errorCase);
-    EXPECT_STREQ(error->what(), description);
+// What stopping says when it fails (the service is idle after it).
+std::string stopFailure(AudioRecorderService& service) {
+    return test::whatOf<AudioRecorderError>([&] { service.stopRecording(); });
 }
-
-void expectNotRecording(AudioRecorderService& service) {
-    expectStopFails(service, AudioRecorderError::Case::notRecording, "Recording has not started");
-}
-
-void expectFileNotFound(AudioRecorderService& service) {
-    expectStopFails(service, AudioRecorderError::Case::fileNotFound,
-                    "Recorded audio file not found");
-}
+constexpr const char* kNotRecording = "Recording has not started";
+constexpr const char* kFileNotFound = "Recorded audio file not found";
 
 // --- state rules (scripted sources) ------------------------------------------------------------
 
@@ -104,43 +72,41 @@ TEST(AudioRecorderServiceRules, RemovedOrEmptyRecordingFailsFileNotFoundAndLeave
     for (const std::size_t sampleCount : {3200, 0}) {
         SCOPED_TRACE(sampleCount);
         RecorderTestFolder folder;
-        EventCounter drained;
-        AudioRecorderService service(finiteSources(sampleCount, drained));
+        EventCounter drained{0};
+        AudioRecorderService service(sources(sampleCount, drained));
         service.startRecording();
-        drained.waitFor(1);
+        waitFor(drained, 1);
         const std::vector<std::string> names = folder.fileNames();
         ASSERT_EQ(names.size(), 1u);
         if (sampleCount > 0) {
             std::filesystem::remove(folder.path() / names[0]);
         }
-        expectFileNotFound(service);
-        expectNotRecording(service);
+        EXPECT_EQ(stopFailure(service), kFileNotFound);
+        EXPECT_EQ(stopFailure(service), kNotRecording);
         EXPECT_TRUE(folder.fileNames().empty());
     }
 }
 
 TEST(AudioRecorderServiceRules, EachStoppedRecordingIsANewUuidNamedFileInTheTemporaryFolder) {
     RecorderTestFolder folder;
-    EventCounter drained;
-    AudioRecorderService service(finiteSources(3200, drained));
-    expectNotRecording(service);
+    EventCounter drained{0};
+    AudioRecorderService service(sources(3200, drained));
+    EXPECT_EQ(stopFailure(service), kNotRecording);
     service.startRecording();
-    drained.waitFor(1);
+    waitFor(drained, 1);
     const auto first = service.stopRecording();
-    expectNotRecording(service);
+    EXPECT_EQ(stopFailure(service), kNotRecording);
     service.startRecording();
-    drained.waitFor(2);
+    waitFor(drained, 2);
     const auto second = service.stopRecording();
 
     EXPECT_NE(first, second);
     for (const auto& path : {first, second}) {
         EXPECT_EQ(path.parent_path(), folder.path());
         const std::string name = path.filename().string();
-        std::smatch match;
-        ASSERT_TRUE(std::regex_match(name, match, std::regex("kelvo-recording-(.*)\\.m4a")))
-            << name;
-        EXPECT_TRUE(isUuid(match[1].str()));
-        EXPECT_EQ(canonicalUuid(match[1].str()), match[1].str()) << "upper-case form";
+        ASSERT_TRUE(name.starts_with("kelvo-recording-") && name.ends_with(".m4a")) << name;
+        const std::string id = name.substr(16, name.size() - 20);
+        EXPECT_TRUE(isUuid(id) && canonicalUuid(id) == id) << "an upper-case UUID: " << name;
     }
     EXPECT_EQ(folder.fileNames().size(), 2u) << "the caller deletes recordings, not the service";
     EXPECT_EQ(service.lastRecordingSampleCount(), 3200);
@@ -150,8 +116,9 @@ TEST(AudioRecorderServiceRules, EachStoppedRecordingIsANewUuidNamedFileInTheTemp
 TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
     RecorderTestFolder folder;
     {
-        EventCounter reads;
-        AudioRecorderService service([&] { return std::make_unique<EndlessSource>(reads); });
+        EventCounter reads{0};
+        AudioRecorderService service(
+            [&] { return std::make_unique<ScriptedSource>(std::nullopt, reads); });
         service.startRecording();
         const std::vector<std::string> earlier = folder.fileNames();
         ASSERT_EQ(earlier.size(), 1u);
@@ -159,12 +126,12 @@ TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
         // Starting again replaces the earlier recording, whose file goes away (and whose reads
         // are over once the start returns).
         service.startRecording();
-        const int earlierReads = reads.count();
+        const int earlierReads = reads.load();
         const std::vector<std::string> now = folder.fileNames();
         ASSERT_EQ(now.size(), 1u);
         EXPECT_NE(now[0], earlier[0]);
 
-        reads.waitFor(earlierReads + 1);
+        waitFor(reads, earlierReads + 1);
         const auto path = service.stopRecording();
         EXPECT_EQ(path.filename(), now[0]);
         EXPECT_EQ(testing::probeAudioFile(path).codecName, "aac");
@@ -180,22 +147,22 @@ TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {
 TEST(AudioRecorderServiceRules, FailingSourceLeavesTheServiceAsItWas) {
     RecorderTestFolder folder;
     std::atomic<bool> fail{false};
-    EventCounter drained;
+    EventCounter drained{0};
     AudioRecorderService service([&]() -> std::unique_ptr<AudioSampleSource> {
         if (fail) {
             throw PulseAudioCapture::Error("Connection refused");
         }
-        return std::make_unique<FiniteSource>(3200, drained);
+        return std::make_unique<ScriptedSource>(3200, drained);
     });
     fail = true;
     EXPECT_THROW(service.startRecording(), PulseAudioCapture::Error);
     EXPECT_TRUE(folder.fileNames().empty());
-    expectNotRecording(service);
+    EXPECT_EQ(stopFailure(service), kNotRecording);
 
     // A failed restart keeps the recording that was under way.
     fail = false;
     service.startRecording();
-    drained.waitFor(1);
+    waitFor(drained, 1);
     fail = true;
     EXPECT_THROW(service.startRecording(), PulseAudioCapture::Error);
     EXPECT_NO_THROW(service.stopRecording());
@@ -225,18 +192,17 @@ TEST_F(AudioRecorderServicePulseAudio, ImmediateStopLeavesNoUnreadableFile) {
         EXPECT_EQ(error.errorCase(), AudioRecorderError::Case::fileNotFound);
     }
     EXPECT_TRUE(folder_.fileNames().empty());
-    expectNotRecording(service);
+    EXPECT_EQ(stopFailure(service), kNotRecording);
 }
 
 TEST_F(AudioRecorderServicePulseAudio, UnreachableServerFailsWithPulseAudiosMessage) {
-    const std::string server = std::getenv("PULSE_SERVER");
-    ::setenv("PULSE_SERVER", ("unix:" + (folder_.path() / "no-server").string()).c_str(), 1);
+    const testing::ScopedEnvironment server("PULSE_SERVER",
+                                            "unix:" + (folder_.path() / "no-server").string());
     AudioRecorderService service;
     EXPECT_EQ(test::whatOf<PulseAudioCapture::Error>([&] { service.startRecording(); }),
               "Connection refused");
-    ::setenv("PULSE_SERVER", server.c_str(), 1);
     EXPECT_TRUE(folder_.fileNames().empty());
-    expectNotRecording(service);
+    EXPECT_EQ(stopFailure(service), kNotRecording);
 }
 
 }  // namespace

@@ -26,7 +26,6 @@ Edit del(std::size_t offset, std::size_t length) {
 }
 
 struct Case {
-    const char* name;
     // The field right after the dictation, the dictated text between « and ».
     std::string field;
     std::vector<Edit> edits;
@@ -77,61 +76,43 @@ std::string run(const Case& c) {
 
 TEST(CorrectionDetectorTest, EditSequencesAfterADictation) {
     const Case cases[] = {
-        // Corrections.
-        {"word replaced",
-         "«send the report to the team»",
-         {del(23, 4), ins(23, "crew")},
-         "team→crew"},
-        {"selection typed over letter by letter",
-         "«send the report to the team»",
+        // Corrections: a word replaced, typed over letter by letter, one letter of it changed.
+        {"«send the report to the team»", {del(23, 4), ins(23, "crew")}, "team→crew"},
+        {"«send the report to the team»",
          {del(23, 4), ins(23, "c"), ins(24, "r"), ins(25, "e"), ins(26, "w")},
          "team→crew"},
-        {"one letter of a word", "«the tram left»", {del(5, 1), ins(5, "e")}, "tram→team"},
-        {"kana converted to kanji",
-         "«とうきょうに行きます»",
-         {del(0, 5), ins(0, "東京")},
-         "とうきょう→東京 (とうきょう)"},
-        {"kanji written as kana",
-         "«綺麗な花»",
-         {del(0, 2), ins(0, "きれい")},
-         "綺麗→きれい (きれい)"},
-        {"one kanji of a name", "«斉藤さんに連絡»", {del(0, 1), ins(0, "斎")}, "斉藤→斎藤"},
-        {"hiragana retyped as katakana",
-         "«これはてすとです»",
-         {del(3, 3), ins(3, "テスト")},
-         "てすと→テスト"},
-        {"existing entry",
-         "«クバネティスの勉強会»",
+        {"«the tram left»", {del(5, 1), ins(5, "e")}, "tram→team"},
+        // Kana to kanji and back, one kanji of a name, hiragana retyped as katakana.
+        {"«とうきょうに行きます»", {del(0, 5), ins(0, "東京")}, "とうきょう→東京 (とうきょう)"},
+        {"«綺麗な花»", {del(0, 2), ins(0, "きれい")}, "綺麗→きれい (きれい)"},
+        {"«斉藤さんに連絡»", {del(0, 1), ins(0, "斎")}, "斉藤→斎藤"},
+        {"«これはてすとです»", {del(3, 3), ins(3, "テスト")}, "てすと→テスト"},
+        {"«クバネティスの勉強会»",
          {del(0, 6), ins(0, "Kubernetes")},
-         "クバネティス→Kubernetes @kubernetes"},
-        {"after the user's own text, which they also shortened",
-         "Dear all, as discussed yesterday «send the report to the team»",
+         "クバネティス→Kubernetes @kubernetes"},  // an existing entry
+        // After the user's own text, which they also shortened, or edited on both sides too.
+        {"Dear all, as discussed yesterday «send the report to the team»",
          {del(0, 10), del(46, 4), ins(46, "crew")},
          "team→crew"},
-        {"the user's own text edited on both sides too",
-         "Dear Bob, «send the report» Bye",
+        {"Dear Bob, «send the report» Bye",
          {del(5, 3), ins(5, "Rob"), del(26, 3), ins(26, "Cya"), del(10, 4), ins(10, "mail")},
          "send→mail"},
-        // Not corrections.
-        {"already in the entry", "«クーベネティスの勉強会»", {del(0, 7), ins(0, "Kubernetes")}, ""},
-        {"pure addition", "«send the report»", {ins(15, " now")}, ""},
-        {"pure deletion", "«send the report today»", {del(15, 6)}, ""},
-        {"punctuation", "«はい、そうです»", {del(2, 1), ins(2, "。")}, ""},
-        {"spacing", "«東京　大阪»", {del(2, 1), ins(2, " ")}, ""},
-        {"word retyped unchanged", "«send the report»", {del(9, 6), ins(9, "report")}, ""},
-        {"sentence rewritten", "«今日は会議です»", {del(0, 7), ins(0, "明日は休みです")}, ""},
-        {"most of it in English",
-         "«send the report to the team»",
-         {del(0, 27), ins(0, "call me later")},
-         ""},
-        {"the user's own text before it",
-         "Dear Bob, «send the report»",
-         {del(5, 3), ins(5, "Rob")},
-         ""},
-        {"across the start of the dictation", "note: «team meeting»", {del(4, 6), ins(4, "d")}, ""},
+        // Not corrections: already in the entry, pure addition or deletion, punctuation, spacing,
+        // a word retyped unchanged, a sentence rewritten, most of it in English, the user's own
+        // text before it, an edit across the start of the dictation.
+        {"«クーベネティスの勉強会»", {del(0, 7), ins(0, "Kubernetes")}, ""},
+        {"«send the report»", {ins(15, " now")}, ""},
+        {"«send the report today»", {del(15, 6)}, ""},
+        {"«はい、そうです»", {del(2, 1), ins(2, "。")}, ""},
+        {"«東京　大阪»", {del(2, 1), ins(2, " ")}, ""},
+        {"«send the report»", {del(9, 6), ins(9, "report")}, ""},
+        {"«今日は会議です»", {del(0, 7), ins(0, "明日は休みです")}, ""},
+        {"«send the report to the team»", {del(0, 27), ins(0, "call me later")}, ""},
+        {"Dear Bob, «send the report»", {del(5, 3), ins(5, "Rob")}, ""},
+        {"note: «team meeting»", {del(4, 6), ins(4, "d")}, ""},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(run(c), c.expected) << c.name;
+        EXPECT_EQ(run(c), c.expected) << c.field;
     }
 }
 

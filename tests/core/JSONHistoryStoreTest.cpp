@@ -58,19 +58,6 @@ class JSONHistoryStoreTest : public ::testing::Test {
     }
 };
 
-TEST_F(JSONHistoryStoreTest, AppendPutsTheNewestFirstAndRoundTripsDates) {
-    const HistoryItem first = item(1);
-    const HistoryItem second = item(2);
-    store.appendItem(first);
-    store.appendItem(second);
-    EXPECT_EQ(store.recentItems(10), (std::vector<HistoryItem>{second, first}));
-    // Dates are plain seconds since 2001 and Japanese text is written as it is.
-    const std::string text = contentsOf(file);
-    EXPECT_NE(text.find("\"createdAt\": 700000002.25"), std::string::npos) << text;
-    EXPECT_NE(text.find("第2項"), std::string::npos);
-    EXPECT_TRUE(text.starts_with("[\n  {\n    \"id\": ")) << text;
-}
-
 TEST_F(JSONHistoryStoreTest, ADamagedFileIsMovedAsideOnceAndAFreshHistoryStarts) {
     std::vector<std::pair<std::filesystem::path, std::string>> reports;
     JSONHistoryStore reporting(file, [&](const std::filesystem::path& damaged,
@@ -137,9 +124,18 @@ TEST_F(JSONHistoryStoreTest, HistoryIsCappedAtFiveHundredRecords) {
     EXPECT_TRUE(kept.starts_with("あx") && kept.ends_with("x…"));
 }
 
-TEST_F(JSONHistoryStoreTest, RecentItemsReturnsTheNewestAndReportsDamage) {
+TEST_F(JSONHistoryStoreTest, NewestFirstWithDatesAsWrittenAndDamageReported) {
     EXPECT_TRUE(store.recentItems(5).empty());
     EXPECT_FALSE(std::filesystem::exists(file));
+    const std::vector<HistoryItem> appended = items(2);
+    store.appendItem(appended[1]);
+    store.appendItem(appended[0]);
+    EXPECT_EQ(store.recentItems(10), appended);
+    // Dates are plain seconds since 2001 and Japanese text is written as it is.
+    const std::string text = contentsOf(file);
+    EXPECT_NE(text.find("\"createdAt\": 700000001.25"), std::string::npos) << text;
+    EXPECT_NE(text.find("第1項"), std::string::npos);
+    EXPECT_TRUE(text.starts_with("[\n  {\n    \"id\": ")) << text;
 
     const auto ten = items(10);
     storeDirectly(ten);
@@ -199,9 +195,8 @@ TEST_F(JSONHistoryStoreTest, ConcurrentWritersLoseNoRecord) {
     EXPECT_EQ(stored().size(), 2u * kPerWriter);
 
     // A writer that never lets go makes the next one give up with a reason, not wait for ever.
-    std::future<std::string> waiting;
-    std::optional<FolderLock> held(std::in_place, folder.path(), file);
-    waiting = std::async(std::launch::async, [&] {
+    const FolderLock held(folder.path(), file);
+    auto waiting = std::async(std::launch::async, [&] {
         return test::whatOf<FileError>(
             [&] { FolderLock(folder.path(), file, std::chrono::milliseconds(50)); });
     });

@@ -45,13 +45,9 @@ TEST(JsonFile, ParseErrorsNameTheFile) {
 // nlohmann reports a number beyond a double as out of range, not as a syntax error; a store must
 // still see a damaged file, and the history must still move it aside and record.
 TEST(JsonFile, ANumberBeyondADoubleIsInvalidJsonNamingTheFile) {
-    try {
-        jsonfile::parse("/data/history.json", "[{\"createdAt\": -1e999}]");
-        FAIL() << "parse should fail";
-    } catch (const DecodingError& error) {
-        EXPECT_STREQ(error.what(),
-                     "/data/history.json: invalid JSON: number overflow parsing '-1e999'");
-    }
+    EXPECT_EQ(test::whatOf<DecodingError>(
+                  [] { jsonfile::parse("/data/history.json", "[{\"createdAt\": -1e999}]"); }),
+              "/data/history.json: invalid JSON: number overflow parsing '-1e999'");
 }
 
 TEST(JsonFile, NestingIsLimitedOutsideTextsOnly) {
@@ -60,12 +56,11 @@ TEST(JsonFile, NestingIsLimitedOutsideTextsOnly) {
     };
     EXPECT_NO_THROW(jsonfile::parse("a.json", nested(jsonfile::maximumNestingDepth)));
     EXPECT_NO_THROW(jsonfile::parse("a.json", "[\"" + std::string(1000, '[') + "\\\"\"]"));
-    try {
-        jsonfile::parse("/data/a.json", "{\"a\": " + nested(jsonfile::maximumNestingDepth) + "}");
-        FAIL() << "parse should fail";
-    } catch (const DecodingError& error) {
-        EXPECT_STREQ(error.what(), "/data/a.json: invalid JSON: nested deeper than 512 levels");
-    }
+    EXPECT_EQ(test::whatOf<DecodingError>([&] {
+                  jsonfile::parse("/data/a.json",
+                                  "{\"a\": " + nested(jsonfile::maximumNestingDepth) + "}");
+              }),
+              "/data/a.json: invalid JSON: nested deeper than 512 levels");
 }
 
 }  // namespace

@@ -38,7 +38,6 @@ class LocalFolderSaveAdapterTest : public ::testing::Test {
             fallback.empty() ? temp_.path() / "fallback" : fallback,
             [] { return Date::fromUnixSeconds(kNowUnixSeconds); });
     }
-    LocalFolderSaveAdapter vaultAdapter() { return adapter(vault_); }
 
     static MarkdownDocument document(std::string title, std::string body = "本文") {
         MarkdownDocument document;
@@ -90,35 +89,6 @@ TEST_F(LocalFolderSaveAdapterTest, FileNameIsLocalDateAndCleanedTitle) {
               "2025-03-14-0905-" + marks.substr(0, 214) + ".md");
 }
 
-TEST_F(LocalFolderSaveAdapterTest, SavesIntoTheResolvedFolderAndReleasesItOnce) {
-    LocalFolderSaveAdapter saver = vaultAdapter();
-    EXPECT_EQ(saver.destinationType(), SaveDestinationType::localFolder);
-
-    const SaveResult result = saver.save(document("Team sync 2/3"), request());
-
-    const fs::path expected = vault_ / "2025-03-14-0905-Team-sync-23.md";
-    EXPECT_EQ(result, (SaveResult{true, expected, SaveDestinationType::localFolder, std::nullopt}));
-    EXPECT_EQ(contentsOf(expected), "---\n---\n\n本文");
-    EXPECT_EQ(releases(), 1);
-    // No temporary file is left beside the note.
-    EXPECT_EQ(std::distance(fs::directory_iterator(vault_), fs::directory_iterator()), 1);
-}
-
-TEST_F(LocalFolderSaveAdapterTest, FallbackFolderServesWhenTheResolverGivesNothing) {
-    LocalFolderSaveAdapter saver = adapter(std::nullopt, temp_.path() / "fallback");
-    const SaveResult result = saver.save(document("memo"), request());
-    EXPECT_TRUE(result.success);
-    EXPECT_EQ(result.savedURL, temp_.path() / "fallback" / "2025-03-14-0905-memo.md");
-    EXPECT_EQ(releases(), 0);
-
-    // A resolver that throws gives no folder either.
-    LocalFolderSaveAdapter throwing(
-        []() -> std::optional<ScopedURL> { throw std::runtime_error("keychain locked"); },
-        temp_.path() / "fallback", [] { return Date::fromUnixSeconds(kNowUnixSeconds); });
-    const SaveResult thrown = throwing.save(document("memo2"), request());
-    EXPECT_EQ(thrown.savedURL, temp_.path() / "fallback" / "2025-03-14-0905-memo2.md");
-}
-
 TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody) {
     MarkdownDocument note = document("title", "line 1\nline 2");
     note.frontmatter["title"] = FrontmatterValue::string("say \"hi\"");
@@ -154,7 +124,7 @@ TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody
 }
 
 TEST_F(LocalFolderSaveAdapterTest, ExistingFileUnderEachPolicy) {
-    LocalFolderSaveAdapter saver = vaultAdapter();
+    LocalFolderSaveAdapter saver = adapter(vault_);
     // Without a clash appendTimestamp keeps the plain name.
     const fs::path plain = vault_ / "2025-03-14-0905-memo.md";
     EXPECT_EQ(
@@ -185,83 +155,72 @@ TEST_F(LocalFolderSaveAdapterTest, ExistingFileUnderEachPolicy) {
     EXPECT_EQ(replaced.savedURL, plain);
     EXPECT_EQ(contentsOf(plain), "---\n---\n\nreplaced");
     EXPECT_EQ(releases(), 5);
+    // Every write went through a temporary file, and none is left beside the notes.
+    EXPECT_EQ(std::distance(fs::directory_iterator(vault_), fs::directory_iterator()), 2);
 }
 
-TEST_F(LocalFolderSaveAdapterTest, DanglingLinkCountsAsAnExistingFile) {
-    fs::create_directories(vault_);
-    fs::create_symlink(temp_.path() / "nowhere", vault_ / "2025-03-14-0905-memo.md");
-    const SaveResult result = vaultAdapter().save(document("memo"), request());
-    EXPECT_FALSE(result.success);
-    EXPECT_FALSE(fs::exists(temp_.path() / "nowhere"));
-}
-
-TEST_F(LocalFolderSaveAdapterTest, MissingSubpathChainIsCreated) {
-    const SaveResult result =
-        vaultAdapter().save(document("memo"), request(OverwritePolicy::createNew, "会議/2025/03"));
-    EXPECT_TRUE(result.success);
-    EXPECT_EQ(result.savedURL, vault_ / "会議" / "2025" / "03" / "2025-03-14-0905-memo.md");
-    EXPECT_TRUE(fs::is_regular_file(*result.savedURL));
-    // An empty subpath means the folder itself.
-    EXPECT_EQ(vaultAdapter().save(document("x"), request(OverwritePolicy::createNew, "")).savedURL,
-              vault_ / "2025-03-14-0905-x.md");
-}
-
-TEST_F(LocalFolderSaveAdapterTest, FolderThatCannotBeCreatedFailsWithTheSystemMessage) {
-    // A folder below a regular file cannot be made, even by root.
-    const fs::path blocker = temp_.write("vault/blocker", "file");
-    const SaveResult result =
-        vaultAdapter().save(document("memo"), request(OverwritePolicy::createNew, "blocker/sub"));
-    EXPECT_EQ(result, (SaveResult{false, std::nullopt, SaveDestinationType::localFolder,
-                                  "Failed to create directory: Not a directory"}));
-    EXPECT_EQ(contentsOf(blocker), "file");
-    EXPECT_EQ(releases(), 1);
-}
-
-TEST_F(LocalFolderSaveAdapterTest, WriteThatFailsGivesWriteFailed) {
-    // The destination "folder" is a file: it exists, so nothing is created, and the write fails.
-    const fs::path blocker = temp_.write("blocker", "file");
-    const SaveResult intoFile = adapter(blocker).save(document("memo"), request());
-    EXPECT_FALSE(intoFile.success);
-    EXPECT_EQ(intoFile.savedURL, std::nullopt);
-    ASSERT_TRUE(intoFile.error.has_value());
-    EXPECT_EQ(intoFile.error->rfind("Failed to write file: ", 0), 0u) << *intoFile.error;
-    EXPECT_NE(intoFile.error->find("Not a directory"), std::string::npos) << *intoFile.error;
-    EXPECT_EQ(contentsOf(blocker), "file");
-
-    // A folder where the note would go cannot be overwritten by it.
-    fs::create_directories(vault_ / "2025-03-14-0905-memo.md");
-    const SaveResult ontoFolder =
-        vaultAdapter().save(document("memo"), request(OverwritePolicy::overwrite));
-    ASSERT_TRUE(ontoFolder.error.has_value());
-    EXPECT_EQ(ontoFolder.error->rfind("Failed to write file: ", 0), 0u) << *ontoFolder.error;
-    EXPECT_EQ(releases(), 2);
-}
-
-TEST_F(LocalFolderSaveAdapterTest, SubpathThatLeavesTheFolderIsRefused) {
-    fs::create_directories(vault_ / "inside");
+// Where each note goes, or why it does not; every folder handed out is released once.
+TEST_F(LocalFolderSaveAdapterTest, FolderSubpathAndWhatStandsInTheWay) {
     const fs::path outside = temp_.path() / "outside";
+    fs::create_directories(vault_ / "inside");
+    fs::create_directories(vault_ / "2025-03-14-0905-folder.md");
     fs::create_directories(outside);
     fs::create_directory_symlink(outside, vault_ / "escape");
     fs::create_directory_symlink(vault_ / "inside", vault_ / "alias");
-
-    // "fresh/../inside" would stay inside, but any ".." is refused before anything is created.
-    for (const std::string subpath : {"../outside", "/tmp", "inside/../../outside", "escape",
-                                      "escape/deeper", "fresh/../inside"}) {
-        SCOPED_TRACE(subpath);
-        const SaveResult result =
-            vaultAdapter().save(document("memo"), request(OverwritePolicy::overwrite, subpath));
-        EXPECT_EQ(result, (SaveResult{false, std::nullopt, SaveDestinationType::localFolder,
-                                      "Subpath leads outside the destination folder: " + subpath}));
+    fs::create_symlink(temp_.path() / "nowhere", vault_ / "2025-03-14-0905-dangling.md");
+    const fs::path blocker = temp_.write("vault/blocker", "file");
+    const std::string leaves = "Subpath leads outside the destination folder: ";
+    const struct {
+        std::optional<fs::path> folder;
+        std::string title;
+        std::optional<std::string> subpath;
+        std::string outcome;  // the saved file, or the start of the error
+    } cases[] = {
+        {vault_, "memo", std::nullopt, (vault_ / "2025-03-14-0905-memo.md").string()},
+        {std::nullopt, "memo", std::nullopt,
+         (temp_.path() / "fallback" / "2025-03-14-0905-memo.md").string()},
+        {vault_, "memo", "会議/2025/03",
+         (vault_ / "会議/2025/03/2025-03-14-0905-memo.md").string()},
+        {vault_, "x", "", (vault_ / "2025-03-14-0905-x.md").string()},
+        {vault_, "memo", "alias/sub", (vault_ / "alias/sub/2025-03-14-0905-memo.md").string()},
+        {vault_, "dangling", std::nullopt, "File already exists at " + vault_.string()},
+        {vault_, "memo", "blocker/sub", "Failed to create directory: Not a directory"},
+        {blocker, "memo", std::nullopt, "Failed to write file: "},
+        // "fresh/../inside" would stay inside, but any ".." is refused before anything is made.
+        {vault_, "memo", "../outside", leaves + "../outside"},
+        {vault_, "memo", "/tmp", leaves + "/tmp"},
+        {vault_, "memo", "inside/../../outside", leaves + "inside/../../outside"},
+        {vault_, "memo", "escape", leaves + "escape"},
+        {vault_, "memo", "escape/deeper", leaves + "escape/deeper"},
+        {vault_, "memo", "fresh/../inside", leaves + "fresh/../inside"},
+    };
+    int handedOut = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.outcome);
+        const SaveResult result = adapter(c.folder).save(
+            document(c.title), request(OverwritePolicy::createNew, c.subpath));
+        handedOut += c.folder ? 1 : 0;
+        EXPECT_EQ(result.destinationType, SaveDestinationType::localFolder);
+        EXPECT_EQ(result.success, result.savedURL.has_value());
+        const std::string outcome = result.savedURL ? result.savedURL->string() : *result.error;
+        EXPECT_TRUE(outcome.starts_with(c.outcome)) << outcome;
+        EXPECT_EQ(releases(), handedOut);
     }
-    EXPECT_TRUE(fs::is_empty(outside));
+    EXPECT_EQ(contentsOf(vault_ / "2025-03-14-0905-memo.md"), "---\n---\n\n本文");
+    EXPECT_EQ(contentsOf(blocker), "file");
+    EXPECT_FALSE(fs::exists(temp_.path() / "nowhere"));
     EXPECT_FALSE(fs::exists(vault_ / "fresh"));
-    EXPECT_EQ(releases(), 6);
+    EXPECT_TRUE(fs::is_empty(outside));
+    // A folder where the note would go cannot be overwritten by it.
+    const auto onto = adapter(vault_).save(document("folder"), request(OverwritePolicy::overwrite));
+    EXPECT_TRUE(onto.error.value_or("").starts_with("Failed to write file: ")) << *onto.error;
 
-    // A link that stays inside the folder is fine.
-    const SaveResult viaAlias =
-        vaultAdapter().save(document("memo"), request(OverwritePolicy::createNew, "alias/sub"));
-    EXPECT_TRUE(viaAlias.success) << viaAlias.error.value_or("");
-    EXPECT_TRUE(fs::exists(vault_ / "inside" / "sub" / "2025-03-14-0905-memo.md"));
+    // A resolver that throws gives no folder either.
+    LocalFolderSaveAdapter throwing(
+        []() -> std::optional<ScopedURL> { throw std::runtime_error("keychain locked"); },
+        temp_.path() / "fallback", [] { return Date::fromUnixSeconds(kNowUnixSeconds); });
+    EXPECT_EQ(throwing.save(document("memo2"), request()).savedURL,
+              temp_.path() / "fallback" / "2025-03-14-0905-memo2.md");
 }
 
 TEST_F(LocalFolderSaveAdapterTest, LongTitleIsCutToAFileNameTheFileSystemAccepts) {
@@ -271,7 +230,7 @@ TEST_F(LocalFolderSaveAdapterTest, LongTitleIsCutToAFileNameTheFileSystemAccepts
         title += "\u3099";
     }
     for (const auto policy : {OverwritePolicy::createNew, OverwritePolicy::appendTimestamp}) {
-        const SaveResult result = vaultAdapter().save(document(title), request(policy));
+        const SaveResult result = adapter(vault_).save(document(title), request(policy));
         ASSERT_TRUE(result.success) << result.error.value_or("");
         const std::string name = result.savedURL->filename().string();
         EXPECT_LE(name.size(), 255u);

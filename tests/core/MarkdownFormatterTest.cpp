@@ -84,28 +84,19 @@ TEST(MarkdownFormatter, FrontMatterValuesFollowLevelAndUsage) {
         result("x", SummaryLevel::verbatim, ProcessingMode::voiceInput, {"A", "A"}), {});
     EXPECT_EQ(twice.frontmatter.at("dictionary_corrections"), FrontmatterValue::integer(2));
 
-    const std::vector<std::pair<SummaryLevel, std::string>> names{
-        {SummaryLevel::verbatim, "verbatim"},     {SummaryLevel::cleanup, "cleanup"},
-        {SummaryLevel::concise, "concise"},       {SummaryLevel::summarize, "summarize"},
-        {SummaryLevel::bulletsOrTodo, "bullets"}, {SummaryLevel::trim, "verbatim"},
-        {SummaryLevel::translate, "translate"}};
-    for (const auto& [level, name] : names) {
-        const auto document =
-            formatter.makeDocument(result("x", level, ProcessingMode::translate), {});
-        EXPECT_EQ(document.frontmatter.at("summary_level"), FrontmatterValue::string(name));
-        EXPECT_EQ(document.frontmatter.at("processing_mode"),
-                  FrontmatterValue::string("translate"));
-    }
+    // Levels by the worker's words (the service tests pin them all).
+    const auto bullets = formatter.makeDocument(
+        result("x", SummaryLevel::bulletsOrTodo, ProcessingMode::translate), {});
+    EXPECT_EQ(bullets.frontmatter.at("summary_level"), FrontmatterValue::string("bullets"));
+    EXPECT_EQ(bullets.frontmatter.at("processing_mode"), FrontmatterValue::string("translate"));
 
     // Todo mode converts the body; the title comes from the unconverted text.
     const auto todo = formatter.makeDocument(
         result("牛乳を買う\nパンを買う", SummaryLevel::bulletsOrTodo, ProcessingMode::todo), {});
     EXPECT_EQ(todo.title, "牛乳を買う");
     EXPECT_EQ(todo.body, "- [ ] 牛乳を買う\n- [ ] パンを買う");
-}
 
-TEST(MarkdownFormatter, SimpleDocumentHasTitleAndCreatedOnly) {
-    const MarkdownFormatter formatter([] { return kNow; });
+    // The simple document has title and date only, and no todo boxes.
     const auto document = formatter.makeSimpleDocument(
         result("買う\n売る", SummaryLevel::cleanup, ProcessingMode::todo, {"A"}), {});
     EXPECT_EQ(document.body, "買う\n売る");

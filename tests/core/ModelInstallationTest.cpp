@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
-#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -19,6 +18,7 @@
 #include "core/services/ModelInventory.h"
 #include "core/support/Error.h"
 #include "tests/support/Thrown.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo {
 namespace {
@@ -37,19 +37,6 @@ std::string generatedModel(std::size_t size) {
     const std::int32_t header[] = {0x67676d6c, 51865, 1500, 384, 6, 4, 448, 384, 6, 4, 80, 1};
     std::memcpy(data.data(), header, sizeof header);
     return data;
-}
-
-// Waits for a condition that another thread makes true; generous for a loaded machine.
-template <typename Condition>
-bool eventually(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 class ModelInstallationTest : public ::testing::Test {
@@ -141,42 +128,9 @@ TEST_F(ModelInstallationTest, SizeOnlyVerificationSaysSo) {
     EXPECT_EQ(models.verificationText(unpublished),
               "size and model header verified; no published checksum");
     models.remove(unpublished);
-
-    // Without a checksum a size proves nothing: a captive portal's page announces its size too,
-    // and a download without an announced size has none at all.
-    const ModelFileServer portal("<html><body>Sign in to the hotel network</body></html>");
-    ModelCatalogEntry page = unpublished;
-    page.url = portal.baseURL() + page.fileName;
-    server_.behave(ModelFileServer::Mode::noLength);
-    for (const auto& [e, why] :
-         {std::pair(page, "is not a whisper model"),
-          std::pair(unpublished, "cannot be verified (no size was announced")}) {
-        const ModelInventory attempt = inventory({e});
-        std::string message;
-        EXPECT_EQ(install(attempt, e, &message), Kind::corrupt);
-        EXPECT_NE(message.find(why), std::string::npos) << message;
-        expectNothingInstalled(attempt, e);
-    }
 }
 
-TEST_F(ModelInstallationTest, DownloadsAreBoundedBySizeAndRate) {
-    // Past the catalogue's size (exact, or rounded plus its margin) the transfer stops, whether
-    // the server announced that length or announces none.
-    for (const bool exact : {true, false}) {
-        ModelCatalogEntry smaller = entry();
-        smaller.sizeIsExact = exact;
-        smaller.sizeBytes = 1024 * 1024;
-        server_.behave(exact ? ModelFileServer::Mode::normal : ModelFileServer::Mode::noLength);
-        const ModelInventory models = inventory({smaller});
-        std::string message;
-        EXPECT_EQ(install(models, smaller, &message), Kind::corrupt);
-        EXPECT_NE(message.find("Download of model tiny is larger than its 1048576 bytes"),
-                  std::string::npos)
-            << message;
-        EXPECT_FALSE(std::filesystem::exists(models.partialFile(smaller)));
-        expectNothingInstalled(models, smaller);
-    }
-
+TEST_F(ModelInstallationTest, ADownloadTooSlowGivesUp) {
     // A server that drips bytes falls below the minimum rate and the download gives up.
     server_.behave(ModelFileServer::Mode::drip, 1000);
     const ModelInventory models = inventory({entry()});
@@ -192,7 +146,7 @@ TEST_F(ModelInstallationTest, DownloadsAreBoundedBySizeAndRate) {
         }
         done = true;
     });
-    const bool ended = eventually([&] { return done.load(); });
+    const bool ended = test::waitUntil([&] { return done.load(); });
     dripping.cancel();
     running.join();
     ASSERT_TRUE(ended) << "a dripping server kept the download alive";
@@ -244,56 +198,72 @@ TEST_F(ModelInstallationTest, InterruptedDownloadLeavesPartialFileThatResumes) {
     EXPECT_EQ(server_.ranges().back(), "bytes=" + std::to_string(file_.size()) + "-");
 }
 
-TEST_F(ModelInstallationTest, CorruptOrWrongSizedDownloadsAreDeleted) {
-    const ModelInventory models = inventory({entry()});
-    const ModelCatalogEntry& tiny = models.catalog().entries().front();
-
-    server_.behave(ModelFileServer::Mode::corrupt);
-    std::string message;
-    EXPECT_EQ(install(models, tiny, &message), Kind::corrupt);
-    EXPECT_EQ(message,
-              "Downloaded model tiny does not match its published SHA-1 checksum; the download was "
-              "deleted");
-    expectNothingInstalled(models, tiny);
-    EXPECT_FALSE(std::filesystem::exists(models.partialFile(tiny)));
-    EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
+// A download that fails its checks, or a server that fails, leaves nothing behind, not even a
+// partial file to resume from. Past the catalogue's size (exact, or rounded plus its margin) a
+// transfer stops, whether or not the server announced that length; without a checksum a size
+// proves nothing: a captive portal's page announces its size too, and a download without an
+// announced size has none at all.
+TEST_F(ModelInstallationTest, FailedDownloadsAreDeletedAndNothingIsInstalled) {
+    using Mode = ModelFileServer::Mode;
+    const ModelFileServer portal("<html><body>Sign in to the hotel network</body></html>");
+    ModelCatalogEntry unpublished = entry();
+    unpublished.sha1.clear();
+    unpublished.sha256.clear();
+    unpublished.sizeIsExact = false;
+    ModelCatalogEntry page = unpublished;
+    page.url = portal.baseURL() + page.fileName;
     ModelCatalogEntry sha256Only = entry();
     sha256Only.sha1.clear();
-    EXPECT_EQ(install(inventory({sha256Only}), sha256Only, &message), Kind::corrupt);
-    EXPECT_NE(message.find("does not match its published SHA-256 checksum"), std::string::npos);
-
     ModelCatalogEntry wrongSize = entry("small");
     wrongSize.sizeBytes += 1;
-    const ModelInventory other = inventory({wrongSize});
-    server_.behave(ModelFileServer::Mode::normal);
-    EXPECT_EQ(install(other, wrongSize, &message), Kind::corrupt);
-    EXPECT_EQ(message, "Downloaded model small has the wrong size (" +
-                           std::to_string(file_.size()) + " bytes, expected " +
-                           std::to_string(file_.size() + 1) + "); the download was deleted");
-    expectNothingInstalled(other, wrongSize);
-    EXPECT_FALSE(std::filesystem::exists(other.partialFile(wrongSize)));
-}
-
-TEST_F(ModelInstallationTest, ServerErrorsInstallNothing) {
-    const ModelInventory models = inventory({entry()});
-    const ModelCatalogEntry& tiny = models.catalog().entries().front();
-    for (const int status : {404, 500, 503}) {
-        server_.behave(ModelFileServer::Mode::status, 0, status);
-        std::string message;
-        EXPECT_EQ(install(models, tiny, &message), Kind::server);
-        EXPECT_EQ(message, "Download of model tiny failed: the server answered HTTP " +
-                               std::to_string(status) + " for " + tiny.url);
-        expectNothingInstalled(models, tiny);
-        EXPECT_FALSE(std::filesystem::exists(models.partialFile(tiny)));
-        EXPECT_EQ(models.status(tiny), ModelAssetStatus::supported);
-    }
-
-    // Nobody listening at all.
+    ModelCatalogEntry smaller = entry();
+    smaller.sizeBytes = 1024 * 1024;
+    ModelCatalogEntry roughlySmaller = smaller;
+    roughlySmaller.sizeIsExact = false;
     ModelCatalogEntry unreachable = entry();
     unreachable.url = "http://127.0.0.1:1/ggml-tiny.bin";
-    const ModelInventory offline = inventory({unreachable});
-    EXPECT_EQ(install(offline, unreachable), Kind::interrupted);
-    expectNothingInstalled(offline, unreachable);
+    const std::string deleted = "; the download was deleted";
+    const std::string larger = "Download of model tiny is larger than its 1048576 bytes";
+    const struct {
+        ModelCatalogEntry entry;
+        Mode mode;
+        int status;  // answered instead of the file when not 0
+        Kind kind;
+        std::string message;
+    } cases[] = {
+        {entry(), Mode::corrupt, 0, Kind::corrupt,
+         "Downloaded model tiny does not match its published SHA-1 checksum" + deleted},
+        {sha256Only, Mode::corrupt, 0, Kind::corrupt,
+         "Downloaded model tiny does not match its published SHA-256 checksum" + deleted},
+        {wrongSize, Mode::normal, 0, Kind::corrupt,
+         "Downloaded model small has the wrong size (" + std::to_string(file_.size()) +
+             " bytes, expected " + std::to_string(file_.size() + 1) + ")" + deleted},
+        {smaller, Mode::normal, 0, Kind::corrupt, larger},
+        {roughlySmaller, Mode::noLength, 0, Kind::corrupt, larger},
+        {page, Mode::normal, 0, Kind::corrupt, "is not a whisper model"},
+        {unpublished, Mode::noLength, 0, Kind::corrupt,
+         "cannot be verified (no size was announced"},
+        {entry(), Mode::normal, 404, Kind::server,
+         "Download of model tiny failed: the server answered HTTP 404 for " + entry().url},
+        {entry(), Mode::normal, 503, Kind::server,
+         "Download of model tiny failed: the server answered HTTP 503 for " + entry().url},
+        {unreachable, Mode::normal, 0, Kind::interrupted,
+         "Download of model tiny was interrupted ("},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
+        server_.behave(c.mode);
+        if (c.status != 0) {
+            server_.answer(c.status, "<html>error</html>");
+        }
+        const ModelInventory models = inventory({c.entry});
+        std::string message;
+        EXPECT_EQ(install(models, c.entry, &message), c.kind);
+        EXPECT_NE(message.find(c.message), std::string::npos) << message;
+        expectNothingInstalled(models, c.entry);
+        EXPECT_FALSE(std::filesystem::exists(models.partialFile(c.entry)));
+        EXPECT_EQ(models.status(c.entry), ModelAssetStatus::supported);
+    }
 }
 
 TEST_F(ModelInstallationTest, FullDiskFailsCleanly) {
@@ -332,7 +302,7 @@ TEST_F(ModelInstallationTest, CancelAndConcurrentInstallationsKeepThePartialFile
             firstOutcome = error.kind();
         }
     });
-    ASSERT_TRUE(eventually([&] { return first.bytesOnDisk() == 200'000; }));
+    ASSERT_TRUE(test::waitUntil([&] { return first.bytesOnDisk() == 200'000; }));
     EXPECT_EQ(first.totalBytes(), file_.size());
     EXPECT_GT(first.fractionCompleted(), 0.0);
     EXPECT_LT(first.fractionCompleted(), 1.0);
@@ -410,15 +380,7 @@ TEST(ModelInventoryTest, ARecordOfTheWrongShapeIsNoInstallation) {
     EXPECT_EQ(models.verificationText(tiny), "size verified; no published checksum");
 }
 
-TEST(ModelCatalogTest, BuiltInAndFileCatalogues) {
-    const ModelCatalog builtIn = ModelCatalog::builtIn();
-    for (const char* name : {"tiny", "base", "small", "medium", "large-v3", "large-v3-turbo",
-                             "large-v3-turbo-q5_0", "tiny-q5_1", "kotoba-whisper-v2.0"}) {
-        EXPECT_NE(builtIn.find(name), nullptr) << name;
-    }
-    EXPECT_EQ(builtIn.find("tiny")->sha1, "bd577a113a864445d4c299885e0cb97d4ba92b5f");
-    EXPECT_EQ(builtIn.find("tiny-q5_1")->sha1, "2827a03e495b1ed3048ef28a6a4620537db4ee51");
-    EXPECT_FALSE(builtIn.find("kotoba-whisper-v2.0")->hasPublishedChecksum());
+TEST(ModelCatalogTest, CatalogueFilesAreCheckedEntryByEntry) {
     EXPECT_EQ(ModelCatalog::languageOfLocale("JA-jp"), "ja");
 
     testing::TemporaryFolder folder;

@@ -106,27 +106,6 @@ TEST_F(VaultBrowserTest, ListingOrderIsNewestFirstThenNamesByNumericValue) {
     EXPECT_THAT(pathsOf(entries), ElementsAre("ten", "nine", "undated 2", "undated 10"));
 }
 
-TEST_F(VaultBrowserTest, ReadSplitsFrontmatterAndCollectsLinks) {
-    const std::string content =
-        "---\n"
-        "title: \"議事録\"\n"
-        "url: https://example.com/a\n"
-        "no colon here\n"
-        "  tags  :  [a, b]  \n"
-        "---\n"
-        "# 議事録\n"
-        "\n"
-        "See [[Plan|the plan]] and [[Plan]] and [[Design#Goals]].";
-    temp_.write("vault/projects/議事録.md", content);
-
-    const VaultFile file = browser_.read("projects/議事録.md");
-    EXPECT_THAT(file.frontmatter,
-                ElementsAre(Pair("title", "\"議事録\""), Pair("url", "https://example.com/a"),
-                            Pair("tags", "[a, b]")));
-    EXPECT_EQ(file.body, "# 議事録\n\nSee [[Plan|the plan]] and [[Plan]] and [[Design#Goals]].");
-    EXPECT_THAT(file.wikiLinks, ElementsAre("Plan", "Design#Goals"));
-}
-
 TEST(VaultBrowserParse, FrontmatterSplitEdgeCases) {
     // No front matter at all.
     VaultFile plain = VaultBrowser::parse("# Title\n---\nbody");
@@ -143,9 +122,11 @@ TEST(VaultBrowserParse, FrontmatterSplitEdgeCases) {
     EXPECT_THAT(windows.frontmatter, ElementsAre(Pair("a", "1")));
     EXPECT_EQ(windows.body, "line 1\nline 2\n");
 
-    // Empty front matter, empty keys kept as written, an empty body.
-    VaultFile bare = VaultBrowser::parse("---\n: orphan\nk:\n---");
-    EXPECT_THAT(bare.frontmatter, ElementsAre(Pair("", "orphan"), Pair("k", "")));
+    // Keys and values trimmed, lines without a colon skipped, empty keys kept as written, an
+    // empty body.
+    VaultFile bare = VaultBrowser::parse("---\n: orphan\nno colon\n  k  :  [a, b]  \nv:\n---");
+    EXPECT_THAT(bare.frontmatter,
+                ElementsAre(Pair("", "orphan"), Pair("k", "[a, b]"), Pair("v", "")));
     EXPECT_EQ(bare.body, "");
     EXPECT_EQ(VaultBrowser::parse("---\n---\n\nbody").body, "\nbody");
 }

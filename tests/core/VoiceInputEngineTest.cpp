@@ -31,29 +31,24 @@ class FixedDictionary : public DictionaryStore {
     void saveEntries(const std::vector<DictionaryEntry>&) override {}
 };
 
-class FakeTranscription : public TranscriptionService {
+/// Both services: transcribes to `text`, processes to `reply` (or the input), remembers every
+/// call and throws `failure` when there is one.
+class FakeServices : public TranscriptionService, public TextProcessingService {
   public:
     std::string text = "とうきょうのえーあい";
+    std::optional<std::string> reply;
     std::optional<std::string> failure;
-    std::vector<std::pair<std::filesystem::path, TranscriptionContext>> calls;
+    std::vector<std::pair<std::filesystem::path, TranscriptionContext>> transcriptions;
+    std::vector<TextProcessingRequest> calls;
 
     TranscriptionResult transcribe(const std::filesystem::path& audioFileURL,
                                    const TranscriptionContext& context) override {
-        calls.emplace_back(audioFileURL, context);
+        transcriptions.emplace_back(audioFileURL, context);
         if (failure) {
             throw ServiceFailure(*failure);
         }
         return TranscriptionResult{text, "en", 12.0};
     }
-};
-
-/// Returns a scripted text (or the input) and remembers every request.
-class FakeProcessing : public TextProcessingService {
-  public:
-    std::optional<std::string> reply;
-    std::optional<std::string> failure;
-    std::vector<TextProcessingRequest> calls;
-
     std::string process(const TextProcessingRequest& request) override {
         calls.push_back(request);
         if (failure) {
@@ -79,11 +74,10 @@ class FakeHistory : public HistoryStore {
 
 class VoiceInputEngineTest : public ::testing::Test {
   protected:
-    std::shared_ptr<FakeTranscription> transcription = std::make_shared<FakeTranscription>();
-    std::shared_ptr<FakeProcessing> processing = std::make_shared<FakeProcessing>();
+    std::shared_ptr<FakeServices> services = std::make_shared<FakeServices>();
     std::shared_ptr<FakeHistory> history = std::make_shared<FakeHistory>();
     VoiceInputEngine engine{
-        transcription, processing,
+        services, services,
         std::make_shared<DictionaryCorrectionEngine>(std::make_shared<FixedDictionary>()), history,
         [] { return Date{800000000.5}; }};
 
@@ -114,28 +108,28 @@ TEST_F(VoiceInputEngineTest, EmptyRequestGivesEmptyTextsAndOneHistoryItem) {
     EXPECT_EQ(recorded.createdAt, Date{800000000.5});
     EXPECT_EQ(recorded.request, request);
     EXPECT_EQ(recorded.result, result);
-    EXPECT_TRUE(transcription->calls.empty());
-    EXPECT_TRUE(processing->calls.empty());
+    EXPECT_TRUE(services->transcriptions.empty());
+    EXPECT_TRUE(services->calls.empty());
 }
 
 TEST_F(VoiceInputEngineTest, AudioIsTranscribedWithHintsAndLanguageByLevel) {
     const auto result = engine.process(audioRequest(SummaryLevel::verbatim));
-    ASSERT_EQ(transcription->calls.size(), 1u);
-    EXPECT_EQ(transcription->calls[0].first, "/tmp/kelvo-recording-1.m4a");
-    EXPECT_EQ(transcription->calls[0].second,
+    ASSERT_EQ(services->transcriptions.size(), 1u);
+    EXPECT_EQ(services->transcriptions[0].first, "/tmp/kelvo-recording-1.m4a");
+    EXPECT_EQ(services->transcriptions[0].second,
               (TranscriptionContext{"ja", std::nullopt, {"東京", "AI"}}));
     EXPECT_EQ(result.rawTranscript, "とうきょうのえーあい");
     EXPECT_EQ(result.correctedText, "東京のAI");
 
     engine.process(audioRequest(SummaryLevel::translate));
-    EXPECT_EQ(transcription->calls[1].second.language, "");
+    EXPECT_EQ(services->transcriptions[1].second.language, "");
 
     // Scope disabled: no hints, and both passes leave the text alone.
     auto disabled = audioRequest(SummaryLevel::cleanup);
     disabled.dictionaryScope = DictionaryScope::disabled;
     const auto untouched = engine.process(disabled);
-    EXPECT_TRUE(transcription->calls[2].second.dictionaryHints.empty());
-    EXPECT_TRUE(processing->calls.back().dictionaryHints.empty());
+    EXPECT_TRUE(services->transcriptions[2].second.dictionaryHints.empty());
+    EXPECT_TRUE(services->calls.back().dictionaryHints.empty());
     EXPECT_EQ(untouched.finalText, "とうきょうのえーあい");
     EXPECT_TRUE(untouched.usedDictionaryEntryIDs.empty());
 }
@@ -147,7 +141,7 @@ TEST_F(VoiceInputEngineTest, LocalLevelsNeverCallTheProcessingService) {
     EXPECT_EQ(trim.correctedText, "えーと、東京");
     EXPECT_EQ(trim.processedText, "東京");
     EXPECT_EQ(trim.finalText, "東京");
-    EXPECT_TRUE(processing->calls.empty());
+    EXPECT_TRUE(services->calls.empty());
 }
 
 TEST_F(VoiceInputEngineTest, ServiceLevelsSendTheCorrectedTextAndRequestFields) {
@@ -157,17 +151,17 @@ TEST_F(VoiceInputEngineTest, ServiceLevelsSendTheCorrectedTextAndRequestFields) 
         request.processingMode = ProcessingMode::todo;
         request.targetLanguage = "en";
         engine.process(request);
-        ASSERT_FALSE(processing->calls.empty());
+        ASSERT_FALSE(services->calls.empty());
         EXPECT_EQ(
-            processing->calls.back(),
+            services->calls.back(),
             (TextProcessingRequest{"東京", level, ProcessingMode::todo, {"東京", "AI"}, "en"}))
             << enumName(level);
     }
-    EXPECT_EQ(processing->calls.size(), 5u);
+    EXPECT_EQ(services->calls.size(), 5u);
 }
 
 TEST_F(VoiceInputEngineTest, SecondPassRestoresSpellingsAndIdsOfBothPassesAreKept) {
-    processing->reply = "とうきょうで会議";  // the processing respelled the term
+    services->reply = "とうきょうで会議";  // the processing respelled the term
     const auto result = engine.process(textRequest("とうきょうのえーあい", SummaryLevel::cleanup));
     EXPECT_EQ(result.correctedText, "東京のAI");
     EXPECT_EQ(result.processedText, "とうきょうで会議");
@@ -180,11 +174,10 @@ TEST_F(VoiceInputEngineTest, CollaboratorFailuresPassThroughAndRecordNothing) {
     const auto failureOf = [&](const VoiceInputRequest& request) {
         return test::whatOf<ServiceFailure>([&] { engine.process(request); });
     };
-    transcription->failure = "Transcription failed: 503";
-    EXPECT_EQ(failureOf(audioRequest(SummaryLevel::cleanup)), "Transcription failed: 503");
-    EXPECT_TRUE(processing->calls.empty());
-    processing->failure = "Processing failed";
-    EXPECT_EQ(failureOf(textRequest("とうきょう", SummaryLevel::concise)), "Processing failed");
+    services->failure = "Service failed: 503";
+    EXPECT_EQ(failureOf(audioRequest(SummaryLevel::cleanup)), "Service failed: 503");
+    EXPECT_TRUE(services->calls.empty()) << "nothing is processed after a failed transcription";
+    EXPECT_EQ(failureOf(textRequest("とうきょう", SummaryLevel::concise)), "Service failed: 503");
     EXPECT_TRUE(history->appended.empty());
 
     history->fail = true;
@@ -195,7 +188,7 @@ TEST_F(VoiceInputEngineTest, CollaboratorFailuresPassThroughAndRecordNothing) {
 
 TEST_F(VoiceInputEngineTest, PlaceholderProcessingKeepsTheCorrectedText) {
     VoiceInputEngine offline{
-        transcription, std::make_shared<LocalPlaceholderTextProcessingService>(),
+        services, std::make_shared<LocalPlaceholderTextProcessingService>(),
         std::make_shared<DictionaryCorrectionEngine>(std::make_shared<FixedDictionary>()), history};
     const auto result = offline.process(textRequest("とうきょう", SummaryLevel::cleanup));
     EXPECT_EQ(result.processedText, result.correctedText);

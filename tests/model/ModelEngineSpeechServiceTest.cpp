@@ -19,10 +19,10 @@
 #include "fakes/FakeSegmentRecognizerProvider.h"
 #include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
-#include "fakes/WaitUntil.h"
 #include "platform/AssetInstallationRequest.h"
 #include "platform/model/ModelFileEngine.h"
 #include "platform/model/ProgressiveTranscriber.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
 namespace {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -12,7 +13,6 @@
 #include "ScriptedDecoder.h"
 #include "TestAudio.h"
 #include "platform/SpeechEngineError.h"
-#include "platform/model/InitialPrompt.h"
 #include "platform/model/ProgressiveTranscriber.h"
 #include "tests/support/WaitUntil.h"
 
@@ -87,24 +87,17 @@ TEST_F(ProgressiveTranscriberTest, PartialsWhileSpeakingFinalsAtPausesAndAtStop)
     feed(*transcriber, speechAudio(1.2));
     const std::vector<ModelTranscriber::Result> results = stop(*transcriber);
 
+    // Partials of the first utterance, its final, then the final made at stop; whisper's leading
+    // space trimmed.
     ASSERT_GE(results.size(), 3u);
-    // Partials of the first utterance, its final, then the final made at stop.
-    std::size_t finals = 0;
-    for (std::size_t i = 0; i < results.size(); ++i) {
-        if (results[i].isFinal) {
-            ++finals;
-        }
-        EXPECT_EQ(results[i].text.front() != ' ', true) << "trimmed: " << results[i].text;
-    }
-    EXPECT_EQ(finals, 2u);
     EXPECT_FALSE(results.front().isFinal);
     EXPECT_TRUE(results.back().isFinal);
-    EXPECT_EQ(decodes(Purpose::final_), 2u);
-    for (const auto& call : decoder->calls()) {
-        EXPECT_EQ(call.language, "ja");
-        EXPECT_EQ(call.prompt, "東京駅、渋谷");
-        EXPECT_LE(call.sampleCount, 16000u * 28);
+    EXPECT_EQ(
+        std::count_if(results.begin(), results.end(), [](const auto& r) { return r.isFinal; }), 2);
+    for (const auto& result : results) {
+        EXPECT_NE(result.text.front(), ' ') << result.text;
     }
+    EXPECT_EQ(decodes(Purpose::final_), 2u);
     // The first final covers the first utterance and a little of the pause, not the whole pause.
     const auto calls = decoder->calls();
     const auto firstFinal = std::find_if(
@@ -207,10 +200,6 @@ TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped
 
 TEST_F(ProgressiveTranscriberTest, InitialPromptKeepsTheNewestWholeTermsThatFit) {
     decoder->tokenLimit = 10;  // a budget of 9 after whisper's own marker
-    const auto prompt = platform::InitialPrompt::compose({"ああああ", "bbb", "cc", "d"}, *decoder);
-    EXPECT_EQ(prompt.text, "bbb、cc、d");
-    EXPECT_EQ(prompt.keptCount, 3u);
-
     auto transcriber = make();
     transcriber->setContextualStrings({"ああああ", "bbb", "cc", "d"});
     transcriber->prepare();

@@ -1,31 +1,23 @@
 // The whisper.cpp engine with a real model file named by KELVO_TEST_WHISPER_MODEL (whisper.cpp's
 // own for-tests models will do: they have real shapes and vocabulary but no weights, so they
-// decode without producing text). Checks the plumbing, not accuracy: install through the
-// inventory, background load and warm-up, the real tokenizer's prompt limit, partial and final
-// decodes with the right sequencing, stop, idle release and reload, and the speech service on it.
-// Skipped when the variable is unset.
+// decode without producing text). Checks the plumbing, not accuracy: the real tokenizer's prompt
+// limit, background load, a decode, idle release. Skipped when the variable is unset.
 
 #include <gtest/gtest.h>
 
-#include <QCoroTask>
 #include <cstdlib>
-#include <fstream>
 
-#include "KelvoVoiceMac/session/SpeechService.h"
 #include "ModelFileServer.h"
 #include "TemporaryFolder.h"
 #include "TestAudio.h"
 #include "core/services/ModelInstallation.h"
 #include "fakes/FakeClock.h"
-#include "fakes/FakeSegmentRecognizerProvider.h"
-#include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
-#include "fakes/WaitUntil.h"
-#include "platform/AssetInstallationRequest.h"
 #include "platform/SpeechEngineError.h"
 #include "platform/model/InitialPrompt.h"
 #include "platform/whisper/WhisperDecoder.h"
 #include "platform/whisper/WhisperModelEngine.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
 namespace {
@@ -102,57 +94,28 @@ TEST_F(WhisperEngineTest, PromptFitsTheRealTokenizerAndKeepsTheNewestTerms) {
                  platform::SpeechEngineError);
 }
 
-TEST_F(WhisperEngineTest, LoadsInBackgroundDecodesProgressivelyAndReleasesWhenIdle) {
+// The application's preload at start-up and the engine's idle time. Decoding on this engine, from
+// installation to the end of a dictation, is `kelvo dictate`'s end-to-end test.
+TEST_F(WhisperEngineTest, LoadsInBackgroundOnceInstalledAndReleasesAfterTenIdleMinutes) {
     engine_->loadInBackground("ja-JP");  // not installed yet: nothing to load
     EXPECT_FALSE(engine_->cache().isLoading());
     install();
     engine_->loadInBackground("ja-JP");
     ASSERT_TRUE(waitUntil([&] { return engine_->cache().loadedModel().has_value(); }));
 
-    std::unique_ptr<platform::ModelTranscriber> made = engine_->makeTranscriber("ja");
-    auto& transcriber = dynamic_cast<ProgressiveTranscriber&>(*made);
-    transcriber.setContextualStrings({"東京駅"});
-    transcriber.prepare();
-    feed(transcriber, speechAudio(2.0));
-    ASSERT_TRUE(waitUntil([&] { return transcriber.statistics().partialDecodes >= 1; }));
-    feed(transcriber, quietAudio(1.0));
-    ASSERT_TRUE(waitUntil([&] { return transcriber.statistics().finalDecodes == 1; }));
-    feed(transcriber, speechAudio(1.0));
-    transcriber.finishInput();
-    transcriber.finalizeThroughEndOfInput();
-    while (transcriber.nextResult()) {
+    std::unique_ptr<platform::ModelTranscriber> transcriber = engine_->makeTranscriber("ja");
+    transcriber->prepare();
+    feed(*transcriber, speechAudio(1.0));
+    transcriber->finishInput();
+    transcriber->finalizeThroughEndOfInput();
+    while (transcriber->nextResult()) {
     }
-    EXPECT_EQ(transcriber.statistics().finalDecodes, 2u);
-    made.reset();
-
+    EXPECT_EQ(dynamic_cast<ProgressiveTranscriber&>(*transcriber).statistics().finalDecodes, 1u);
+    transcriber.reset();
     clock_.advance(9min);
     EXPECT_TRUE(engine_->cache().loadedModel());
     clock_.advance(1min);
     EXPECT_FALSE(engine_->cache().loadedModel());
-    // The next dictation loads it again.
-    made = engine_->makeTranscriber("ja");
-    made->prepare();
-    EXPECT_TRUE(engine_->cache().loadedModel());
-}
-
-TEST_F(WhisperEngineTest, SpeechServiceRunsOnTheWhisperEngine) {
-    RecordingLog trace;
-    FakeSegmentRecognizerProvider recognizers;
-    auto service = std::make_shared<app::SpeechService>(*engine_, recognizers, clock_, trace);
-    auto audio = std::make_shared<app::Channel<app::AudioBuffer>>();
-    // Not installed, but chosen: the readiness check installs it from the server.
-    service->startTranscription(audio);
-    ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
-    EXPECT_EQ(service->activeEngine(), app::SpeechService::TranscriptionEngine::speechAnalyzer)
-        << ::testing::PrintToString(trace.lines());
-    for (const auto& samples : {speechAudio(1.5), quietAudio(0.8), speechAudio(0.5)}) {
-        audio->send(app::AudioBuffer{samples});
-    }
-    audio->close();
-    QCoro::waitFor(service->stop());
-    EXPECT_TRUE(trace.contains("[SpeechService] Installing SpeechTranscriber assets progress=0.0"));
-    EXPECT_TRUE(trace.contains("[SpeechService] Using SpeechAnalyzer/SpeechTranscriber"));
-    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,26 +19,25 @@
 
 namespace kelvo::test {
 
-/// The `kelvo` binary running as a child process, standard input fed `input` (then closed)
-/// and standard output and error on pipes. The child gets `environment` ("NAME=value"
-/// texts) as its whole environment, or the test's own when none is given, and runs in
-/// `workingFolder` when one is given. A child still running when the object goes is killed.
-/// Output is read only by waitForError() and finish(); finish() interleaves feeding the input and
-/// reading both streams, so a child that writes a lot before reading cannot deadlock. Both give up
-/// after `limit`: a child that never writes or ends is killed, and finish() says so on its
-/// standard error and reports the kill as its status.
+/// The `kelvo` binary running as a child process, standard input read from `input` (held in a
+/// memory file, so a child that never reads it blocks nothing) and standard output and error on
+/// pipes. The child gets `environment` ("NAME=value" texts) as its whole environment, or the
+/// test's own when none is given, and runs in `workingFolder` when one is given. A child still
+/// running when the object goes is killed. Output is read only by waitForError() and finish();
+/// both give up after `limit`: a child that never writes or ends is killed, and finish() says so
+/// on its standard error and reports the kill as its status.
 class KelvoProcess {
   public:
     KelvoProcess(const char* binary, const std::vector<std::string>& arguments,
                  const std::optional<std::vector<std::string>>& environment = std::nullopt,
-                 std::string input = {}, const std::filesystem::path& workingFolder = {})
-        : input_(std::move(input)) {
-        int inPipe[2];
+                 const std::string& input = {}, const std::filesystem::path& workingFolder = {}) {
+        const int in = memfd_create("kelvo-input", MFD_CLOEXEC);
         int outPipe[2];
         int errPipe[2];
-        if (pipe2(inPipe, O_CLOEXEC) != 0 || pipe2(outPipe, O_CLOEXEC) != 0 ||
+        if (in < 0 || write(in, input.data(), input.size()) != std::ssize(input) ||
+            lseek(in, 0, SEEK_SET) != 0 || pipe2(outPipe, O_CLOEXEC) != 0 ||
             pipe2(errPipe, O_CLOEXEC) != 0) {
-            throw std::runtime_error("pipe failed");
+            throw std::runtime_error("cannot prepare the child's input and output");
         }
         std::vector<char*> argv{const_cast<char*>(binary)};
         for (const auto& argument : arguments) {
@@ -51,7 +51,7 @@ class KelvoProcess {
         envp.push_back(nullptr);
         pid_ = fork();
         if (pid_ == 0) {
-            dup2(inPipe[0], STDIN_FILENO);
+            dup2(in, STDIN_FILENO);
             dup2(outPipe[1], STDOUT_FILENO);
             dup2(errPipe[1], STDERR_FILENO);
             if (!workingFolder.empty() && chdir(workingFolder.c_str()) != 0) {
@@ -60,22 +60,17 @@ class KelvoProcess {
             execve(binary, argv.data(), environment ? envp.data() : environ);
             _exit(127);
         }
-        close(inPipe[0]);
+        close(in);
         close(outPipe[1]);
         close(errPipe[1]);
-        in_ = inPipe[1];
         out_ = outPipe[0];
         err_ = errPipe[0];
-        if (input_.empty()) {
-            closeInput();  // the child reads an empty input
-        }
     }
     ~KelvoProcess() {
         if (pid_ > 0 && !exited_) {
             kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
         }
-        closeInput();
         close(out_);
         close(err_);
     }
@@ -108,34 +103,18 @@ class KelvoProcess {
         std::string errors;
     };
 
-    /// Feeds the rest of the input, reads both streams to their end and waits for the exit. A
-    /// child still running after `limit` (a hang) is killed and says so on its standard error.
+    /// Reads both streams to their end and waits for the exit. A child still running after
+    /// `limit` (a hang) is killed and says so on its standard error.
     Outcome finish() {
         auto deadline = std::chrono::steady_clock::now() + limit;
-        // A child that exits without reading its input must fail the write, not kill the test.
-        ::signal(SIGPIPE, SIG_IGN);
         Outcome outcome;
         outcome.errors = errors_;
-        std::size_t written = 0;
-        bool outOpen = true;
-        bool errOpen = true;
+        pollfd streams[2] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}};
+        std::string* texts[2] = {&outcome.output, &outcome.errors};
         char buffer[4096];
-        while (outOpen || errOpen) {
-            std::vector<pollfd> fds;
-            if (in_ >= 0) {
-                fds.push_back({in_, POLLOUT, 0});
-            }
-            if (outOpen) {
-                fds.push_back({out_, POLLIN, 0});
-            }
-            if (errOpen) {
-                fds.push_back({err_, POLLIN, 0});
-            }
-            const int ready = poll(fds.data(), fds.size(), millisecondsUntil(deadline));
-            if (ready < 0) {
-                if (errno == EINTR) {
-                    continue;
-                }
+        while (streams[0].fd >= 0 || streams[1].fd >= 0) {
+            const int ready = poll(streams, 2, millisecondsUntil(deadline));
+            if (ready < 0 && errno != EINTR) {
                 break;
             }
             if (ready == 0) {
@@ -143,33 +122,18 @@ class KelvoProcess {
                 outcome.errors +=
                     "[killed: still running after " + std::to_string(limit.count()) + " s]\n";
                 deadline += std::chrono::hours(1);  // its pipes close as it dies
-                continue;
             }
-            for (const pollfd& entry : fds) {
-                if (entry.revents == 0) {
-                    continue;
-                }
-                if (entry.fd == in_) {
-                    const ssize_t count =
-                        write(in_, input_.data() + written, input_.size() - written);
+            for (int i = 0; ready > 0 && i < 2; ++i) {
+                if (streams[i].revents != 0) {
+                    const ssize_t count = read(streams[i].fd, buffer, sizeof buffer);
                     if (count > 0) {
-                        written += static_cast<std::size_t>(count);
+                        texts[i]->append(buffer, static_cast<std::size_t>(count));
+                    } else {
+                        streams[i].fd = -1;  // poll skips it from now on
                     }
-                    if (count < 0 || written == input_.size()) {
-                        closeInput();
-                    }
-                    continue;
-                }
-                const ssize_t count = read(entry.fd, buffer, sizeof buffer);
-                if (count > 0) {
-                    (entry.fd == out_ ? outcome.output : outcome.errors)
-                        .append(buffer, static_cast<std::size_t>(count));
-                } else {
-                    (entry.fd == out_ ? outOpen : errOpen) = false;
                 }
             }
         }
-        closeInput();
         int status = 0;
         waitpid(pid_, &status, 0);
         exited_ = true;
@@ -187,16 +151,7 @@ class KelvoProcess {
         return static_cast<int>(std::max<long long>(0, left.count()));
     }
 
-    void closeInput() {
-        if (in_ >= 0) {
-            close(in_);
-            in_ = -1;
-        }
-    }
-
-    std::string input_;
     pid_t pid_ = -1;
-    int in_ = -1;
     int out_ = -1;
     int err_ = -1;
     bool exited_ = false;

@@ -16,13 +16,14 @@
 #include "KelvoVoiceMac/session/DictationAudioSource.h"
 #include "core/support/Error.h"
 #include "fakes/FakeClock.h"
+#include "fakes/Journal.h"
 
 namespace kelvo::test {
 
 class FakeAudioSource final : public app::DictationAudioSource {
   public:
     FakeAudioSource(FakeClock& clock, std::vector<std::string>* journal = nullptr)
-        : clock_(clock), journal_(journal) {}
+        : clock_(clock), journal_{journal} {}
 
     QCoro::Task<std::shared_ptr<app::Channel<app::AudioBuffer>>> start() override {
         ++startCount;
@@ -54,14 +55,10 @@ class FakeAudioSource final : public app::DictationAudioSource {
     int stopCount = 0;
 
   private:
-    void note(const char* what) {
-        if (journal_ != nullptr) {
-            journal_->push_back(what);
-        }
-    }
+    void note(const char* what) { journal_.note(what); }
 
     FakeClock& clock_;
-    std::vector<std::string>* journal_;
+    Journal journal_;
 };
 
 }  // namespace kelvo::test

@@ -7,17 +7,18 @@
 // failures; finalizeThroughEndOfInput() waits for the end of input, queues the finals still
 // outstanding and ends the result sequence, as a real engine flushing its last segment would (or
 // at once when its input failed). The transcriber stays reachable through transcriber() while the
-// service holds it. Everything is thread-safe; the test reads while service threads run.
+// service holds it. The test reads while service threads run: what it reads is atomic, a channel,
+// or written before the engine is chosen.
 
-#include <condition_variable>
-#include <deque>
+#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
+#include "KelvoVoiceMac/session/Channel.h"
 #include "platform/AssetInstallationRequest.h"
 #include "platform/ModelEngine.h"
 #include "platform/ModelTranscriber.h"
@@ -32,49 +33,35 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
     const std::string& locale() const override { return locale_; }
     void setContextualStrings(const std::vector<std::string>& strings) override {
         failIf(contextFailure);
-        std::lock_guard lock(mutex_);
-        contextualStrings_ = strings;
+        appliedContextualStrings = strings;
     }
     void prepare() override { failIf(prepareFailure); }
     void analyze(std::span<const std::int16_t> samples16kMono) override {
-        std::lock_guard lock(mutex_);
-        changed_.notify_all();
-        // An engine whose input failed has nothing left to finalise.
-        engineFailed_ = analyzeFailure.has_value();
-        failIf(analyzeFailure);
-        analyzedSamples_ += samples16kMono.size();
+        if (analyzeFailure) {
+            inputEnded_.close();  // an engine whose input failed has nothing left to finalise
+            failIf(analyzeFailure);
+        }
+        analyzedSampleCount += samples16kMono.size();
     }
-    void finishInput() override {
-        update([this] { inputFinished_ = true; });
-    }
+    void finishInput() override { inputEnded_.close(); }
     std::optional<Result> nextResult() override {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] {
-            return !results_.empty() || resultsEnded_ || cancelled_ || resultsFailure_;
-        });
-        if (cancelled_) {
-            return std::nullopt;
+        const std::optional<std::variant<Result, std::string>> next = results_.receive();
+        if (next && std::holds_alternative<std::string>(*next)) {
+            throw platform::SpeechEngineError(std::get<std::string>(*next));
         }
-        if (!results_.empty()) {
-            Result result = results_.front();
-            results_.pop_front();
-            return result;
-        }
-        failIf(resultsFailure_);
-        return std::nullopt;
+        return next ? std::optional(std::get<Result>(*next)) : std::nullopt;
     }
     void finalizeThroughEndOfInput() override {
         failIf(finalizeFailure);
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return inputFinished_ || cancelled_ || engineFailed_; });
+        inputEnded_.receive();  // nothing is ever sent: returns once the input has ended
         for (const std::string& text : finalsOutstandingAtFinalize) {
-            results_.push_back(Result{text, true});
+            results_.send(Result{text, true});
         }
-        resultsEnded_ = true;
-        changed_.notify_all();
+        results_.close();
     }
     void cancel() override {
-        update([this] { cancelled_ = true; });
+        inputEnded_.close();
+        results_.close();
         if (onCancel) {
             onCancel();
         }
@@ -82,20 +69,18 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
 
     // Test side.
     void pushResult(std::string text, bool isFinal) {
-        update([&] { results_.push_back(Result{std::move(text), isFinal}); });
+        results_.send(Result{std::move(text), isFinal});
     }
-    void failResults(std::string description) {
-        update([&] { resultsFailure_ = std::move(description); });
-    }
-    std::size_t analyzedSampleCount() const { return read(analyzedSamples_); }
-    bool inputFinished() const { return read(inputFinished_); }
-    std::vector<std::string> appliedContextualStrings() const { return read(contextualStrings_); }
+    void failResults(std::string description) { results_.send(std::move(description)); }
 
     // Scripted behaviour, set before the service starts.
     std::optional<std::string> contextFailure, prepareFailure, analyzeFailure, finalizeFailure;
     std::vector<std::string> finalsOutstandingAtFinalize;
     // Told on cancel(); lets a test learn of it after the service has freed this transcriber.
     std::function<void()> onCancel;
+    // Written during start-up, read by the test once the engine is chosen.
+    std::vector<std::string> appliedContextualStrings;
+    std::atomic<std::size_t> analyzedSampleCount = 0;
 
   private:
     static void failIf(const std::optional<std::string>& failure) {
@@ -103,26 +88,11 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
             throw platform::SpeechEngineError(*failure);
         }
     }
-    template <typename Change>
-    void update(Change change) {
-        std::lock_guard lock(mutex_);
-        change();
-        changed_.notify_all();
-    }
-    template <typename T>
-    T read(const T& member) const {
-        std::lock_guard lock(mutex_);
-        return member;
-    }
 
     std::string locale_;
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> contextualStrings_;
-    std::deque<Result> results_;
-    std::optional<std::string> resultsFailure_;
-    bool resultsEnded_ = false, inputFinished_ = false, cancelled_ = false, engineFailed_ = false;
-    std::size_t analyzedSamples_ = 0;
+    app::Channel<bool> inputEnded_;
+    // A result, or the failure the result sequence ends with.
+    app::Channel<std::variant<Result, std::string>> results_;
 };
 
 class FakeModelEngine final : public platform::ModelEngine {
@@ -144,24 +114,18 @@ class FakeModelEngine final : public platform::ModelEngine {
         if (configureTranscriber) {
             configureTranscriber(*transcriber);
         }
-        std::lock_guard lock(mutex_);
         transcriber_ = transcriber.get();
         return transcriber;
     }
     platform::AssetStatus assetStatus(const platform::ModelTranscriber&) override {
-        std::lock_guard lock(mutex_);
         return statuses[std::min(statusQueries_++, statuses.size() - 1)];
     }
     std::unique_ptr<platform::AssetInstallationRequest> assetInstallationRequest(
         const platform::ModelTranscriber&) override {
-        std::lock_guard lock(mutex_);
-        ++installationRequests_;
-        return installation ? std::make_unique<Request>(*this, *installation) : nullptr;
+        return installation ? std::make_unique<Request>(*installation) : nullptr;
     }
 
-    FakeModelTranscriber* transcriber() const { return read(transcriber_); }
-    int installationRequests() const { return read(installationRequests_); }
-    int installationsRun() const { return read(installationsRun_); }
+    FakeModelTranscriber* transcriber() const { return transcriber_; }
 
     bool available = true;
     std::vector<std::string> supported = {"en-US", "ja-JP", "zh-CN"};
@@ -175,35 +139,20 @@ class FakeModelEngine final : public platform::ModelEngine {
   private:
     class Request final : public platform::AssetInstallationRequest {
       public:
-        Request(FakeModelEngine& engine, Installation installation)
-            : engine_(engine), installation_(std::move(installation)) {}
+        explicit Request(Installation installation) : installation_(std::move(installation)) {}
         double fractionCompleted() const override { return installation_.fractionCompleted; }
         void downloadAndInstall() override {
-            {
-                std::lock_guard lock(engine_.mutex_);
-                ++engine_.installationsRun_;
-            }
             if (installation_.failure) {
                 throw platform::SpeechEngineError(*installation_.failure);
             }
         }
 
       private:
-        FakeModelEngine& engine_;
         Installation installation_;
     };
 
-    template <typename T>
-    T read(const T& member) const {
-        std::lock_guard lock(mutex_);
-        return member;
-    }
-
-    mutable std::mutex mutex_;
-    std::size_t statusQueries_ = 0;
-    int installationRequests_ = 0;
-    int installationsRun_ = 0;
-    FakeModelTranscriber* transcriber_ = nullptr;
+    std::atomic<std::size_t> statusQueries_ = 0;
+    std::atomic<FakeModelTranscriber*> transcriber_ = nullptr;
 };
 
 }  // namespace kelvo::test

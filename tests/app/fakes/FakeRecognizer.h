@@ -14,13 +14,14 @@
 #include "KelvoVoiceMac/session/ClockSleep.h"
 #include "KelvoVoiceMac/session/DictationRecognizer.h"
 #include "fakes/FakeClock.h"
+#include "fakes/Journal.h"
 
 namespace kelvo::test {
 
 class FakeRecognizer final : public app::DictationRecognizer {
   public:
     FakeRecognizer(FakeClock& clock, std::vector<std::string>* journal = nullptr)
-        : clock_(clock), journal_(journal) {}
+        : clock_(clock), journal_{journal} {}
 
     void setContextualStrings(std::vector<std::string> strings) override {
         note("speech: hints " + std::to_string(strings.size()));
@@ -63,14 +64,10 @@ class FakeRecognizer final : public app::DictationRecognizer {
     int catchUpStopCount = 0;
 
   private:
-    void note(const std::string& what) {
-        if (journal_ != nullptr) {
-            journal_->push_back(what);
-        }
-    }
+    void note(std::string what) { journal_.note(std::move(what)); }
 
     FakeClock& clock_;
-    std::vector<std::string>* journal_;
+    Journal journal_;
 };
 
 }  // namespace kelvo::test

@@ -12,18 +12,17 @@
 #include "KelvoVoiceMac/session/ClockSleep.h"
 #include "KelvoVoiceMac/session/DictationTextInserter.h"
 #include "fakes/FakeClock.h"
+#include "fakes/Journal.h"
 
 namespace kelvo::test {
 
 class FakeTextInserter final : public app::DictationTextInserter {
   public:
     FakeTextInserter(FakeClock& clock, std::vector<std::string>* journal = nullptr)
-        : clock_(clock), journal_(journal) {}
+        : clock_(clock), journal_{journal} {}
 
     QCoro::Task<bool> insert(std::string text, bool restore) override {
-        if (journal_ != nullptr) {
-            journal_->push_back("insert: " + text);
-        }
+        journal_.note("insert: " + text);
         insertions.emplace_back(text, restore);
         co_await app::sleepFor(clock_, insertDelay);
         if (throwing) {
@@ -39,7 +38,7 @@ class FakeTextInserter final : public app::DictationTextInserter {
 
   private:
     FakeClock& clock_;
-    std::vector<std::string>* journal_;
+    Journal journal_;
 };
 
 }  // namespace kelvo::test

@@ -2,8 +2,9 @@
 
 // A scripted recogniser: startTranscription() hands out a fresh event channel the test writes
 // into (send()), stop() takes stopDelay on the fake clock, delivers finalOnStop when set (the
-// recogniser's last result), and closes the stream. Mirrors calls into an optional journal
-// ("speech: hints N", "speech: start", "speech: stop").
+// recogniser's last result), and closes the stream; stopAfterCatchingUp() is counted, then
+// stop(). Mirrors calls into an optional journal ("speech: hints N", "speech: start",
+// "speech: stop").
 
 #include <QCoroTask>
 #include <memory>

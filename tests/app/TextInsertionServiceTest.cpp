@@ -20,9 +20,11 @@ namespace kelvo::test {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::_;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using TextRange = platform::AccessibilityClient::TextRange;
+using Lines = std::vector<std::string>;
 
 QCoro::Task<> runInsert(app::TextInsertionService& service, std::string text, bool restore,
                         std::optional<bool>& result) {
@@ -75,7 +77,6 @@ TEST_F(TextInsertionServiceTest, EmptyTextAndMissingTrustTouchNothing) {
                                            "[TextInsertion] Accessibility permission required"));
     EXPECT_THAT(accessibility.calls, IsEmpty());
     EXPECT_THAT(pasteboard.operations, IsEmpty());
-    EXPECT_EQ(keys.pasteCount, 0);
 }
 
 TEST_F(TextInsertionServiceTest, VerifiedAccessibilityChangeSucceedsAfter120Milliseconds) {
@@ -92,7 +93,6 @@ TEST_F(TextInsertionServiceTest, VerifiedAccessibilityChangeSucceedsAfter120Mill
                                            "selectedText=false, range=true",
                                            "[TextInsertion] AX direct insertion succeeded"));
     EXPECT_THAT(pasteboard.operations, IsEmpty());
-    EXPECT_EQ(keys.pasteCount, 0);
 }
 
 // Absent versus present counts as a change, and so does the selection range alone; a change that
@@ -203,11 +203,8 @@ TEST_F(TextInsertionServiceTest, ImageOnlyClipboardIsLeftEmptyAndWithoutRestoreT
         runFor(clock, 400ms);
         EXPECT_EQ(result, true);
         EXPECT_EQ(pasteboard.contents, restore ? std::nullopt : std::optional<std::string>("残す"));
-        if (restore) {
-            EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す", "clear"));
-        } else {
-            EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す"));
-        }
+        EXPECT_EQ(pasteboard.operations,
+                  (restore ? Lines{"write 残す", "clear"} : Lines{"write 残す"}));
     }
 }
 
@@ -266,10 +263,7 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
                 ElementsAre("[TextInsertion] Input method fcitx5: no focused input context",
                             "[TextInsertion] Input method ibus unavailable: ibus-daemon is not "
                             "running",
-                            "[TextInsertion] Frontmost app: gedit",
-                            "[TextInsertion] AX verification changed: value=true, "
-                            "selectedText=false, range=true",
-                            "[TextInsertion] AX direct insertion succeeded"));
+                            _, _, "[TextInsertion] AX direct insertion succeeded"));
 
     // Switched off: not asked at all. (The insertion runs to its end before the service goes.)
     preferences.setBool("kvmac_inputMethodInsertionEnabled", false);
@@ -299,7 +293,6 @@ TEST_F(TextInsertionServiceTest, PasswordFieldsAreRefusedAndNothingIsPasted) {
     runFor(clock, 2s);
     EXPECT_EQ(result, false);
     EXPECT_THAT(accessibility.calls, ElementsAre("focusedElement"));
-    EXPECT_EQ(keys.pasteCount, 0);
     EXPECT_THAT(pasteboard.operations, IsEmpty());
     EXPECT_EQ(trace.lines().back(),
               "[TextInsertion] Focused element is a password field, not inserting");

@@ -115,15 +115,32 @@ class ModelEngineSpeechServiceTest : public ::testing::Test {
     std::shared_ptr<Channel<AudioBuffer>> audio = std::make_shared<Channel<AudioBuffer>>();
 };
 
-TEST_F(ModelEngineSpeechServiceTest, WithoutAModelItFallsBackAndDownloadsNothing) {
-    service->startTranscription(audio);
-    ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
-    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
-    EXPECT_TRUE(trace.contains(
-        "[SpeechService] SpeechTranscriber asset status after install request=supported"));
-    EXPECT_TRUE(server.ranges().empty());
-    audio->close();
-    QCoro::waitFor(service->stop());
+// No model chosen or installed falls back and downloads nothing the user did not ask for; a corrupt
+// download falls back with the installation's own message and leaves nothing installed.
+TEST_F(ModelEngineSpeechServiceTest, WithoutAUsableModelItFallsBackWithTheReason) {
+    const struct {
+        const char* chosen;
+        std::string line;
+    } cases[] = {
+        {"", "[SpeechService] SpeechTranscriber asset status after install request=supported"},
+        {"small",
+         "[SpeechService] SpeechAnalyzer unavailable: Downloaded model small does not match its "
+         "published SHA-1 checksum; the download was deleted. Falling back to SFSpeechRecognizer"},
+    };
+    server.behave(testing::ModelFileServer::Mode::corrupt);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.chosen);
+        inventory.setSettings({c.chosen, server.baseURL()});
+        audio = std::make_shared<Channel<AudioBuffer>>();
+        service->startTranscription(audio);
+        ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
+        EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
+        EXPECT_TRUE(trace.contains(c.line)) << ::testing::PrintToString(trace.lines());
+        EXPECT_EQ(server.ranges().empty(), *c.chosen == '\0');
+        audio->close();
+        QCoro::waitFor(service->stop());
+    }
+    EXPECT_FALSE(inventory.isInstalled(*inventory.catalog().find("small")));
 }
 
 TEST_F(ModelEngineSpeechServiceTest, TheChosenModelIsInstalledThenTranscribes) {
@@ -132,12 +149,6 @@ TEST_F(ModelEngineSpeechServiceTest, TheChosenModelIsInstalledThenTranscribes) {
     const std::vector<TranscriptionEvent> events = dictate(1.5);
 
     EXPECT_TRUE(inventory.isInstalled(*inventory.catalog().find("base")));
-    EXPECT_TRUE(trace.contains(
-        "[SpeechService] SpeechTranscriber asset status after install request=installed"));
-    EXPECT_TRUE(trace.contains("[SpeechService] Using SpeechAnalyzer/SpeechTranscriber"));
-    // The reader thread may still trace the last final after this line; both are there.
-    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
-
     ASSERT_FALSE(events.empty());
     EXPECT_EQ(events.back().kind, TranscriptionEvent::Kind::final_);
     for (const auto& call : engine.decoder->calls()) {
@@ -168,21 +179,6 @@ TEST_F(ModelEngineSpeechServiceTest, ADictationStoppedWhileTheModelLoadsNeverSta
     }));
     EXPECT_FALSE(trace.contains(started));
     EXPECT_EQ(slowService->activeEngine(), std::nullopt);
-}
-
-TEST_F(ModelEngineSpeechServiceTest, ACorruptDownloadFallsBackWithItsReason) {
-    inventory.setSettings({"small", server.baseURL()});
-    server.behave(testing::ModelFileServer::Mode::corrupt);
-    service->startTranscription(audio);
-    ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
-    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
-    EXPECT_TRUE(trace.contains(
-        "[SpeechService] SpeechAnalyzer unavailable: Downloaded model small does not match its "
-        "published SHA-1 checksum; the download was deleted. Falling back to SFSpeechRecognizer"))
-        << ::testing::PrintToString(trace.lines());
-    EXPECT_FALSE(inventory.isInstalled(*inventory.catalog().find("small")));
-    audio->close();
-    QCoro::waitFor(service->stop());
 }
 
 TEST(ModelFileEngineTest, LocalesAreLanguagesTheCatalogueServes) {

@@ -52,12 +52,6 @@ class WhisperEngineTest : public ::testing::Test {
         engine_ = std::make_unique<platform::WhisperModelEngine>(*inventory_, clock_);
     }
 
-    void TearDown() override {
-        engine_.reset();
-        inventory_.reset();
-        server_.reset();
-    }
-
     void install() { ModelInstallation(*inventory_, inventory_->catalog().entries()[0]).run(); }
 
     static void feed(platform::ModelTranscriber& transcriber,

@@ -150,61 +150,58 @@ TEST_F(TextInsertionServiceTest, SuccessWithoutChangeFallsBackAndRestoresAfterTh
     EXPECT_THAT(pasteboard.operations, ElementsAre("write 日本語", "clear", "write previous"));
 }
 
-TEST_F(TextInsertionServiceTest, SlowFetchDelaysTheRestoreAndAMissingOneKeepsTheText) {
+// When the clipboard goes back and to what: after a slow fetch; never when nothing fetched the
+// paste (the words stay where the user can still paste them) or another application copied
+// meanwhile; an image-only clipboard (no plain string) is left empty; without restore the words
+// stay. Until then the dictated text is on the clipboard and the insertion is not over.
+TEST_F(TextInsertionServiceTest, WhenAndWhatTheClipboardIsRestoredTo) {
+    using namespace std::string_literals;
     elementIgnoresSet();
-    targetFetchesAfter(600ms);
-    insert("遅い");
-    runFor(clock, 120ms + 599ms);
-    EXPECT_EQ(pasteboard.contents, "遅い");
-    runFor(clock, 1ms);
-    EXPECT_EQ(pasteboard.contents, "previous");
-    EXPECT_EQ(result, true);
-
-    // Never fetched: after 1 s the dictated text is left where the user can still paste it.
-    trace.clear();
-    result.reset();
-    keys.onPaste = nullptr;
-    insert("消えない");
-    runFor(clock, 120ms + 999ms);
-    EXPECT_FALSE(result.has_value());
-    runFor(clock, 1ms);
-    EXPECT_EQ(result, false);
-    EXPECT_EQ(pasteboard.contents, "消えない");
-    EXPECT_FALSE(service.isInjectingKeys());
-    EXPECT_EQ(trace.lines().back(),
-              "[TextInsertion] Paste was not fetched within 1000 ms; dictated text left on "
-              "pasteboard");
-}
-
-TEST_F(TextInsertionServiceTest, ClipboardTakenByAnotherApplicationIsNotRestored) {
-    elementIgnoresSet();
-    targetFetchesAfter(5ms);
-    insert("日本語");
-    runFor(clock, 120ms + 100ms);
-    pasteboard.takeOverByOtherApplication("copied meanwhile");
-    runFor(clock, 100ms);
-    EXPECT_EQ(result, true);
-    EXPECT_EQ(pasteboard.contents, "copied meanwhile");
-    EXPECT_THAT(trace.lines(),
-                ::testing::IsSupersetOf(
-                    {"[TextInsertion] Pasteboard changed by another application, not restoring",
-                     "[TextInsertion] Pasteboard fallback completed"}));
-}
-
-// An image-only clipboard (no plain string) is left empty; without restore the words stay on it.
-TEST_F(TextInsertionServiceTest, ImageOnlyClipboardIsLeftEmptyAndWithoutRestoreTheTextStays) {
-    elementIgnoresSet();
-    targetFetchesAfter(1ms);
-    for (const bool restore : {true, false}) {
-        SCOPED_TRACE(restore ? "image only" : "no restore");
-        pasteboard.contents.reset();
-        pasteboard.operations.clear();
-        insert("残す", restore);
-        runFor(clock, 400ms);
-        EXPECT_EQ(result, true);
-        EXPECT_EQ(pasteboard.contents, restore ? std::nullopt : std::optional<std::string>("残す"));
-        EXPECT_EQ(pasteboard.operations,
-                  (restore ? Lines{"write 残す", "clear"} : Lines{"write 残す"}));
+    const struct {
+        const char* rule;
+        std::optional<std::string> before;
+        std::optional<std::chrono::milliseconds> fetchAfter;
+        bool otherApplicationCopies, restore;
+        std::chrono::milliseconds settlesAfterChord;
+        bool result;
+        std::optional<std::string> after;
+        std::string line;
+    } cases[] = {
+        // clang-format off
+        {"slow fetch", "previous", 600ms, false, true, 600ms, true, "previous",
+         "[TextInsertion] Restored previous pasteboard string"},
+        {"never fetched", "previous", {}, false, true, 1000ms, false, "日本語",
+         "[TextInsertion] Paste was not fetched within 1000 ms; dictated text left on pasteboard"},
+        {"another application copied", "previous", 5ms, true, true, 200ms, true, "copied meanwhile",
+         "[TextInsertion] Pasteboard changed by another application, not restoring"},
+        {"image only", {}, 1ms, false, true, 200ms, true, {},
+         "[TextInsertion] Cleared pasteboard after insertion"},
+        {"no restore", "previous", 1ms, false, false, 200ms, true, "日本語",
+         "[TextInsertion] Pasteboard fallback completed"},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.rule);
+        pasteboard.contents = c.before;
+        keys.onPaste = [this, &c] {
+            if (c.fetchAfter) {
+                clock.schedule(*c.fetchAfter, [this] { pasteboard.fetchByTarget(); });
+            }
+            if (c.otherApplicationCopies) {
+                clock.schedule(
+                    100ms, [this] { pasteboard.takeOverByOtherApplication("copied meanwhile"); });
+            }
+        };
+        result.reset();
+        insert("日本語", c.restore);
+        runFor(clock, 120ms + c.settlesAfterChord - 1ms);
+        EXPECT_FALSE(result.has_value());
+        EXPECT_EQ(pasteboard.contents, c.otherApplicationCopies ? "copied meanwhile"s : "日本語"s);
+        runFor(clock, 1ms);
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(pasteboard.contents, c.after);
+        EXPECT_TRUE(trace.contains(c.line));
+        EXPECT_FALSE(service.isInjectingKeys());
     }
 }
 

@@ -8,7 +8,6 @@
 #include <QCoroTask>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 

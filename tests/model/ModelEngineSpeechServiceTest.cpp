@@ -100,6 +100,17 @@ class ModelEngineSpeechServiceTest : public ::testing::Test {
         return all;
     }
 
+    // Starts a dictation that must fall back, with this trace line saying why.
+    void fallsBackSaying(const std::string& line) {
+        audio = std::make_shared<Channel<AudioBuffer>>();
+        service->startTranscription(audio);
+        ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
+        EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
+        EXPECT_TRUE(trace.contains(line)) << ::testing::PrintToString(trace.lines());
+        audio->close();
+        QCoro::waitFor(service->stop());
+    }
+
     std::string file = std::string(200'000, 'w');
     testing::TemporaryFolder folder;
     testing::ModelFileServer server{file};
@@ -118,28 +129,14 @@ class ModelEngineSpeechServiceTest : public ::testing::Test {
 // No model chosen or installed falls back and downloads nothing the user did not ask for; a corrupt
 // download falls back with the installation's own message and leaves nothing installed.
 TEST_F(ModelEngineSpeechServiceTest, WithoutAUsableModelItFallsBackWithTheReason) {
-    const struct {
-        const char* chosen;
-        std::string line;
-    } cases[] = {
-        {"", "[SpeechService] SpeechTranscriber asset status after install request=supported"},
-        {"small",
-         "[SpeechService] SpeechAnalyzer unavailable: Downloaded model small does not match its "
-         "published SHA-1 checksum; the download was deleted. Falling back to SFSpeechRecognizer"},
-    };
+    fallsBackSaying(
+        "[SpeechService] SpeechTranscriber asset status after install request=supported");
+    EXPECT_TRUE(server.ranges().empty());
+    inventory.setSettings({"small", server.baseURL()});
     server.behave(testing::ModelFileServer::Mode::corrupt);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.chosen);
-        inventory.setSettings({c.chosen, server.baseURL()});
-        audio = std::make_shared<Channel<AudioBuffer>>();
-        service->startTranscription(audio);
-        ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
-        EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
-        EXPECT_TRUE(trace.contains(c.line)) << ::testing::PrintToString(trace.lines());
-        EXPECT_EQ(server.ranges().empty(), *c.chosen == '\0');
-        audio->close();
-        QCoro::waitFor(service->stop());
-    }
+    fallsBackSaying(
+        "[SpeechService] SpeechAnalyzer unavailable: Downloaded model small does not match its "
+        "published SHA-1 checksum; the download was deleted. Falling back to SFSpeechRecognizer");
     EXPECT_FALSE(inventory.isInstalled(*inventory.catalog().find("small")));
 }
 

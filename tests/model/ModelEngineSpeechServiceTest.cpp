@@ -84,12 +84,9 @@ class ModelEngineSpeechServiceTest : public ::testing::Test {
         auto events = service->startTranscription(audio);
         EXPECT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
         for (const auto& samples : {speechAudio(speechSeconds), quietAudio(1.0)}) {
-            for (std::size_t at = 0; at < samples.size(); at += 4096) {
-                audio->send(AudioBuffer{std::vector<std::int16_t>(
-                    samples.begin() + static_cast<std::ptrdiff_t>(at),
-                    samples.begin() +
-                        static_cast<std::ptrdiff_t>(std::min(samples.size(), at + 4096)))});
-            }
+            inReads(samples, [&](std::span<const std::int16_t> read) {
+                audio->send(AudioBuffer{std::vector<std::int16_t>(read.begin(), read.end())});
+            });
         }
         audio->close();
         QCoro::waitFor(service->stop());

@@ -54,19 +54,15 @@ class GlobalHotkeyServiceTest : public ::testing::Test {
 
 // The prompt only when access is missing; the monitor is installed either way (without access it
 // just receives nothing).
-TEST(GlobalHotkeyServiceStartTest, RequestsInputMonitoringOnlyWhenMissing) {
-    FakeClock clock;
-    FakeWorkspace workspace;
-    RecordingLog log;
+TEST_F(GlobalHotkeyServiceTest, RequestsInputMonitoringOnlyWhenMissing) {
     for (const bool access : {true, false}) {
-        ScriptedKeyMonitor monitor;
-        monitor.hasAccess = access;
-        monitor.grantOnRequest = false;
-        app::GlobalHotkeyService service(
-            {std::make_shared<FakeRequestHandler>(), monitor, workspace, clock, log, {}});
-        service.start();
-        EXPECT_EQ(monitor.requestCount, access ? 0 : 1);
-        EXPECT_EQ(monitor.startCount, 1);
+        ScriptedKeyMonitor another;
+        another.hasAccess = access;
+        another.grantOnRequest = false;
+        app::GlobalHotkeyService starting({handler, another, workspace, clock, log, {}});
+        starting.start();
+        EXPECT_EQ(another.requestCount, access ? 0 : 1);
+        EXPECT_EQ(another.startCount, 1);
     }
     EXPECT_EQ(log.lines().back(),
               "[KelvoVoice] GlobalHotkeyService started inputMonitoringTrusted=false");

@@ -6,13 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <fstream>
 #include <iostream>
 #include <limits>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "fakes/FakeClock.h"
@@ -20,6 +18,7 @@
 #include "platform/linux/PocketSphinxRecognizer.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/e2e/SpokenEnglish.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo {
 namespace {
@@ -58,7 +57,6 @@ class Dictation {
                     }
                     if (isFinal || error) {
                         ++ended_;
-                        changed_.notify_all();
                     }
                 }
                 if (isFinal && restartAtOnce_) {
@@ -79,7 +77,6 @@ class Dictation {
         current()->endAudio([this] {
             const std::lock_guard lock(mutex_);
             endDecoded_ = true;
-            changed_.notify_all();
         });
     }
     void cancel() { current()->cancel(); }
@@ -87,9 +84,13 @@ class Dictation {
     // Waits until `count` requests have ended (with a final or an error) or the end of the audio
     // has been decoded; true for the latter.
     bool waitForEndedOrEndDecoded(int count) {
-        std::unique_lock lock(mutex_);
-        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(120),
-                                      [&] { return ended_ >= count || endDecoded_; }));
+        EXPECT_TRUE(test::waitUntil(
+            [&] {
+                const std::lock_guard lock(mutex_);
+                return ended_ >= count || endDecoded_;
+            },
+            std::chrono::seconds(120)));
+        const std::lock_guard lock(mutex_);
         return endDecoded_;
     }
     std::string text() {
@@ -110,7 +111,6 @@ class Dictation {
     PocketSphinxRecognizer& recognizer_;
     const bool restartAtOnce_;
     std::mutex mutex_;
-    std::condition_variable changed_;
     std::shared_ptr<SegmentRecognitionTask> task_;
     std::vector<std::string> finals_;
     int ended_ = 0;
@@ -163,10 +163,8 @@ TEST(PocketSphinxRecognizer,
     clock.advance(std::chrono::minutes(9));
     EXPECT_TRUE(recognizer.isModelLoaded());
     clock.advance(std::chrono::minutes(2));
-    for (int i = 0; i < 1200 && recognizer.isModelLoaded(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    EXPECT_FALSE(recognizer.isModelLoaded());
+    EXPECT_TRUE(test::waitUntil([&] { return !recognizer.isModelLoaded(); },
+                                std::chrono::seconds(60), std::chrono::milliseconds(50)));
 }
 
 }  // namespace

@@ -78,6 +78,18 @@ class AudioCaptureServiceTest : public ::testing::Test {
         }
     }
 
+    // Everything one capture in this format yields for these reads, the tail included.
+    template <typename Sample>
+    std::vector<std::int16_t> capture(Format format, std::vector<std::vector<Sample>> reads) {
+        input.deviceFormat = format;
+        auto stream = start(service);
+        for (const std::vector<Sample>& read : reads) {
+            input.deliver(std::span<const Sample>(read));
+        }
+        service.stop();
+        return drain(*stream);
+    }
+
     FakeAudioInput input;
     AudioCaptureService service{input};
 };
@@ -118,32 +130,20 @@ TEST_F(AudioCaptureServiceTest, TonesKeepLengthPitchAndLevelAt16kHzMono) {
 }
 
 TEST_F(AudioCaptureServiceTest, SixteenKilohertzPassesThroughClippedAndTinyReadsProduceNothing) {
-    input.deviceFormat = Format{16000, 1, SampleFormat::int16};
-    auto stream = start(service);
     std::vector<std::int16_t> pcm(4096);
     for (std::size_t i = 0; i < pcm.size(); ++i) {
         pcm[i] = static_cast<std::int16_t>((i * 37) % 20000 - 10000);
     }
-    input.deliver(std::span<const std::int16_t>(pcm));
-    input.deliver(std::span<const std::int16_t>());
-    service.stop();
-    EXPECT_EQ(drain(*stream), pcm) << "no tail without a resampler";
-
+    EXPECT_EQ(capture<std::int16_t>(Format{16000, 1, SampleFormat::int16}, {pcm, {}}), pcm)
+        << "no tail without a resampler";
     // Float samples beyond full scale clip instead of wrapping.
-    input.deviceFormat = Format{16000, 1, SampleFormat::float32};
-    stream = start(service);
-    const std::vector<float> loud = {1.5f, -1.5f, 4.0f, -4.0f, 1.0f, -1.0f, 0.5f};
-    input.deliver(std::span<const float>(loud));
-    service.stop();
-    EXPECT_EQ(drain(*stream),
+    EXPECT_EQ(capture<float>(Format{16000, 1, SampleFormat::float32},
+                             {{1.5f, -1.5f, 4.0f, -4.0f, 1.0f, -1.0f, 0.5f}}),
               (std::vector<std::int16_t>{32767, -32768, 32767, -32768, 32767, -32768, 16384}));
-
-    input.deviceFormat = Format{48000, 2, SampleFormat::float32};
-    stream = start(service);
-    const std::vector<float> twoFrames = {0.5f, 0.5f, 0.5f, 0.5f};
-    input.deliver(std::span<const float>(twoFrames));  // 16000/48000 x 2 < 1
-    service.stop();
-    EXPECT_TRUE(drain(*stream).empty()) << "the dropped read never reached the resampler";
+    // Two frames at 48 kHz: 16000/48000 x 2 < 1.
+    EXPECT_TRUE(
+        capture<float>(Format{48000, 2, SampleFormat::float32}, {{0.5f, 0.5f, 0.5f, 0.5f}}).empty())
+        << "the dropped read never reached the resampler";
 }
 
 // A second start fails and leaves the running capture alone; stop is harmless when idle or

@@ -20,9 +20,11 @@ namespace kelvo::test {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::_;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using TextRange = platform::AccessibilityClient::TextRange;
+using Lines = std::vector<std::string>;
 
 QCoro::Task<> runInsert(app::TextInsertionService& service, std::string text, bool restore,
                         std::optional<bool>& result) {
@@ -75,7 +77,6 @@ TEST_F(TextInsertionServiceTest, EmptyTextAndMissingTrustTouchNothing) {
                                            "[TextInsertion] Accessibility permission required"));
     EXPECT_THAT(accessibility.calls, IsEmpty());
     EXPECT_THAT(pasteboard.operations, IsEmpty());
-    EXPECT_EQ(keys.pasteCount, 0);
 }
 
 TEST_F(TextInsertionServiceTest, VerifiedAccessibilityChangeSucceedsAfter120Milliseconds) {
@@ -92,7 +93,6 @@ TEST_F(TextInsertionServiceTest, VerifiedAccessibilityChangeSucceedsAfter120Mill
                                            "selectedText=false, range=true",
                                            "[TextInsertion] AX direct insertion succeeded"));
     EXPECT_THAT(pasteboard.operations, IsEmpty());
-    EXPECT_EQ(keys.pasteCount, 0);
 }
 
 // Absent versus present counts as a change, and so does the selection range alone; a change that
@@ -150,64 +150,58 @@ TEST_F(TextInsertionServiceTest, SuccessWithoutChangeFallsBackAndRestoresAfterTh
     EXPECT_THAT(pasteboard.operations, ElementsAre("write 日本語", "clear", "write previous"));
 }
 
-TEST_F(TextInsertionServiceTest, SlowFetchDelaysTheRestoreAndAMissingOneKeepsTheText) {
+// When the clipboard goes back and to what: after a slow fetch; never when nothing fetched the
+// paste (the words stay where the user can still paste them) or another application copied
+// meanwhile; an image-only clipboard (no plain string) is left empty; without restore the words
+// stay. Until then the dictated text is on the clipboard and the insertion is not over.
+TEST_F(TextInsertionServiceTest, WhenAndWhatTheClipboardIsRestoredTo) {
+    using namespace std::string_literals;
     elementIgnoresSet();
-    targetFetchesAfter(600ms);
-    insert("遅い");
-    runFor(clock, 120ms + 599ms);
-    EXPECT_EQ(pasteboard.contents, "遅い");
-    runFor(clock, 1ms);
-    EXPECT_EQ(pasteboard.contents, "previous");
-    EXPECT_EQ(result, true);
-
-    // Never fetched: after 1 s the dictated text is left where the user can still paste it.
-    trace.clear();
-    result.reset();
-    keys.onPaste = nullptr;
-    insert("消えない");
-    runFor(clock, 120ms + 999ms);
-    EXPECT_FALSE(result.has_value());
-    runFor(clock, 1ms);
-    EXPECT_EQ(result, false);
-    EXPECT_EQ(pasteboard.contents, "消えない");
-    EXPECT_FALSE(service.isInjectingKeys());
-    EXPECT_EQ(trace.lines().back(),
-              "[TextInsertion] Paste was not fetched within 1000 ms; dictated text left on "
-              "pasteboard");
-}
-
-TEST_F(TextInsertionServiceTest, ClipboardTakenByAnotherApplicationIsNotRestored) {
-    elementIgnoresSet();
-    targetFetchesAfter(5ms);
-    insert("日本語");
-    runFor(clock, 120ms + 100ms);
-    pasteboard.takeOverByOtherApplication("copied meanwhile");
-    runFor(clock, 100ms);
-    EXPECT_EQ(result, true);
-    EXPECT_EQ(pasteboard.contents, "copied meanwhile");
-    EXPECT_THAT(trace.lines(),
-                ::testing::IsSupersetOf(
-                    {"[TextInsertion] Pasteboard changed by another application, not restoring",
-                     "[TextInsertion] Pasteboard fallback completed"}));
-}
-
-// An image-only clipboard (no plain string) is left empty; without restore the words stay on it.
-TEST_F(TextInsertionServiceTest, ImageOnlyClipboardIsLeftEmptyAndWithoutRestoreTheTextStays) {
-    elementIgnoresSet();
-    targetFetchesAfter(1ms);
-    for (const bool restore : {true, false}) {
-        SCOPED_TRACE(restore ? "image only" : "no restore");
-        pasteboard.contents.reset();
-        pasteboard.operations.clear();
-        insert("残す", restore);
-        runFor(clock, 400ms);
-        EXPECT_EQ(result, true);
-        EXPECT_EQ(pasteboard.contents, restore ? std::nullopt : std::optional<std::string>("残す"));
-        if (restore) {
-            EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す", "clear"));
-        } else {
-            EXPECT_THAT(pasteboard.operations, ElementsAre("write 残す"));
-        }
+    const struct {
+        const char* rule;
+        std::optional<std::string> before;
+        std::optional<std::chrono::milliseconds> fetchAfter;
+        bool otherApplicationCopies, restore;
+        std::chrono::milliseconds settlesAfterChord;
+        bool result;
+        std::optional<std::string> after;
+        std::string line;
+    } cases[] = {
+        // clang-format off
+        {"slow fetch", "previous", 600ms, false, true, 600ms, true, "previous",
+         "[TextInsertion] Restored previous pasteboard string"},
+        {"never fetched", "previous", {}, false, true, 1000ms, false, "日本語",
+         "[TextInsertion] Paste was not fetched within 1000 ms; dictated text left on pasteboard"},
+        {"another application copied", "previous", 5ms, true, true, 200ms, true, "copied meanwhile",
+         "[TextInsertion] Pasteboard changed by another application, not restoring"},
+        {"image only", {}, 1ms, false, true, 200ms, true, {},
+         "[TextInsertion] Cleared pasteboard after insertion"},
+        {"no restore", "previous", 1ms, false, false, 200ms, true, "日本語",
+         "[TextInsertion] Pasteboard fallback completed"},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.rule);
+        pasteboard.contents = c.before;
+        keys.onPaste = [this, &c] {
+            if (c.fetchAfter) {
+                clock.schedule(*c.fetchAfter, [this] { pasteboard.fetchByTarget(); });
+            }
+            if (c.otherApplicationCopies) {
+                clock.schedule(
+                    100ms, [this] { pasteboard.takeOverByOtherApplication("copied meanwhile"); });
+            }
+        };
+        result.reset();
+        insert("日本語", c.restore);
+        runFor(clock, 120ms + c.settlesAfterChord - 1ms);
+        EXPECT_FALSE(result.has_value());
+        EXPECT_EQ(pasteboard.contents, c.otherApplicationCopies ? "copied meanwhile"s : "日本語"s);
+        runFor(clock, 1ms);
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(pasteboard.contents, c.after);
+        EXPECT_TRUE(trace.contains(c.line));
+        EXPECT_FALSE(service.isInjectingKeys());
     }
 }
 
@@ -266,10 +260,7 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
                 ElementsAre("[TextInsertion] Input method fcitx5: no focused input context",
                             "[TextInsertion] Input method ibus unavailable: ibus-daemon is not "
                             "running",
-                            "[TextInsertion] Frontmost app: gedit",
-                            "[TextInsertion] AX verification changed: value=true, "
-                            "selectedText=false, range=true",
-                            "[TextInsertion] AX direct insertion succeeded"));
+                            _, _, "[TextInsertion] AX direct insertion succeeded"));
 
     // Switched off: not asked at all. (The insertion runs to its end before the service goes.)
     preferences.setBool("kvmac_inputMethodInsertionEnabled", false);
@@ -299,7 +290,6 @@ TEST_F(TextInsertionServiceTest, PasswordFieldsAreRefusedAndNothingIsPasted) {
     runFor(clock, 2s);
     EXPECT_EQ(result, false);
     EXPECT_THAT(accessibility.calls, ElementsAre("focusedElement"));
-    EXPECT_EQ(keys.pasteCount, 0);
     EXPECT_THAT(pasteboard.operations, IsEmpty());
     EXPECT_EQ(trace.lines().back(),
               "[TextInsertion] Focused element is a password field, not inserting");

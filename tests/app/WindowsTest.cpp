@@ -33,6 +33,7 @@
 #include "fakes/FakeClock.h"
 #include "fakes/FakePreferences.h"
 #include "fakes/FakeRecognizer.h"
+#include "fakes/InMemoryDictionaryStore.h"
 #include "fakes/TestEventLoop.h"
 #include "tests/support/WaitUntil.h"
 
@@ -64,16 +65,6 @@ void typeInto(QLineEdit& field, const QString& text) {
     QCoreApplication::sendEvent(&field, &commit);
 }
 
-DictionaryEntry entry(const char* canonical, std::vector<std::string> readings,
-                      std::vector<std::string> misrecognitions) {
-    DictionaryEntry result = DictionaryEditViewMac::makeNewEntry();
-    result.canonicalText = canonical;
-    result.replacementText = canonical;
-    result.readings = std::move(readings);
-    result.commonMisrecognitions = std::move(misrecognitions);
-    return result;
-}
-
 template <typename T>
 T& child(QWidget& parent, const char* name) {
     auto* found = parent.findChild<T*>(QString::fromLatin1(name));
@@ -99,7 +90,7 @@ class DictionaryWindowTest : public ::testing::Test {
 
 TEST_F(DictionaryWindowTest, AddedEntrySavedToTheFileAndTheEngineReloads) {
     auto store = std::make_shared<JSONDictionaryStore>(file());
-    store->saveEntries({entry("音声入力", {"おんせいにゅうりょく"}, {"音声乳力"})});
+    store->saveEntries({dictionaryEntry("音声入力", {"音声乳力"})});
     auto engine = std::make_shared<DictionaryCorrectionEngine>(store);
     app::DictionaryWindowController controller(store, engine);
     auto& view = controller.editView();
@@ -110,11 +101,10 @@ TEST_F(DictionaryWindowTest, AddedEntrySavedToTheFileAndTheEngineReloads) {
     ASSERT_EQ(view.entries().size(), 2u);
     const DictionaryEntry added = view.entries().back();
     auto& saveButton = child<QPushButton>(window, "saveButton");
-    EXPECT_FALSE(saveButton.isEnabled()) << "a blank canonical text blocks saving";
-
     auto& canonical = child<QLineEdit>(window, "canonicalTextField");
     typeInto(canonical, QStringLiteral("　 "));
-    EXPECT_FALSE(saveButton.isEnabled()) << "white space alone is still blank";
+    EXPECT_FALSE(saveButton.isEnabled())
+        << "a blank canonical text, white space too, blocks saving";
     typeInto(canonical, QStringLiteral("人工知能"));
     EXPECT_TRUE(saveButton.isEnabled());
     typeInto(child<QLineEdit>(window, "readingsField"),

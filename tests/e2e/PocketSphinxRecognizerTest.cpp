@@ -1,7 +1,8 @@
 // PocketSphinxRecognizer with Debian's en-US model on flite speech: the text does not depend on
 // when the next request starts after a final (audio appended meanwhile belongs to the next
-// segment) nor on the dictations heard before, and the model stays loaded between dictations until
-// the idle timer of the injected clock releases it.
+// segment) nor on the dictations heard before, a request behind real time catches up with its audio
+// before it is cancelled, and the model stays loaded between dictations until the idle timer of the
+// injected clock releases it.
 
 #include <gtest/gtest.h>
 
@@ -73,11 +74,13 @@ class Dictation {
                                              std::min<std::size_t>(4096, samples.size() - offset)));
         }
     }
-    void endAudio() {
-        current()->endAudio([this] {
+    // Or, for a stop, only has what was appended decoded: waited for like the end of the audio.
+    void endAudio(bool onlyCatchUp = false) {
+        const auto decoded = [this] {
             const std::lock_guard lock(mutex_);
             endDecoded_ = true;
-        });
+        };
+        onlyCatchUp ? current()->catchUp(decoded) : current()->endAudio(decoded);
     }
     void cancel() { current()->cancel(); }
 
@@ -153,10 +156,20 @@ TEST(PocketSphinxRecognizer,
     }
     late.cancel();
 
+    // Stopped behind real time (all the audio came at once): it catches up before the cancel, and
+    // with the gap after the last sentence every sentence is final by then.
+    Dictation stopped(recognizer, true);
+    stopped.startRequest();
+    stopped.append(samples);
+    stopped.endAudio(true);
+    ASSERT_TRUE(stopped.waitForEndedOrEndDecoded(std::numeric_limits<int>::max()));
+    stopped.cancel();
+
     const double wer = testing::wordErrorRate(said, atOnce.text());
     std::cout << "word error rate " << wer * 100 << " %: " << atOnce.text() << "\n";
     EXPECT_LT(wer, 0.25);
     EXPECT_EQ(late.text(), atOnce.text());
+    EXPECT_EQ(stopped.text(), atOnce.text());
 
     // Kept between dictations; released by the idle timer, not before.
     EXPECT_TRUE(recognizer.isModelLoaded());

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <thread>
 
 #include "ScriptedDecoder.h"
 #include "fakes/FakeClock.h"

@@ -84,12 +84,9 @@ class ModelEngineSpeechServiceTest : public ::testing::Test {
         auto events = service->startTranscription(audio);
         EXPECT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
         for (const auto& samples : {speechAudio(speechSeconds), quietAudio(1.0)}) {
-            for (std::size_t at = 0; at < samples.size(); at += 4096) {
-                audio->send(AudioBuffer{std::vector<std::int16_t>(
-                    samples.begin() + static_cast<std::ptrdiff_t>(at),
-                    samples.begin() +
-                        static_cast<std::ptrdiff_t>(std::min(samples.size(), at + 4096)))});
-            }
+            inReads(samples, [&](std::span<const std::int16_t> read) {
+                audio->send(AudioBuffer{std::vector<std::int16_t>(read.begin(), read.end())});
+            });
         }
         audio->close();
         QCoro::waitFor(service->stop());
@@ -98,6 +95,17 @@ class ModelEngineSpeechServiceTest : public ::testing::Test {
             all.push_back(*event);
         }
         return all;
+    }
+
+    // Starts a dictation that must fall back, with this trace line saying why.
+    void fallsBackSaying(const std::string& line) {
+        audio = std::make_shared<Channel<AudioBuffer>>();
+        service->startTranscription(audio);
+        ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
+        EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
+        EXPECT_TRUE(trace.contains(line)) << ::testing::PrintToString(trace.lines());
+        audio->close();
+        QCoro::waitFor(service->stop());
     }
 
     std::string file = std::string(200'000, 'w');
@@ -115,15 +123,18 @@ class ModelEngineSpeechServiceTest : public ::testing::Test {
     std::shared_ptr<Channel<AudioBuffer>> audio = std::make_shared<Channel<AudioBuffer>>();
 };
 
-TEST_F(ModelEngineSpeechServiceTest, WithoutAModelItFallsBackAndDownloadsNothing) {
-    service->startTranscription(audio);
-    ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
-    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
-    EXPECT_TRUE(trace.contains(
-        "[SpeechService] SpeechTranscriber asset status after install request=supported"));
+// No model chosen or installed falls back and downloads nothing the user did not ask for; a corrupt
+// download falls back with the installation's own message and leaves nothing installed.
+TEST_F(ModelEngineSpeechServiceTest, WithoutAUsableModelItFallsBackWithTheReason) {
+    fallsBackSaying(
+        "[SpeechService] SpeechTranscriber asset status after install request=supported");
     EXPECT_TRUE(server.ranges().empty());
-    audio->close();
-    QCoro::waitFor(service->stop());
+    inventory.setSettings({"small", server.baseURL()});
+    server.behave(testing::ModelFileServer::Mode::corrupt);
+    fallsBackSaying(
+        "[SpeechService] SpeechAnalyzer unavailable: Downloaded model small does not match its "
+        "published SHA-1 checksum; the download was deleted. Falling back to SFSpeechRecognizer");
+    EXPECT_FALSE(inventory.isInstalled(*inventory.catalog().find("small")));
 }
 
 TEST_F(ModelEngineSpeechServiceTest, TheChosenModelIsInstalledThenTranscribes) {
@@ -132,12 +143,6 @@ TEST_F(ModelEngineSpeechServiceTest, TheChosenModelIsInstalledThenTranscribes) {
     const std::vector<TranscriptionEvent> events = dictate(1.5);
 
     EXPECT_TRUE(inventory.isInstalled(*inventory.catalog().find("base")));
-    EXPECT_TRUE(trace.contains(
-        "[SpeechService] SpeechTranscriber asset status after install request=installed"));
-    EXPECT_TRUE(trace.contains("[SpeechService] Using SpeechAnalyzer/SpeechTranscriber"));
-    // The reader thread may still trace the last final after this line; both are there.
-    EXPECT_TRUE(trace.contains("[SpeechService] SpeechAnalyzer finalized through end of input"));
-
     ASSERT_FALSE(events.empty());
     EXPECT_EQ(events.back().kind, TranscriptionEvent::Kind::final_);
     for (const auto& call : engine.decoder->calls()) {
@@ -168,21 +173,6 @@ TEST_F(ModelEngineSpeechServiceTest, ADictationStoppedWhileTheModelLoadsNeverSta
     }));
     EXPECT_FALSE(trace.contains(started));
     EXPECT_EQ(slowService->activeEngine(), std::nullopt);
-}
-
-TEST_F(ModelEngineSpeechServiceTest, ACorruptDownloadFallsBackWithItsReason) {
-    inventory.setSettings({"small", server.baseURL()});
-    server.behave(testing::ModelFileServer::Mode::corrupt);
-    service->startTranscription(audio);
-    ASSERT_TRUE(waitUntil([&] { return service->activeEngine().has_value(); }));
-    EXPECT_EQ(service->activeEngine(), SpeechService::TranscriptionEngine::legacy);
-    EXPECT_TRUE(trace.contains(
-        "[SpeechService] SpeechAnalyzer unavailable: Downloaded model small does not match its "
-        "published SHA-1 checksum; the download was deleted. Falling back to SFSpeechRecognizer"))
-        << ::testing::PrintToString(trace.lines());
-    EXPECT_FALSE(inventory.isInstalled(*inventory.catalog().find("small")));
-    audio->close();
-    QCoro::waitFor(service->stop());
 }
 
 TEST(ModelFileEngineTest, LocalesAreLanguagesTheCatalogueServes) {

@@ -25,19 +25,18 @@ using Purpose = platform::SegmentDecoder::Purpose;
 
 class ProgressiveTranscriberTest : public ::testing::Test {
   protected:
-    std::unique_ptr<ProgressiveTranscriber> make(ProgressiveTranscriber::Options options = {}) {
+    // A transcriber prepared with these hints, ready for audio.
+    std::unique_ptr<ProgressiveTranscriber> make(std::vector<std::string> hints = {}) {
         auto transcriber = std::make_unique<ProgressiveTranscriber>(
-            "ja", [this] { return decoder; }, options,
+            "ja", [this] { return decoder; }, ProgressiveTranscriber::Options{},
             [this](const std::string& line) { log.push_back(line); });
+        transcriber->setContextualStrings(hints);
+        transcriber->prepare();
         return transcriber;
     }
 
-    // Feeds audio the way capture delivers it: 4096-frame buffers.
     static void feed(ModelTranscriber& transcriber, const std::vector<std::int16_t>& samples) {
-        for (std::size_t at = 0; at < samples.size(); at += 4096) {
-            const std::size_t count = std::min<std::size_t>(4096, samples.size() - at);
-            transcriber.analyze(std::span(samples).subspan(at, count));
-        }
+        inReads(samples, [&](std::span<const std::int16_t> read) { transcriber.analyze(read); });
     }
 
     // Ends the input, finalises and collects every result.
@@ -74,9 +73,7 @@ class ProgressiveTranscriberTest : public ::testing::Test {
 };
 
 TEST_F(ProgressiveTranscriberTest, PartialsWhileSpeakingFinalsAtPausesAndAtStop) {
-    auto transcriber = make();
-    transcriber->setContextualStrings({"東京駅", "渋谷"});
-    transcriber->prepare();
+    auto transcriber = make({"東京駅", "渋谷"});
     EXPECT_EQ(transcriber->initialPrompt(), "東京駅、渋谷");
 
     feed(*transcriber, speechAudio(2.0));
@@ -111,7 +108,6 @@ TEST_F(ProgressiveTranscriberTest, PartialsWhileSpeakingFinalsAtPausesAndAtStop)
 // new audio: the worker idles between partials instead of keeping a core busy.
 TEST_F(ProgressiveTranscriberTest, PartialsComeOnePartialIntervalOfAudioApart) {
     auto transcriber = make();
-    transcriber->prepare();
     const std::vector<std::int16_t> speech = speechAudio(1.0);
     for (const std::size_t upTo : {8000u, 16000u}) {
         SCOPED_TRACE(upTo);
@@ -129,7 +125,6 @@ TEST_F(ProgressiveTranscriberTest, PartialsComeOnePartialIntervalOfAudioApart) {
 
 TEST_F(ProgressiveTranscriberTest, LongSpeechIsCutBeforeTheWindowFills) {
     auto transcriber = make();
-    transcriber->prepare();
     feed(*transcriber, speechAudio(31.0));
     const auto results = stop(*transcriber);
     std::vector<std::size_t> finalSizes;
@@ -150,7 +145,6 @@ TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped
     decoder->script = [](Purpose, std::size_t) { return "ご視聴ありがとうございました。"; };
     {
         auto transcriber = make();
-        transcriber->prepare();
         feed(*transcriber, quietAudio(5.0));
         EXPECT_TRUE(stop(*transcriber).empty());
         EXPECT_TRUE(decoder->calls().empty());
@@ -162,9 +156,7 @@ TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped
           "ありがとうございました。ありがとうございました。ありがとうございました。",
           "you you you you"}) {
         decoder->script = [invented](Purpose, std::size_t) { return invented; };
-        auto transcriber = make();
-        transcriber->setContextualStrings({"東京駅", "渋谷"});
-        transcriber->prepare();
+        auto transcriber = make({"東京駅", "渋谷"});
         feed(*transcriber, quietAudio(0.5));
         feed(*transcriber, speechAudio(0.09));
         feed(*transcriber, quietAudio(1.5));
@@ -176,7 +168,6 @@ TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped
         return purpose == Purpose::final_ ? "ありがとうございました" : "";
     };
     auto transcriber = make();
-    transcriber->prepare();
     feed(*transcriber, speechAudio(1.5));
     const auto results = stop(*transcriber);
     ASSERT_EQ(results.size(), 1u);
@@ -189,7 +180,6 @@ TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped
     };
     const std::size_t partialsBefore = decodes(Purpose::partial);
     auto withdrawing = make();
-    withdrawing->prepare();
     feed(*withdrawing, speechAudio(2.0));
     ASSERT_TRUE(waitUntil([&] { return decodes(Purpose::partial) > partialsBefore; }));
     const auto withdrawn = stop(*withdrawing);
@@ -200,9 +190,7 @@ TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped
 
 TEST_F(ProgressiveTranscriberTest, InitialPromptKeepsTheNewestWholeTermsThatFit) {
     decoder->tokenLimit = 10;  // a budget of 9 after whisper's own marker
-    auto transcriber = make();
-    transcriber->setContextualStrings({"ああああ", "bbb", "cc", "d"});
-    transcriber->prepare();
+    auto transcriber = make({"ああああ", "bbb", "cc", "d"});
     EXPECT_EQ(transcriber->initialPrompt(), "bbb、cc、d");
     EXPECT_EQ(transcriber->statistics().promptTermCount, 3u);
     EXPECT_EQ(log, std::vector<std::string>{
@@ -215,7 +203,6 @@ TEST_F(ProgressiveTranscriberTest, CancelUnblocksEveryoneAndFailuresReachTheRead
     decoder->blockUntilAborted = true;
     {
         auto transcriber = make();
-        transcriber->prepare();
         feed(*transcriber, speechAudio(1.0));
         ASSERT_TRUE(waitUntil([&] { return !decoder->calls().empty(); }));
         std::thread reader([&] { EXPECT_EQ(transcriber->nextResult(), std::nullopt); });
@@ -227,7 +214,6 @@ TEST_F(ProgressiveTranscriberTest, CancelUnblocksEveryoneAndFailuresReachTheRead
     decoder->blockUntilAborted = false;
     decoder->failure = "model exploded";
     auto transcriber = make();
-    transcriber->prepare();
     feed(*transcriber, speechAudio(1.0));
     transcriber->finishInput();
     transcriber->finalizeThroughEndOfInput();

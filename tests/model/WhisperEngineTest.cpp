@@ -52,21 +52,7 @@ class WhisperEngineTest : public ::testing::Test {
         engine_ = std::make_unique<platform::WhisperModelEngine>(*inventory_, clock_);
     }
 
-    void TearDown() override {
-        engine_.reset();
-        inventory_.reset();
-        server_.reset();
-    }
-
     void install() { ModelInstallation(*inventory_, inventory_->catalog().entries()[0]).run(); }
-
-    static void feed(platform::ModelTranscriber& transcriber,
-                     const std::vector<std::int16_t>& samples) {
-        for (std::size_t at = 0; at < samples.size(); at += 4096) {
-            transcriber.analyze(
-                std::span(samples).subspan(at, std::min<std::size_t>(4096, samples.size() - at)));
-        }
-    }
 
     std::string model_;
     testing::TemporaryFolder folder_;
@@ -105,7 +91,8 @@ TEST_F(WhisperEngineTest, LoadsInBackgroundOnceInstalledAndReleasesAfterTenIdleM
 
     std::unique_ptr<platform::ModelTranscriber> transcriber = engine_->makeTranscriber("ja");
     transcriber->prepare();
-    feed(*transcriber, speechAudio(1.0));
+    inReads(speechAudio(1.0),
+            [&](std::span<const std::int16_t> read) { transcriber->analyze(read); });
     transcriber->finishInput();
     transcriber->finalizeThroughEndOfInput();
     while (transcriber->nextResult()) {

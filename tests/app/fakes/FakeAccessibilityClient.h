@@ -45,18 +45,15 @@ class FakeAccessibilityClient final : public platform::AccessibilityClient {
 
     QCoro::Task<std::optional<std::string>> value(
         std::shared_ptr<platform::AccessibleElement> target) override {
-        calls.push_back("value");
-        co_return stateOf(target).value;
+        co_return read("value", target).value;
     }
     QCoro::Task<std::optional<std::string>> selectedText(
         std::shared_ptr<platform::AccessibleElement> target) override {
-        calls.push_back("selectedText");
-        co_return stateOf(target).selectedText;
+        co_return read("selectedText", target).selectedText;
     }
     QCoro::Task<std::optional<TextRange>> selectedTextRange(
         std::shared_ptr<platform::AccessibleElement> target) override {
-        calls.push_back("selectedTextRange");
-        co_return stateOf(target).selectedTextRange;
+        co_return read("selectedTextRange", target).selectedTextRange;
     }
 
     QCoro::Task<Outcome> setSelectedText(std::shared_ptr<platform::AccessibleElement> target,
@@ -83,7 +80,9 @@ class FakeAccessibilityClient final : public platform::AccessibilityClient {
     std::vector<std::string> calls;
 
   private:
-    static const ElementState& stateOf(const std::shared_ptr<platform::AccessibleElement>& target) {
+    const ElementState& read(const char* call,
+                             const std::shared_ptr<platform::AccessibleElement>& target) {
+        calls.push_back(call);
         return static_cast<const Element&>(*target).state;
     }
 

@@ -8,7 +8,6 @@
 #include <QCoroTask>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -26,7 +25,6 @@ class FakeAudioSource final : public app::DictationAudioSource {
         : clock_(clock), journal_{journal} {}
 
     QCoro::Task<std::shared_ptr<app::Channel<app::AudioBuffer>>> start() override {
-        ++startCount;
         note("capture: start");
         co_await app::sleepFor(clock_, startDelay);
         if (failure) {
@@ -51,7 +49,6 @@ class FakeAudioSource final : public app::DictationAudioSource {
     platform::Clock::Duration startDelay = std::chrono::milliseconds(50);
     std::optional<std::string> failure;
     std::shared_ptr<app::Channel<app::AudioBuffer>> audio;
-    int startCount = 0;
     int stopCount = 0;
 
   private:

@@ -1,5 +1,6 @@
 #include "fakes/FakeClock.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace kelvo::test {
@@ -13,22 +14,15 @@ FakeClock::TimePoint FakeClock::now() const {
 
 std::uint64_t FakeClock::schedule(Duration delay, std::function<void()> callback) {
     std::scoped_lock lock(mutex_);
-    if (delay < Duration::zero()) {
-        delay = Duration::zero();
-    }
     auto id = nextId_++;
-    queue_.emplace(std::make_pair(now_ + delay, id), std::move(callback));
+    queue_.emplace(std::make_pair(now_ + std::max(delay, Duration::zero()), id),
+                   std::move(callback));
     return id;
 }
 
 void FakeClock::cancel(std::uint64_t id) {
     std::scoped_lock lock(mutex_);
-    for (auto it = queue_.begin(); it != queue_.end(); ++it) {
-        if (it->first.second == id) {
-            queue_.erase(it);
-            return;
-        }
-    }
+    std::erase_if(queue_, [id](const auto& entry) { return entry.first.second == id; });
 }
 
 bool FakeClock::runOneDueBy(TimePoint limit) {
@@ -39,9 +33,7 @@ bool FakeClock::runOneDueBy(TimePoint limit) {
         if (it == queue_.end() || it->first.first > limit) {
             return false;
         }
-        if (it->first.first > now_) {
-            now_ = it->first.first;
-        }
+        now_ = std::max(now_, it->first.first);
         callback = std::move(it->second);
         queue_.erase(it);
     }
@@ -58,9 +50,7 @@ void FakeClock::advance(Duration delta) {
     while (runOneDueBy(target)) {
     }
     std::scoped_lock lock(mutex_);
-    if (now_ < target) {
-        now_ = target;
-    }
+    now_ = std::max(now_, target);
 }
 
 void FakeClock::runPending() {

@@ -4,7 +4,6 @@
 // handler the way the real monitor would (from its own context; the service posts them to the
 // main thread). Access is scripted: hasAccess answers the preflight, grantOnRequest the prompt.
 
-#include <functional>
 #include <utility>
 
 #include "platform/KeyMonitor.h"

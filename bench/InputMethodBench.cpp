@@ -269,14 +269,11 @@ void registerAccessibilityAndPaste() {
     }
 }
 
-// The compositor, started by the first Wayland benchmark and kept to the end.
-std::unique_ptr<test::InputMethodDaemon> sway;
-
 void registerWaylandPaste() {
     auto start = [] {
-        if (!sway) {
-            sway = test::InputMethodDaemon::startSway();
-            if (!sway) {
+        // The compositor, started by the first Wayland benchmark, lives until the session ends.
+        if (!backends->waylandPasteboard) {
+            if (!test::startCompositor()) {
                 return test::Client{};
             }
             backends->waylandPasteboard =
@@ -319,7 +316,6 @@ int main(int argc, char** argv) {
     none.daemon.reset();
     shared.waylandKeys.reset();
     shared.waylandPasteboard.reset();
-    sway.reset();
     benchmark::Shutdown();
     return 0;
 }

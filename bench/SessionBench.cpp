@@ -77,6 +77,7 @@ class InstantRecognizer final : public app::DictationRecognizer {
         events->close();
         co_return;
     }
+    QCoro::Task<> stopAfterCatchingUp() override { return stop(); }
 
     std::shared_ptr<app::Channel<app::TranscriptionEvent>> events;
 };

@@ -37,7 +37,8 @@ class ModelTranscriber {
     // Loads the model; may take seconds. Throws when the model cannot be loaded.
     virtual void prepare() = 0;
 
-    // Input feeder thread. May throw when the engine fails; the input loop then ends.
+    // Input feeder thread. May throw when the engine fails; the input loop then ends. analyze() may
+    // wait while the engine is far behind (until it has decoded some, or is cancelled).
     virtual void analyze(std::span<const std::int16_t> samples16kMono) = 0;
     virtual void finishInput() = 0;
 

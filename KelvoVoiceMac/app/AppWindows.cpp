@@ -33,6 +33,7 @@ class SharedSpeechService final : public DictationRecognizer {
         return service_->startTranscription(std::move(audio));
     }
     QCoro::Task<> stop() override { return service_->stop(); }
+    QCoro::Task<> stopAfterCatchingUp() override { return service_->stopAfterCatchingUp(); }
 
   private:
     std::shared_ptr<SpeechService> service_;

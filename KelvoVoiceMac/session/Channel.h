@@ -1,11 +1,14 @@
 #pragma once
 
-// Channel<T> is the unbounded, closeable stream that carries audio buffers from the capture thread
-// to the recogniser and recognition events from the recogniser to the main thread. Many writers,
-// one reader. send() and close() may be called from any thread and never block for long: a send
-// after close is ignored, close is idempotent. The reader drains everything that was sent before
-// close and then sees the end (std::nullopt). Share it as std::shared_ptr<Channel<T>>; both ends
-// hold the same object.
+// Channel<T> is the closeable stream that carries audio buffers from the capture thread to the
+// recogniser and recognition events from the recogniser to the main thread. Many writers, one
+// reader. send() and close() may be called from any thread and never block for long: a send after
+// close is ignored, close is idempotent. The reader drains everything that was sent before close
+// and then sees the end (std::nullopt). Share it as std::shared_ptr<Channel<T>>; both ends hold
+// the same object. It is unbounded unless made with a capacity: send() then waits while that many
+// values are buffered, so that a writer which can outrun its reader (a file being decoded) is held
+// back instead of filling memory; close() releases it (its value is dropped). Only a writer on a
+// thread of its own may use a channel with a capacity.
 //
 // The reader end comes in two forms; use one of them per channel, from one thread at a time:
 // - receive() blocks the calling thread; for worker threads (recogniser input, result readers).
@@ -20,6 +23,7 @@
 #include <condition_variable>
 #include <coroutine>
 #include <deque>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -33,12 +37,15 @@ class Channel {
     class NextAwaiter;
 
     Channel() = default;
+    explicit Channel(std::size_t capacity) : capacity_(capacity) {}
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    // Appends a value for the reader; ignored once the channel is closed.
+    // Appends a value for the reader, waiting for room in a channel with a capacity; ignored once
+    // the channel is closed.
     void send(T value) {
-        std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
+        writable_.wait(lock, [this] { return buffered_.size() < capacity_ || closed_; });
         if (closed_) {
             return;
         }
@@ -54,11 +61,17 @@ class Channel {
         }
         closed_ = true;
         wakeReaderLocked();
+        writable_.notify_all();
     }
 
     bool isClosed() const {
         std::lock_guard lock(mutex_);
         return closed_;
+    }
+
+    std::size_t bufferedCount() const {
+        std::lock_guard lock(mutex_);
+        return buffered_.size();
     }
 
     // Blocks until a value is available (returns it) or the channel is closed and drained
@@ -146,11 +159,14 @@ class Channel {
         }
         std::optional<T> value(std::move(buffered_.front()));
         buffered_.pop_front();
+        writable_.notify_one();
         return value;
     }
 
+    const std::size_t capacity_ = std::numeric_limits<std::size_t>::max();
     mutable std::mutex mutex_;
     std::condition_variable readable_;
+    std::condition_variable writable_;
     std::deque<T> buffered_;
     bool closed_ = false;
     NextAwaiter* waiter_ = nullptr;

@@ -5,7 +5,9 @@
 // setContextualStrings() applies hint terms to the next recognition; startTranscription() returns
 // at once with the event stream for the given audio stream; stop() finalises recognition
 // (delivering any last results), closes the event stream and never fails, and is harmless when
-// nothing is running. Main thread only.
+// nothing is running. stopAfterCatchingUp() is stop() for a dictation whose words are kept: once
+// capture has stopped, a recogniser that runs behind real time first decodes the audio captured
+// so far (for a bounded time) so that its last results cover it. Main thread only.
 
 #include <QCoroTask>
 #include <memory>
@@ -26,6 +28,7 @@ class DictationRecognizer {
     virtual std::shared_ptr<Channel<TranscriptionEvent>> startTranscription(
         std::shared_ptr<Channel<AudioBuffer>> audio) = 0;
     virtual QCoro::Task<> stop() = 0;
+    virtual QCoro::Task<> stopAfterCatchingUp() = 0;
 };
 
 }  // namespace kelvo::app

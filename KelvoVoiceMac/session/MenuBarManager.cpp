@@ -238,7 +238,12 @@ QCoro::Task<> MenuBarManager::finish(platform::Clock::Duration drainWait, bool d
         co_await sleepFor(clock_, drainWait);
     }
     audioCaptureService_.stop();
-    co_await speechService_.stop();
+    // Words that are kept are first decoded to the end of what was captured; a discard need not.
+    if (discarding) {
+        co_await speechService_.stop();
+    } else {
+        co_await speechService_.stopAfterCatchingUp();
+    }
     if (transcriptionTask_) {
         auto task = std::move(*transcriptionTask_);
         transcriptionTask_.reset();

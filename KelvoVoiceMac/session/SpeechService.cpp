@@ -66,8 +66,8 @@ SpeechService::~SpeechService() {
     if (outputContinuation_) {
         outputContinuation_->close();
     }
-    if (inputDecoded_) {
-        inputDecoded_->close();
+    if (inputCaughtUp_) {
+        inputCaughtUp_->close();
     }
 }
 
@@ -93,7 +93,7 @@ std::shared_ptr<Channel<TranscriptionEvent>> SpeechService::startTranscription(
     std::shared_ptr<Channel<AudioBuffer>> audio) {
     auto output = std::make_shared<Channel<TranscriptionEvent>>();
     outputContinuation_ = output;
-    inputDecoded_ = std::make_shared<Channel<bool>>();
+    inputCaughtUp_ = std::make_shared<Channel<bool>>();
     isActive_ = true;
     const std::uint64_t dictation = ++dictation_;
     // Runs until its first suspension (handing the blocking work to a background thread), so this
@@ -240,7 +240,7 @@ void SpeechService::startAnalyzer(std::shared_ptr<ModelTranscriber> transcriber,
     analyzer_ = transcriber;
     activeEngine_ = TranscriptionEngine::speechAnalyzer;
     // stop() finalises the model engine through the end of its input.
-    inputDecoded_->close();
+    inputCaughtUp_->close();
     platform::TraceOutput& traceOutput = trace_;
     const std::weak_ptr<SpeechService> weakSelf = weak_from_this();
 
@@ -307,7 +307,7 @@ void SpeechService::startLegacy(std::shared_ptr<Channel<AudioBuffer>> audio,
     if (!recognizer || !recognizer->isAvailable()) {
         trace("No SFSpeechRecognizer available");
         output->close();
-        inputDecoded_->close();
+        inputCaughtUp_->close();
         return;
     }
     legacyRecognizer_ = recognizer;
@@ -317,7 +317,7 @@ void SpeechService::startLegacy(std::shared_ptr<Channel<AudioBuffer>> audio,
     auto cancelled = std::make_shared<std::atomic<bool>>(false);
     const std::uint64_t dictation = dictation_;
     audioConsumerTask_ = BackgroundTask{
-        runOnBackgroundThread([weakSelf, audio, cancelled, dictation, decoded = inputDecoded_] {
+        runOnBackgroundThread([weakSelf, audio, cancelled, dictation, caughtUp = inputCaughtUp_] {
             while (std::optional<AudioBuffer> buffer = audio->receive()) {
                 std::shared_ptr<SpeechService> self = weakSelf.lock();
                 if (!self || !self->isActive_ || *cancelled) {
@@ -335,10 +335,12 @@ void SpeechService::startLegacy(std::shared_ptr<Channel<AudioBuffer>> audio,
                 self && !*cancelled && self->isCurrentDictation(dictation)) {
                 task = self->legacyTask_.load();
             }
+            // The audio is not ended here: a stop cancels the request and keeps its last partial,
+            // and finishInput() ends it once this backlog has been decoded.
             if (task) {
-                task->endAudio([decoded] { decoded->close(); });
+                task->catchUp([caughtUp] { caughtUp->close(); });
             } else {
-                decoded->close();
+                caughtUp->close();
             }
         }),
         cancelled};
@@ -456,15 +458,42 @@ QCoro::Task<> SpeechService::stop() {
     if (outputContinuation_) {
         outputContinuation_->close();
     }
-    if (inputDecoded_) {
-        inputDecoded_->close();
+    if (inputCaughtUp_) {
+        inputCaughtUp_->close();
     }
     reset();
 }
 
+QCoro::Task<> SpeechService::stopAfterCatchingUp() {
+    const std::shared_ptr<SpeechService> keepAlive = weak_from_this().lock();
+    if (activeEngine_ == TranscriptionEngine::legacy && inputCaughtUp_) {
+        const std::shared_ptr<Channel<bool>> caughtUp = inputCaughtUp_;
+        auto late = std::make_shared<std::atomic<bool>>(false);
+        const std::uint64_t deadline = clock_.schedule(legacyCatchUpDeadline, [caughtUp, late] {
+            *late = !caughtUp->isClosed();
+            caughtUp->close();
+        });
+        co_await caughtUp->next();
+        clock_.cancel(deadline);
+        if (*late) {
+            trace("Fallback recogniser still behind after " +
+                  std::to_string(legacyCatchUpDeadline.count()) +
+                  " ms; stopping with its last partial");
+        }
+    }
+    co_await stop();
+}
+
 QCoro::Task<> SpeechService::finishInput() {
     const std::shared_ptr<SpeechService> keepAlive = weak_from_this().lock();
-    if (const std::shared_ptr<Channel<bool>> decoded = inputDecoded_) {
+    if (const std::shared_ptr<Channel<bool>> caughtUp = inputCaughtUp_) {
+        co_await caughtUp->next();
+    }
+    // Then the end of the audio, so that the last segment comes as a final.
+    if (std::shared_ptr<SegmentRecognitionTask> task = legacyTask_.load();
+        task && activeEngine_ == TranscriptionEngine::legacy) {
+        auto decoded = std::make_shared<Channel<bool>>();
+        task->endAudio([decoded] { decoded->close(); });
         co_await decoded->next();
     }
     co_await stop();
@@ -478,7 +507,7 @@ void SpeechService::reset() {
     legacyRecognizer_.reset();
     legacyTask_.store(nullptr);
     outputContinuation_.reset();
-    inputDecoded_.reset();
+    inputCaughtUp_.reset();
     activeEngine_.reset();
 }
 

@@ -52,6 +52,14 @@ class SpeechService final : public DictationRecognizer,
     static constexpr std::chrono::milliseconds legacyRestartDelayAfterFinal{100};
     // "No speech detected" ends a request too; give the speaker a moment before listening again.
     static constexpr std::chrono::milliseconds legacyRestartDelayAfterNoSpeech{300};
+    // How long a kept dictation's stop lets the segment recogniser catch up with the audio already
+    // captured. Unloaded, PocketSphinx decodes at about five times real time and is done within
+    // milliseconds. Starved (the application held to 15 % of a CPU, a stand-in for a load of 10-20
+    // on two cores) it is seconds behind: 1.5 s took the soak from 2-15 empty dictations in 60 to
+    // none and from 2 to 7 words of 8 at the median, 3 s to 8 of 8. Release to text is the 650 ms
+    // drain, this at most, and the insertion: a user waits past two seconds for no more than a
+    // word.
+    static constexpr std::chrono::milliseconds legacyCatchUpDeadline{1500};
 
     SpeechService(platform::ModelEngine& modelEngine,
                   platform::SegmentRecognizerProvider& segmentRecognizers, platform::Clock& clock,
@@ -69,6 +77,11 @@ class SpeechService final : public DictationRecognizer,
 
     // After it returns, every final result the engine produced is on the stream, which is closed.
     QCoro::Task<> stop() override;
+
+    // stop() once the segment recogniser has decoded the audio of the ended audio stream and
+    // delivered the partial that covers it, or after legacyCatchUpDeadline; the model engine
+    // finalises through the end of its input in stop() itself. Callers stop capture first.
+    QCoro::Task<> stopAfterCatchingUp() override;
 
     // Stops once the engine has decoded the end of the audio: for a caller that has ended the audio
     // stream and wants every word of it, where stop() would cancel the segment recogniser's last
@@ -146,9 +159,9 @@ class SpeechService final : public DictationRecognizer,
     std::optional<BackgroundTask> resultsTask_;
     std::shared_ptr<Channel<TranscriptionEvent>> outputContinuation_;
     // Closed once stop() may end the dictation without losing its audio: the engine was chosen and
-    // is the model engine, or the segment recogniser has decoded the end of the audio, or nothing
-    // will ever decode it. What finishInput() waits for; replaced at every start.
-    std::shared_ptr<Channel<bool>> inputDecoded_;
+    // is the model engine, or the audio stream has ended and the segment recogniser has decoded
+    // all of it but its end, or nothing will ever decode it. Replaced at every start.
+    std::shared_ptr<Channel<bool>> inputCaughtUp_;
     std::optional<BackgroundTask> audioConsumerTask_;
     // Numbers the dictations so that a late start-up or restart of an earlier one does nothing.
     std::atomic<std::uint64_t> dictation_ = 0;

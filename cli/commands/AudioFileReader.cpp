@@ -120,15 +120,16 @@ AudioFileReader::~AudioFileReader() {
 
 std::uint64_t AudioFileReader::read(
     std::uint32_t framesPerRead,
-    const std::function<void(const platform::AudioInput::Frames&)>& read) {
+    const std::function<bool(const platform::AudioInput::Frames&)>& read) {
     Decoder& d = *decoder_;
     const std::size_t channels = format_.channelCount;
     std::vector<float> pending;
     std::uint64_t total = 0;
+    bool reading = true;
     const auto deliverBlocks = [&](bool all) {
         std::size_t offset = 0;
-        while (pending.size() - offset >= framesPerRead * channels ||
-               (all && pending.size() > offset)) {
+        while (reading && (pending.size() - offset >= framesPerRead * channels ||
+                           (all && pending.size() > offset))) {
             const std::size_t frames =
                 std::min<std::size_t>(framesPerRead, (pending.size() - offset) / channels);
             platform::AudioInput::Frames block;
@@ -136,14 +137,14 @@ std::uint64_t AudioFileReader::read(
             block.frameCount = static_cast<std::uint32_t>(frames);
             block.float32Samples =
                 std::span<const float>(pending.data() + offset, frames * channels);
-            read(block);
+            reading = read(block);
             total += frames;
             offset += frames * channels;
         }
         pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(offset));
     };
     const auto drainFrames = [&]() {
-        for (;;) {
+        while (reading) {
             const int status = avcodec_receive_frame(d.codec, d.frame);
             if (status == AVERROR(EAGAIN) || status == AVERROR_EOF) {
                 return;
@@ -167,7 +168,7 @@ std::uint64_t AudioFileReader::read(
             deliverBlocks(false);
         }
     };
-    while (av_read_frame(d.container, d.packet) >= 0) {
+    while (reading && av_read_frame(d.container, d.packet) >= 0) {
         if (d.packet->stream_index == d.stream) {
             const int status = avcodec_send_packet(d.codec, d.packet);
             av_packet_unref(d.packet);
@@ -181,9 +182,11 @@ std::uint64_t AudioFileReader::read(
             av_packet_unref(d.packet);
         }
     }
-    avcodec_send_packet(d.codec, nullptr);
-    drainFrames();
-    deliverBlocks(true);
+    if (reading) {
+        avcodec_send_packet(d.codec, nullptr);
+        drainFrames();
+        deliverBlocks(true);
+    }
     return total;
 }
 

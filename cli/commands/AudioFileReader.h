@@ -24,9 +24,10 @@ class AudioFileReader {
     const platform::AudioInput::Format& format() const noexcept { return format_; }
 
     /// Calls `read` with blocks of `framesPerRead` frames (the last one may be shorter) until the
-    /// end of the file; returns the number of frames decoded.
+    /// end of the file, or until `read` returns false; returns the number of frames decoded. The
+    /// file is decoded as it is read: memory does not grow with its length.
     std::uint64_t read(std::uint32_t framesPerRead,
-                       const std::function<void(const platform::AudioInput::Frames&)>& read);
+                       const std::function<bool(const platform::AudioInput::Frames&)>& read);
 
   private:
     struct Decoder;

@@ -87,30 +87,54 @@ class SignalTraceOutput final : public platform::TraceOutput {
 constexpr std::string_view kRecognitionErrorTrace = "[SpeechService] Recognition error: ";
 
 /// The recogniser's audio for a file: the file's reads through the application's converter, as
-/// live audio would come from the capture service. Throws when the file cannot be read or holds no
-/// audio.
-std::vector<AudioBuffer> convertedFile(const std::filesystem::path& file) {
-    AudioFileReader reader(file);
-    const std::shared_ptr<app::AudioConverter> converter =
-        app::AudioConverter::make(reader.format());
-    if (!converter) {
-        throw Error("cannot read audio file '" + file.string() + "': unsupported sample rate");
+/// live audio would come from the capture service, decoded while it is recognised. Opening throws
+/// when the file cannot be read; feed() throws when decoding fails or the file holds no audio.
+class FileAudio {
+  public:
+    // Buffers decoded ahead of the recogniser: some seconds of audio, enough to keep it busy
+    // while its model loads, and all the memory a file of any length takes before it.
+    static constexpr std::size_t buffersAhead = 64;
+
+    explicit FileAudio(const std::filesystem::path& file)
+        : file_(file), reader_(file), converter_(app::AudioConverter::make(reader_.format())) {
+        if (!converter_) {
+            throw Error("cannot read audio file '" + file.string() + "': unsupported sample rate");
+        }
     }
-    std::vector<AudioBuffer> buffers;
-    const std::uint64_t frames = reader.read(
-        app::AudioCaptureService::bufferSize, [&](const platform::AudioInput::Frames& read) {
-            if (std::optional<AudioBuffer> buffer = converter->convert(read)) {
-                buffers.push_back(std::move(*buffer));
+
+    /// Sends the file's buffers into `audio`, waiting while it is full, and closes it; stops early
+    /// once `audio` is closed.
+    void feed(Channel<AudioBuffer>& audio) {
+        bool converted = false;
+        const auto send = [&](std::optional<AudioBuffer> buffer) {
+            if (buffer) {
+                converted = true;
+                audio.send(std::move(*buffer));
             }
-        });
-    if (std::optional<AudioBuffer> tail = converter->flush()) {
-        buffers.push_back(std::move(*tail));
+        };
+        std::uint64_t frames = 0;
+        try {
+            frames = reader_.read(app::AudioCaptureService::bufferSize,
+                                  [&](const platform::AudioInput::Frames& read) {
+                                      send(converter_->convert(read));
+                                      return !audio.isClosed();
+                                  });
+            send(converter_->flush());
+        } catch (...) {
+            audio.close();
+            throw;
+        }
+        audio.close();
+        if (frames == 0 || !converted) {
+            throw Error("audio file '" + file_.string() + "' contains no audio");
+        }
     }
-    if (frames == 0 || buffers.empty()) {
-        throw Error("audio file '" + file.string() + "' contains no audio");
-    }
-    return buffers;
-}
+
+  private:
+    std::filesystem::path file_;
+    AudioFileReader reader_;
+    std::shared_ptr<app::AudioConverter> converter_;
+};
 
 std::string installedModelsText(const platform::PocketSphinxModelLocator& locator) {
     std::string text;
@@ -294,15 +318,25 @@ class Dictation {
         speech_->setContextualStrings(std::move(hints));
     }
 
-    /// The recognised text; runs the event loop until the dictation is over.
-    DictationTranscript run(std::vector<AudioBuffer> fileAudio) {
+    /// The recognised text of the file, or of the microphone without one; runs the event loop
+    /// until the dictation is over.
+    DictationTranscript run(std::unique_ptr<FileAudio> file) {
         std::exception_ptr failure;
-        QCoro::waitFor(dictate(std::move(fileAudio), failure));
+        QCoro::waitFor(dictate(std::move(file), failure));
         if (forwarder_.joinable()) {
             forwarder_.join();
         }
+        if (fileAudio_) {
+            fileAudio_->close();  // a dictation that ended early releases the decoding too
+        }
+        if (fileFeeder_.joinable()) {
+            fileFeeder_.join();
+        }
         if (failure) {
             std::rethrow_exception(failure);
+        }
+        if (fileFailure_) {
+            std::rethrow_exception(fileFailure_);
         }
         if (transcript_.text().empty() && recognitionError_) {
             throw Error("speech recognition failed: " + *recognitionError_);
@@ -311,25 +345,30 @@ class Dictation {
     }
 
   private:
-    QCoro::Task<> dictate(std::vector<AudioBuffer> fileAudio, std::exception_ptr& failure) {
+    QCoro::Task<> dictate(std::unique_ptr<FileAudio> file, std::exception_ptr& failure) {
         try {
-            co_await dictateOrThrow(std::move(fileAudio));
+            co_await dictateOrThrow(std::move(file));
         } catch (...) {
             failure = std::current_exception();
         }
     }
 
-    QCoro::Task<> dictateOrThrow(std::vector<AudioBuffer> fileAudio) {
+    QCoro::Task<> dictateOrThrow(std::unique_ptr<FileAudio> file) {
         std::shared_ptr<Channel<AudioBuffer>> audio;
         std::unique_ptr<StopRequestWatch> stopWatch;
-        if (options_.file) {
-            // All at once: the recogniser queues what it has not decoded yet, and its result does
-            // not depend on how fast the audio came.
-            audio = std::make_shared<Channel<AudioBuffer>>();
-            for (AudioBuffer& buffer : fileAudio) {
-                audio->send(std::move(buffer));
-            }
-            audio->close();
+        if (file) {
+            // Decoded on a thread of its own while the recogniser starts and loads its model, and
+            // then as fast as the recogniser takes it (its text does not depend on how fast the
+            // audio comes); the audio ends with the file.
+            audio = std::make_shared<Channel<AudioBuffer>>(FileAudio::buffersAhead);
+            fileAudio_ = audio;
+            fileFeeder_ = std::thread([this, audio, file = std::move(file)] {
+                try {
+                    file->feed(*audio);
+                } catch (...) {
+                    fileFailure_ = std::current_exception();
+                }
+            });
             audioEnded_ = true;
         } else {
             stopWatch = std::make_unique<StopRequestWatch>(signals_);
@@ -476,6 +515,10 @@ class Dictation {
     std::unique_ptr<platform::PulseAudioInput> microphone_;
     std::unique_ptr<app::AudioCaptureService> capture_;
     std::thread forwarder_;
+    std::shared_ptr<Channel<AudioBuffer>> fileAudio_;
+    std::thread fileFeeder_;
+    // Written by the feeder thread, read once it has been joined.
+    std::exception_ptr fileFailure_;
     const bool stderrIsTerminal_;
     bool audioEnded_ = false;
     std::optional<QCoro::Task<>> finishing_;
@@ -529,7 +572,7 @@ void runDictate(const ParsedArguments& arguments, CommandContext& context) {
     options.trace = arguments.has("--trace");
 
     // Everything that can fail before any audio is touched fails here, first. The model starts
-    // loading before the file is decoded or the microphone opens.
+    // loading before the file is opened or the microphone opens.
     const auto dictionary = openCorrectionEngine(options.dictionary);
     ensureApplication();
     DictationTranscript transcript;
@@ -537,12 +580,12 @@ void runDictate(const ParsedArguments& arguments, CommandContext& context) {
         Dictation dictation(options, context.environment(), context.diagnostics());
         // Before the file: without a recogniser for the locale there is nothing to decode it for.
         dictation.checkLocale();
-        std::vector<AudioBuffer> fileAudio;
+        std::unique_ptr<FileAudio> file;
         if (options.file) {
-            fileAudio = convertedFile(*options.file);
+            file = std::make_unique<FileAudio>(*options.file);
         }
         dictation.setHints(dictionary->hints(DictionaryScope::all));
-        transcript = dictation.run(std::move(fileAudio));
+        transcript = dictation.run(std::move(file));
     }
     context.writeText(trimmedEnd(transcript.finished(dictionary.get(), !options.keepFillers).text));
 }

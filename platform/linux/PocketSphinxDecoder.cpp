@@ -81,6 +81,7 @@ void PocketSphinxDecoder::shutDown() {
         stopping_ = true;
     }
     wake_.notify_all();
+    room_.notify_all();
 }
 
 void PocketSphinxDecoder::attach(const std::shared_ptr<PocketSphinxRecognitionTask>& task) {
@@ -117,11 +118,17 @@ void PocketSphinxDecoder::append(const PocketSphinxRecognitionTask& task,
         return;
     }
     {
-        const std::lock_guard lock(mutex_);
-        if (!accepts(task)) {
+        std::unique_lock lock(mutex_);
+        // Waits for room while the stream is decoded (or ended, or dropped, or shut down).
+        room_.wait(lock, [&] {
+            return queuedSamples_ < maximumQueuedSamples || !accepts(task) || stopping_;
+        });
+        if (!accepts(task) || stopping_) {
             return;
         }
-        queue_.push_back(Item{stream_, std::vector<std::int16_t>(samples.begin(), samples.end())});
+        queue_.push_back(
+            Item{stream_, std::vector<std::int16_t>(samples.begin(), samples.end()), false, {}});
+        queuedSamples_ += samples.size();
     }
     wake_.notify_all();
 }
@@ -133,34 +140,64 @@ void PocketSphinxDecoder::endAudio(const PocketSphinxRecognitionTask& task,
         const std::lock_guard lock(mutex_);
         accepted = accepts(task);
         if (accepted) {
-            queue_.push_back(Item{stream_, {}, true});
+            queue_.push_back(Item{stream_, {}, true, {}});
             streamEnded_ = true;
             endDecoded_ = std::move(decoded);
         }
     }
     wake_.notify_all();
+    room_.notify_all();
     // A cancelled task or an ended stream will see no more decoding from this call.
     if (!accepted && decoded) {
         decoded();
     }
 }
 
-std::function<void()> PocketSphinxDecoder::dropStreamLocked() {
+void PocketSphinxDecoder::catchUp(const PocketSphinxRecognitionTask& task,
+                                  std::function<void()> caughtUp) {
+    if (!caughtUp) {
+        return;
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        if (accepts(task)) {
+            queue_.push_back(Item{stream_, {}, false, std::move(caughtUp)});
+            caughtUp = nullptr;
+        }
+    }
+    wake_.notify_all();
+    if (caughtUp) {
+        caughtUp();  // nothing of this task's audio is left to decode
+    }
+}
+
+std::vector<std::function<void()>> PocketSphinxDecoder::dropStreamLocked() {
+    std::vector<std::function<void()>> callbacks;
+    for (Item& item : queue_) {
+        if (item.caughtUp) {
+            callbacks.push_back(std::move(item.caughtUp));
+        }
+    }
+    if (endDecoded_) {
+        callbacks.push_back(std::exchange(endDecoded_, nullptr));
+    }
     ++stream_;
     queue_.clear();
+    queuedSamples_ = 0;
     streamEnded_ = false;
-    return std::exchange(endDecoded_, nullptr);
+    room_.notify_all();
+    return callbacks;
 }
 
 void PocketSphinxDecoder::cancel(const PocketSphinxRecognitionTask& task) {
     bool idle = false;
-    std::function<void()> endDecoded;
+    std::vector<std::function<void()>> dropped;
     {
         const std::lock_guard lock(mutex_);
         // Only the newest task speaks for the dictation; an older, finished one going away must
         // not end the stream its successor is decoding.
         if (task.place.serial == lastSerial_ && task.place.stream == stream_) {
-            endDecoded = dropStreamLocked();
+            dropped = dropStreamLocked();
         }
         if (attached_.get() == &task) {
             attached_.reset();
@@ -168,8 +205,9 @@ void PocketSphinxDecoder::cancel(const PocketSphinxRecognitionTask& task) {
         idle = !attached_ && !stopping_;
     }
     wake_.notify_all();
-    if (endDecoded) {
-        endDecoded();
+    room_.notify_all();  // an append() for the cancelled task gives up
+    for (const std::function<void()>& callback : dropped) {
+        callback();
     }
     if (idle) {
         scheduleIdleRelease();
@@ -233,12 +271,12 @@ void PocketSphinxDecoder::run() {
             lock.lock();
             if (!loaded) {
                 // The whole dictation is lost without a model: drop its audio with the task.
-                const std::function<void()> endDecoded = dropStreamLocked();
+                const std::vector<std::function<void()>> dropped = dropStreamLocked();
                 lock.unlock();
                 endTask(task, std::nullopt, Error{modelUnavailableCode, failure});
-                // Nothing more of this audio will be decoded: whoever waits for its end can stop.
-                if (endDecoded) {
-                    endDecoded();
+                // Nothing more of this audio will be decoded: whoever waits for it can stop.
+                for (const std::function<void()>& callback : dropped) {
+                    callback();
                 }
                 lock.lock();
             }
@@ -253,6 +291,8 @@ void PocketSphinxDecoder::run() {
         }
         const Item item = std::move(queue_.front());
         queue_.pop_front();
+        queuedSamples_ -= item.samples.size();
+        room_.notify_all();
         lock.unlock();
         process(item, task);
         lock.lock();
@@ -359,6 +399,11 @@ void PocketSphinxDecoder::abandonUtterance() {
 
 void PocketSphinxDecoder::process(const Item& item,
                                   const std::shared_ptr<PocketSphinxRecognitionTask>& task) {
+    if (item.caughtUp) {
+        // Every buffer before the mark has been decoded and its changed hypothesis delivered.
+        item.caughtUp();
+        return;
+    }
     if (item.stream != decodingStream_) {
         // A new dictation: whatever was left of the last one's utterance is not part of it.
         abandonUtterance();

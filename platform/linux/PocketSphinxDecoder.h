@@ -13,7 +13,9 @@
 // after partials were shown for it ends with an empty final, which withdraws them. Cancelling the
 // newest task ends the stream: its queued audio is dropped and the next task starts a new one. The
 // stream's end-of-audio callback (endAudio) runs once its end has been decoded, or once the stream
-// is dropped (cancelled, model not loadable).
+// is dropped (cancelled, model not loadable); a catch-up callback (catchUp) marks its place in the
+// queue and runs once the audio before it has been decoded and its partial delivered, or once the
+// stream is dropped.
 //
 // Each dictation is decoded from the same starting point, the model's own channel estimates
 // (cepstral mean, noise level), so the same audio gives the same text whatever was dictated before.
@@ -55,6 +57,9 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
   public:
     // Code of the error that ends a task whose model could not be loaded.
     static constexpr long modelUnavailableCode = 1;
+    // Undecoded audio beyond which append() waits for the decoder: a feeder faster than real time
+    // (a file) is held back instead of queueing all of it; live audio is never this far behind.
+    static constexpr std::size_t maximumQueuedSamples = 30 * 16000;
 
     PocketSphinxDecoder(PocketSphinxModel model, Clock& clock, Clock::Duration idleRelease);
     ~PocketSphinxDecoder();
@@ -72,6 +77,7 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
 
     void append(const PocketSphinxRecognitionTask& task, std::span<const std::int16_t> samples);
     void endAudio(const PocketSphinxRecognitionTask& task, std::function<void()> decoded);
+    void catchUp(const PocketSphinxRecognitionTask& task, std::function<void()> caughtUp);
     void cancel(const PocketSphinxRecognitionTask& task);
 
     bool isModelLoaded() const noexcept { return loaded_; }
@@ -82,12 +88,14 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
         std::uint64_t stream = 0;
         std::vector<std::int16_t> samples;
         bool endOfAudio = false;
+        // Set on a catch-up mark, which holds no audio.
+        std::function<void()> caughtUp;
     };
 
     bool accepts(const PocketSphinxRecognitionTask& task) const;
     // Drops the current stream's queued audio and starts a new stream; returns the dropped
-    // stream's end-of-audio callback, to be run without the lock.
-    std::function<void()> dropStreamLocked();
+    // stream's end-of-audio and catch-up callbacks, to be run without the lock.
+    std::vector<std::function<void()>> dropStreamLocked();
     void scheduleIdleRelease();
     void requestRelease();
 
@@ -113,7 +121,10 @@ class PocketSphinxDecoder final : public std::enable_shared_from_this<PocketSphi
 
     mutable std::mutex mutex_;
     std::condition_variable wake_;
+    // Signalled when queued audio was taken or dropped, for an append() that waits.
+    std::condition_variable room_;
     std::deque<Item> queue_;
+    std::size_t queuedSamples_ = 0;
     std::uint64_t stream_ = 1;
     bool streamEnded_ = false;
     // The current stream's end-of-audio callback, from endAudio() until its end is decoded.

@@ -23,6 +23,14 @@ void PocketSphinxRecognitionTask::endAudio(std::function<void()> decoded) {
     }
 }
 
+void PocketSphinxRecognitionTask::catchUp(std::function<void()> caughtUp) {
+    if (auto decoder = decoder_.lock()) {
+        decoder->catchUp(*this, std::move(caughtUp));
+    } else if (caughtUp) {
+        caughtUp();
+    }
+}
+
 void PocketSphinxRecognitionTask::cancel() {
     {
         // Waits for a result being delivered on the decoder's thread, so none follows cancel().

@@ -29,6 +29,7 @@ class PocketSphinxRecognitionTask final : public SegmentRecognitionTask {
 
     void appendAudio(std::span<const std::int16_t> samples16kMono) override;
     void endAudio(std::function<void()> decoded) override;
+    void catchUp(std::function<void()> caughtUp) override;
     void cancel() override;
 
     // For the decoder. `stream` is the dictation the task belongs to and `serial` its place among

@@ -67,7 +67,13 @@ void ProgressiveTranscriber::analyze(std::span<const std::int16_t> samples16kMon
     std::transform(samples16kMono.begin(), samples16kMono.end(), converted.begin(),
                    [](std::int16_t sample) { return static_cast<float>(sample) / 32768.0f; });
     {
-        std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
+        // Held back while the window is longer than a segment can be: the worker cuts it by then,
+        // so audio that comes faster than it is decoded (a file) waits instead of filling memory.
+        const std::size_t windowLimit =
+            samplesIn(options_.maximumSegment + std::chrono::seconds(2));
+        changed_.wait(lock,
+                      [&] { return window_.size() < windowLimit || cancelled_ || inputFinished_; });
         if (cancelled_ || inputFinished_) {
             return;
         }
@@ -164,6 +170,7 @@ ProgressiveTranscriber::Action ProgressiveTranscriber::nextAction() {
             frames_.erase(frames_.begin(), frames_.begin() + static_cast<std::ptrdiff_t>(drop));
             window_.erase(window_.begin(),
                           window_.begin() + static_cast<std::ptrdiff_t>(drop * kFrame));
+            changed_.notify_all();  // room for a held-back analyze()
         }
         if (inputFinished_) {
             return {Action::Kind::end, 0};
@@ -219,6 +226,7 @@ void ProgressiveTranscriber::runWorker() {
             window_.erase(window_.begin(), window_.begin() + static_cast<std::ptrdiff_t>(cut));
             frames_.erase(frames_.begin(), frames_.begin() + static_cast<std::ptrdiff_t>(std::min(
                                                                  frames_.size(), cut / kFrame)));
+            changed_.notify_all();
             ++statistics_.finalDecodes;
         } else {
             segment = window_;

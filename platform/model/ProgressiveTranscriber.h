@@ -8,7 +8,9 @@
 // outgrows the model's 30-second window. Silence is never decoded: without speech the window is
 // trimmed to a short pre-roll. Text decoded from audio in which nobody spoke is passed through
 // TranscriptGuard (stock hallucinations, prompt echoes). The language is always the transcriber's
-// own; the contextual strings become the initial prompt (InitialPrompt).
+// own; the contextual strings become the initial prompt (InitialPrompt). analyze() waits while the
+// window is longer than maximumSegment and two seconds: audio that comes faster than it is decoded
+// is held back at the feeder.
 //
 // Threads: see ModelTranscriber. analyze()/finishInput() (feeder), nextResult() (reader) and
 // finalizeThroughEndOfInput() (stop) may run at once; the decoder runs only on the worker thread,

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoroTask>
+#include <algorithm>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -51,12 +52,15 @@ TEST(ChannelTest, AwaitingReaderResumesOnItsOwnThreadForValuesAndEndSentFromAnot
     EXPECT_EQ(resumedOn, std::this_thread::get_id());
 }
 
+// With a capacity, which holds fast writers back without losing or reordering their values.
 TEST(ChannelTest, BlockingReceiveWakesForValuesAndCloseFromOtherThreads) {
-    auto channel = std::make_shared<Channel<int>>();
+    auto channel = std::make_shared<Channel<int>>(8);
     std::vector<int> received;
+    std::size_t mostBuffered = 0;
     std::thread reader([&] {
         while (std::optional<int> value = channel->receive()) {
             received.push_back(*value);
+            mostBuffered = std::max(mostBuffered, channel->bufferedCount());
         }
     });
     std::vector<std::thread> writers;
@@ -74,6 +78,7 @@ TEST(ChannelTest, BlockingReceiveWakesForValuesAndCloseFromOtherThreads) {
     reader.join();
     EXPECT_EQ(channel->receive(), std::nullopt) << "the end stays the end";
     ASSERT_EQ(received.size(), 1000u);
+    EXPECT_LE(mostBuffered, 8u);
     // Each writer's values keep their order.
     std::vector<int> last(4, -1);
     for (int value : received) {

@@ -103,6 +103,7 @@ TEST_F(MenuBarManagerTest, MenuStartAndStopRunTheWholeSessionInOrder) {
     EXPECT_EQ(manager->recordingState(), RecordingState::idle);
     EXPECT_FALSE(manager->isTransitioning());
     EXPECT_EQ(manager->lastInsertedText(), "こんにちはKelvoVoice");
+    EXPECT_EQ(speech.catchUpStopCount, 1);
 }
 
 TEST_F(MenuBarManagerTest, RequestsWhileIdleOrRecordingFollowTheStateTable) {
@@ -306,9 +307,12 @@ TEST_F(MenuBarManagerTest, WhatAFinishInsertsDependsOnTheWordsTheRequestAndTheSe
         }
         speech.finalOnStop = c.finalOnStop;
         settle(clock);
+        const int catchUpStops = speech.catchUpStopCount;
         EXPECT_TRUE(c.discard ? manager->discardDictation("fn-tap")
                               : manager->stopDictation("menu"));
         runFor(clock, 100ms);
+        EXPECT_EQ(speech.catchUpStopCount - catchUpStops, c.discard ? 0 : 1)
+            << "only words that are kept wait for the recogniser to catch up";
         EXPECT_EQ(inserter.insertions.empty() ? std::nullopt
                                               : std::optional(inserter.insertions.back().first),
                   c.inserted);

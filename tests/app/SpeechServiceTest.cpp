@@ -50,10 +50,9 @@ Events drainEvents(Channel<TranscriptionEvent>& events) {
     return all;
 }
 
-// Flags the end of finishInput(); the flag outlives a test that gave up waiting for it.
-QCoro::Task<> finishInputThenFlag(std::shared_ptr<SpeechService> service,
-                                  std::shared_ptr<bool> finished) {
-    co_await service->finishInput();
+// Flags the end of a stop; the flag outlives a test that gave up waiting for it.
+QCoro::Task<> flagOnceDone(QCoro::Task<> stopping, std::shared_ptr<bool> finished) {
+    co_await std::move(stopping);
     *finished = true;
 }
 
@@ -81,11 +80,11 @@ class SpeechServiceTest : public ::testing::Test {
             waitUntil([&] { return service->activeEngine().has_value() || events->isClosed(); }));
     }
 
-    // Starts on the segment recogniser and returns its first request.
+    // Starts on the segment recogniser and returns the request it started.
     std::shared_ptr<FakeSegmentRecognitionTask> startFallback() {
         engine.available = false;
         start();
-        return recognizers.localeRecognizer->tasks().at(0);
+        return recognizers.localeRecognizer->tasks().back();
     }
 
     void stop() { QCoro::waitFor(service->stop()); }
@@ -211,7 +210,7 @@ TEST_F(SpeechServiceTest, ModelEngineResultsAndOutstandingFinalsArriveBeforeTheS
 
     audio->close();  // capture stops first
     auto finished = std::make_shared<bool>(false);
-    QCoro::Task<> finishing = finishInputThenFlag(service, finished);
+    QCoro::Task<> finishing = flagOnceDone(service->finishInput(), finished);
     ASSERT_TRUE(waitUntil([&] { return *finished; }));
     EXPECT_EQ(drainEvents(*events),
               (Events{TranscriptionEvent::final_("明日の"), TranscriptionEvent::final_("会議の"),
@@ -275,13 +274,14 @@ TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHi
     EXPECT_EQ(events->receive(), TranscriptionEvent::partial("あした"));
 
     audio->close();
-    EXPECT_TRUE(waitUntil([&] { return task->endAudioCount == 1; }))
-        << "the consumer ends the current request's audio when the stream ends";
-    // Finishing the input waits for the recogniser to decode the end of the audio, so its last
-    // final arrives instead of being cancelled.
+    EXPECT_TRUE(waitUntil([&] { return task->catchUpCount == 1; }))
+        << "the consumer has the current request catch up when the stream ends";
+    // Finishing the input then ends the audio and waits for the recogniser to decode its end, so
+    // the last final arrives instead of being cancelled.
     auto finished = std::make_shared<bool>(false);
-    QCoro::Task<> finishing = finishInputThenFlag(service, finished);
-    runFor(clock, 50ms);
+    QCoro::Task<> finishing = flagOnceDone(service->finishInput(), finished);
+    task->decodeEnd();
+    ASSERT_TRUE(waitUntil([&] { return task->endAudioCount == 1; }));
     EXPECT_FALSE(*finished || task->cancelled);
     task->deliverFinal("最後");
     task->decodeEnd();
@@ -355,7 +355,36 @@ TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) 
     first->close();
     // Nothing to wait for when it is right: the stopped dictation's thread gets a moment to err.
     std::this_thread::sleep_for(200ms);
-    EXPECT_EQ(next->endAudioCount.load(), 0);
+    EXPECT_EQ(next->catchUpCount.load(), 0);
+}
+
+// The recogniser decodes only when the test says so, as one behind real time does: the stop of a
+// kept dictation cancels it only once the captured audio is in its last partial, or at the
+// deadline.
+TEST_F(SpeechServiceTest, StoppingAKeptFallbackDictationWaitsForTheRecognizerToCatchUp) {
+    for (const bool catchesUp : {true, false}) {
+        const auto task = startFallback();
+        task->deliverPartial("明日の");
+        audio->send(buffer(4096));
+        audio->close();  // capture stops first
+        auto stopped = std::make_shared<bool>(false);
+        QCoro::Task<> stopping = flagOnceDone(service->stopAfterCatchingUp(), stopped);
+        ASSERT_TRUE(waitUntil([&] { return task->catchUpCount == 1; }));
+        EXPECT_FALSE(*stopped || task->cancelled);
+        if (catchesUp) {
+            task->deliverPartial("明日の会議");
+            task->decodeEnd();
+        } else {
+            clock.advance(SpeechService::legacyCatchUpDeadline);
+        }
+        ASSERT_TRUE(waitUntil([&] { return *stopped; }));
+        EXPECT_TRUE(task->cancelled);
+        EXPECT_EQ(drainEvents(*events).back(),
+                  TranscriptionEvent::partial(catchesUp ? "明日の会議" : "明日の"));
+    }
+    EXPECT_EQ(trace.lines().back(),
+              "[SpeechService] Fallback recogniser still behind after 1500 ms; stopping with its "
+              "last partial");
 }
 
 TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARecognizer) {

@@ -100,11 +100,6 @@ TEST_F(KelvoModelsTest, InstallsListsResumesAndRemoves) {
         << outcome.errors;
     EXPECT_EQ(statusOfTiny(), "supported");
 
-    outcome = kelvo({"models", "install", "huge"});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.errors.find("unknown model 'huge' (see kelvo models list)"),
-              std::string::npos);
-
     // The only model of this catalogue is the suggestion on any machine; the reason names the CPU.
     server_.behave(ModelFileServer::Mode::normal);
     outcome = kelvo({"models", "install", "--recommended"});

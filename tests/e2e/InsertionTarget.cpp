@@ -4,19 +4,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QProcessEnvironment>
 
 #include <csignal>
 #include <stdexcept>
-#include <thread>
+
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo::test {
-
-namespace {
-
-constexpr int kStartLimitMs = 90000;
-
-}  // namespace
 
 InsertionTarget::InsertionTarget(std::string kind, const std::vector<std::string>& options)
     : kind_(std::move(kind)) {
@@ -24,14 +18,14 @@ InsertionTarget::InsertionTarget(std::string kind, const std::vector<std::string
     for (const auto& option : options) {
         arguments << QString::fromStdString(option);
     }
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    if (!environment.contains(QStringLiteral("KELVO_QT_TARGET"))) {
-        environment.insert(QStringLiteral("KELVO_QT_TARGET"), QStringLiteral(KELVO_QT_TARGET));
+    // The script starts the Qt target this build made, unless told otherwise.
+    if (!qEnvironmentVariableIsSet("KELVO_QT_TARGET")) {
+        qputenv("KELVO_QT_TARGET", KELVO_QT_TARGET);
     }
     QProcess script;
-    script.setProcessEnvironment(environment);
     script.start(QStringLiteral(KELVO_HEADLESS_SESSION), arguments);
-    if (!script.waitForFinished(kStartLimitMs) || script.exitStatus() != QProcess::NormalExit ||
+    // Generous: the script itself gives each step 20 s.
+    if (!script.waitForFinished(90000) || script.exitStatus() != QProcess::NormalExit ||
         script.exitCode() != 0) {
         script.kill();
         script.waitForFinished();
@@ -52,49 +46,31 @@ InsertionTarget::~InsertionTarget() {
     ::kill(static_cast<pid_t>(pid_), SIGTERM);
     // Wait until it is gone, so the next target's test never meets this one's window. The target
     // is not our child: a zombie waiting for its reaper counts as gone.
-    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < giveUp) {
-        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid_));
-        if (!stat.open(QIODevice::ReadOnly)) {
-            return;
-        }
-        const QByteArray line = stat.readAll();
-        const int afterName = line.lastIndexOf(')');
-        if (afterName < 0 || line.mid(afterName + 2, 1) == "Z") {
-            return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    waitUntil(
+        [&] {
+            QFile stat(QStringLiteral("/proc/%1/stat").arg(pid_));
+            if (!stat.open(QIODevice::ReadOnly)) {
+                return true;
+            }
+            const QByteArray line = stat.readAll();
+            const int afterName = line.lastIndexOf(')');
+            return afterName < 0 || line.mid(afterName + 2, 1) == "Z";
+        },
+        std::chrono::seconds(10), std::chrono::milliseconds(20));
 }
 
-std::optional<InsertionTarget::State> InsertionTarget::state() const {
+std::string InsertionTarget::text() const {
     QFile file(QString::fromStdString(stateFile_));
     if (!file.open(QIODevice::ReadOnly)) {
-        return std::nullopt;
+        return {};
     }
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
-    if (!document.isObject()) {
-        return std::nullopt;
-    }
-    const QJsonObject object = document.object();
-    State state;
-    state.text = object.value("text").toString().toStdString();
-    state.selectionStart = object.value("selectionStart").toInt();
-    state.selectionEnd = object.value("selectionEnd").toInt();
-    state.caret = object.value("caret").toInt();
-    state.focused = object.value("focused").toBool();
-    state.active = object.value("active").toBool();
-    return state;
+    return QJsonDocument::fromJson(file.readAll()).object().value("text").toString().toStdString();
 }
 
-std::optional<InsertionTarget::State> InsertionTarget::waitForState(
-    const std::function<bool(const State&)>& condition, std::chrono::milliseconds limit) const {
-    const auto giveUp = std::chrono::steady_clock::now() + limit;
-    auto current = state();
-    while (!(current && condition(*current)) && std::chrono::steady_clock::now() < giveUp) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        current = state();
-    }
+std::string InsertionTarget::waitForText(const std::function<bool(const std::string&)>& condition,
+                                         std::chrono::milliseconds limit) const {
+    std::string current;
+    waitUntil([&] { return condition(current = text()); }, limit, std::chrono::milliseconds(20));
     return current;
 }
 

@@ -1,18 +1,17 @@
 // PocketSphinxRecognizer with Debian's en-US model on flite speech: the text does not depend on
 // when the next request starts after a final (audio appended meanwhile belongs to the next
-// segment) nor on the dictations heard before, and the model stays loaded between dictations until
-// the idle timer of the injected clock releases it.
+// segment) nor on the dictations heard before, a request behind real time catches up with its audio
+// before it is cancelled, and the model stays loaded between dictations until the idle timer of the
+// injected clock releases it.
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <fstream>
 #include <iostream>
 #include <limits>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "fakes/FakeClock.h"
@@ -20,6 +19,7 @@
 #include "platform/linux/PocketSphinxRecognizer.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/e2e/SpokenEnglish.h"
+#include "tests/support/WaitUntil.h"
 
 namespace kelvo {
 namespace {
@@ -58,7 +58,6 @@ class Dictation {
                     }
                     if (isFinal || error) {
                         ++ended_;
-                        changed_.notify_all();
                     }
                 }
                 if (isFinal && restartAtOnce_) {
@@ -75,21 +74,26 @@ class Dictation {
                                              std::min<std::size_t>(4096, samples.size() - offset)));
         }
     }
-    void endAudio() {
-        current()->endAudio([this] {
+    // Or, for a stop, only has what was appended decoded: waited for like the end of the audio.
+    void endAudio(bool onlyCatchUp = false) {
+        const auto decoded = [this] {
             const std::lock_guard lock(mutex_);
             endDecoded_ = true;
-            changed_.notify_all();
-        });
+        };
+        onlyCatchUp ? current()->catchUp(decoded) : current()->endAudio(decoded);
     }
     void cancel() { current()->cancel(); }
 
     // Waits until `count` requests have ended (with a final or an error) or the end of the audio
     // has been decoded; true for the latter.
     bool waitForEndedOrEndDecoded(int count) {
-        std::unique_lock lock(mutex_);
-        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds(120),
-                                      [&] { return ended_ >= count || endDecoded_; }));
+        EXPECT_TRUE(test::waitUntil(
+            [&] {
+                const std::lock_guard lock(mutex_);
+                return ended_ >= count || endDecoded_;
+            },
+            std::chrono::seconds(120)));
+        const std::lock_guard lock(mutex_);
         return endDecoded_;
     }
     std::string text() {
@@ -110,7 +114,6 @@ class Dictation {
     PocketSphinxRecognizer& recognizer_;
     const bool restartAtOnce_;
     std::mutex mutex_;
-    std::condition_variable changed_;
     std::shared_ptr<SegmentRecognitionTask> task_;
     std::vector<std::string> finals_;
     int ended_ = 0;
@@ -153,20 +156,28 @@ TEST(PocketSphinxRecognizer,
     }
     late.cancel();
 
+    // Stopped behind real time (all the audio came at once): it catches up before the cancel, and
+    // with the gap after the last sentence every sentence is final by then.
+    Dictation stopped(recognizer, true);
+    stopped.startRequest();
+    stopped.append(samples);
+    stopped.endAudio(true);
+    ASSERT_TRUE(stopped.waitForEndedOrEndDecoded(std::numeric_limits<int>::max()));
+    stopped.cancel();
+
     const double wer = testing::wordErrorRate(said, atOnce.text());
     std::cout << "word error rate " << wer * 100 << " %: " << atOnce.text() << "\n";
     EXPECT_LT(wer, 0.25);
     EXPECT_EQ(late.text(), atOnce.text());
+    EXPECT_EQ(stopped.text(), atOnce.text());
 
     // Kept between dictations; released by the idle timer, not before.
     EXPECT_TRUE(recognizer.isModelLoaded());
     clock.advance(std::chrono::minutes(9));
     EXPECT_TRUE(recognizer.isModelLoaded());
     clock.advance(std::chrono::minutes(2));
-    for (int i = 0; i < 1200 && recognizer.isModelLoaded(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    EXPECT_FALSE(recognizer.isModelLoaded());
+    EXPECT_TRUE(test::waitUntil([&] { return !recognizer.isModelLoaded(); },
+                                std::chrono::seconds(60), std::chrono::milliseconds(50)));
 }
 
 }  // namespace

@@ -3,11 +3,12 @@
 // Test speech made at test time: English sentences spoken by flite, joined by gaps of faint white
 // noise (never digital silence, which no microphone delivers and which derails the recogniser),
 // converted by sox to the rate and channel count a test asks for (the same noise on every run: sox
-// -R); and the word error rate of a recognised text against what was said.
+// -R); the word error rate of a recognised text against what was said; and the shell that runs
+// the tools.
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
+#include <cstdio>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
@@ -16,14 +17,30 @@
 
 namespace kelvo::testing {
 
-inline void runShell(const std::string& command) {
-    if (std::system(command.c_str()) != 0) {
-        throw std::runtime_error("failed: " + command);
+// Runs a command line through /bin/sh; returns its standard output, throws when it fails.
+inline std::string runShell(const std::string& commandLine) {
+    FILE* pipe = popen(commandLine.c_str(), "r");
+    if (!pipe) {
+        throw std::runtime_error("cannot run: " + commandLine);
     }
+    std::string output;
+    char buffer[4096];
+    for (std::size_t count; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
+        output.append(buffer, count);
+    }
+    if (const int status = pclose(pipe); status != 0) {
+        throw std::runtime_error("failed (" + std::to_string(status) + "): " + commandLine);
+    }
+    return output;
 }
 
-inline std::string quoted(const std::filesystem::path& path) {
-    return "'" + path.string() + "'";
+// The text as one word of the shell.
+inline std::string quoted(const std::string& text) {
+    std::string result = "'";
+    for (const char c : text) {
+        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return result + "'";
 }
 
 // The sentences spoken one after the other into `file` (any format sox writes: .wav, .flac),

@@ -57,6 +57,12 @@ class KelvoProcess {
             if (!workingFolder.empty() && chdir(workingFolder.c_str()) != 0) {
                 _exit(126);
             }
+            // As a shell starts a command in the foreground: not with the signals this test (a
+            // background job, or finish() for SIGPIPE) happens to ignore, which the child would
+            // inherit, so that an interrupt reaches it as it reaches a user's.
+            for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) {
+                ::signal(signal, SIG_DFL);
+            }
             execve(binary, argv.data(), environment ? envp.data() : environ);
             _exit(127);
         }

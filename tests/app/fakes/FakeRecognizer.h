@@ -2,8 +2,9 @@
 
 // A scripted recogniser: startTranscription() hands out a fresh event channel the test writes
 // into (send()), stop() takes stopDelay on the fake clock, delivers finalOnStop when set (the
-// recogniser's last result), and closes the stream. Mirrors calls into an optional journal
-// ("speech: hints N", "speech: start", "speech: stop").
+// recogniser's last result), and closes the stream; stopAfterCatchingUp() is counted, then
+// stop(). Mirrors calls into an optional journal ("speech: hints N", "speech: start",
+// "speech: stop").
 
 #include <QCoroTask>
 #include <memory>
@@ -48,6 +49,10 @@ class FakeRecognizer final : public app::DictationRecognizer {
         }
         note("speech: stopped");
     }
+    QCoro::Task<> stopAfterCatchingUp() override {
+        ++catchUpStopCount;
+        return stop();
+    }
 
     void send(app::TranscriptionEvent event) { events->send(std::move(event)); }
 
@@ -57,6 +62,7 @@ class FakeRecognizer final : public app::DictationRecognizer {
     std::shared_ptr<app::Channel<app::AudioBuffer>> audioStream;
     std::shared_ptr<app::Channel<app::TranscriptionEvent>> events;
     int stopCount = 0;
+    int catchUpStopCount = 0;
 
   private:
     void note(std::string what) { journal_.note(std::move(what)); }

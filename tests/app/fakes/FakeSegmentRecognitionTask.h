@@ -1,7 +1,7 @@
 #pragma once
 
 // FakeSegmentRecognitionTask records what the service does with one recognition request (audio
-// appended, end of audio, cancel) and lets the test play the recogniser's thread with deliver().
+// appended, end of audio, catch-up, cancel) and lets the test play the recogniser's thread.
 
 #include <atomic>
 #include <cstddef>
@@ -31,6 +31,12 @@ class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask
             decoded_ = std::move(decoded);
         }
     }
+    // Caught up when the test says so (decodeEnd() too).
+    void catchUp(std::function<void()> caughtUp) override {
+        std::lock_guard lock(mutex_);
+        ++catchUpCount;
+        decoded_ = std::move(caughtUp);
+    }
     void decodeEnd() {
         std::unique_lock lock(mutex_);
         std::function<void()> decoded = std::move(decoded_);
@@ -50,6 +56,7 @@ class FakeSegmentRecognitionTask final : public platform::SegmentRecognitionTask
     const platform::SegmentRecognizer::RequestOptions options;
     std::atomic<std::size_t> appendedSamples = 0;
     std::atomic<int> endAudioCount = 0;
+    std::atomic<int> catchUpCount = 0;
     std::atomic<bool> cancelled = false;
 
   private:

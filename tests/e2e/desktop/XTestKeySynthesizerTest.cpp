@@ -53,37 +53,36 @@ bool isDown(Display* display, KeySym keysym) {
 TEST(XTestKeySynthesizerTest, ChoosesTheChordByTheFrontWindowClassAndReleasesHeldModifiers) {
     std::vector<std::string> userClasses;
     XTestKeySynthesizer synthesizer([&] { return userClasses; });
-
-    X11TestWindow editor("gedit", "Gedit");
-    auto chord = pasteInto(synthesizer, editor);
-    ASSERT_TRUE(chord);
-    EXPECT_EQ(chord->keysym, XK_v);
-    EXPECT_EQ(chord->state & kChordModifiers, unsigned(ControlMask));
-
-    X11TestWindow terminal("xterm", "XTerm");
-    chord = pasteInto(synthesizer, terminal);
-    ASSERT_TRUE(chord);
-    EXPECT_EQ(chord->keysym, XK_v);
-    EXPECT_EQ(chord->state & kChordModifiers, kChordModifiers);
-
-    // The user's own list is read at each paste, case-insensitively.
-    X11TestWindow custom("mytool", "MyTool");
-    chord = pasteInto(synthesizer, custom);
-    ASSERT_TRUE(chord);
-    EXPECT_EQ(chord->state & kChordModifiers, unsigned(ControlMask));
-    userClasses = {"MYTOOL"};
-    chord = pasteInto(synthesizer, custom);
-    ASSERT_TRUE(chord);
-    EXPECT_EQ(chord->state & kChordModifiers, kChordModifiers);
+    // Terminals take Ctrl+Shift+V; so do the classes of the user's own list, read at each paste,
+    // case-insensitively.
+    const struct {
+        const char* instance;
+        const char* className;
+        std::vector<std::string> userClasses;
+        unsigned int modifiers;
+    } cases[] = {{"gedit", "Gedit", {}, ControlMask},
+                 {"xterm", "XTerm", {}, kChordModifiers},
+                 {"mytool", "MyTool", {}, ControlMask},
+                 {"mytool", "MyTool", {"MYTOOL"}, kChordModifiers}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.className);
+        userClasses = c.userClasses;
+        X11TestWindow window(c.instance, c.className);
+        const auto chord = pasteInto(synthesizer, window);
+        ASSERT_TRUE(chord);
+        EXPECT_EQ(chord->keysym, XK_v);
+        EXPECT_EQ(chord->state & kChordModifiers, c.modifiers);
+    }
 
     // The trigger key and a Shift still held: released before the chord, so the editor gets
     // Ctrl+V rather than Ctrl+Shift+V.
+    X11TestWindow editor("gedit", "Gedit");
     editor.focus();
     int status = 0;
     runProgram({"xdotool", "keydown", "Shift_L", "keydown", "Control_R"}, &status);
     ASSERT_EQ(status, 0);
     ASSERT_TRUE(waitUntil([&] { return editor.pressOf(XK_Control_R).has_value(); }));
-    chord = pasteInto(synthesizer, editor);
+    const auto chord = pasteInto(synthesizer, editor);
     ASSERT_TRUE(chord);
     EXPECT_EQ(chord->state & kChordModifiers, unsigned(ControlMask));
     EXPECT_FALSE(isDown(editor.display(), XK_Shift_L));

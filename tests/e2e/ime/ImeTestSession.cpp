@@ -7,7 +7,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcessEnvironment>
-#include <QStandardPaths>
 #include <optional>
 
 #include <X11/Xlib.h>
@@ -64,35 +63,6 @@ Client startTerminal(const std::string& inputMethodName) {
         return {};
     }
     return Client{title, [output] { return fileBytes(output).toStdString(); }};
-}
-
-Client startWaylandTarget() {
-    static int count = 0;
-    QString title = QString("kelvo-wayland-entry-%1").arg(++count);
-    QString state = sessionDir() + "/" + title + ".json";
-    QString target =
-        QFileInfo(KELVO_HEADLESS_SESSION).absolutePath() + "/../tests/e2e/targets/gtk-target";
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("GDK_BACKEND", "wayland");
-    environment.insert("GTK_IM_MODULE", "wayland");
-    process.setProcessEnvironment(environment);
-    process.setProgram(target);
-    process.setArguments({"entry", state, "--title", title});
-    // Detached: the session ends it with the program's other descendants.
-    process.startDetached();
-    auto text = [state] {
-        return QJsonDocument::fromJson(fileBytes(state)).object().value("text").toString();
-    };
-    if (!waitUntil(
-            [&] {
-                QJsonObject object = QJsonDocument::fromJson(fileBytes(state)).object();
-                return object.value("focused").toBool() && object.value("active").toBool();
-            },
-            60s)) {
-        return {};
-    }
-    return Client{title.toStdString(), [text] { return text().toStdString(); }};
 }
 
 Client startShownPasswordField() {
@@ -190,27 +160,11 @@ void useInputMethod(const char* gtkAndQtModule, const char* ximServer) {
     qputenv("XMODIFIERS", QByteArray("@im=") + ximServer);
 }
 
-InputMethodDaemon::InputMethodDaemon(const QString& program, const QStringList& arguments,
-                                     const QString& home) {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("HOME", home);
-    environment.insert("XDG_CONFIG_HOME", home + "/.config");
-    environment.insert("XDG_DATA_HOME", home + "/.local/share");
-    environment.insert("GSETTINGS_BACKEND", "memory");
-    process_.setProcessEnvironment(environment);
-    process_.setProcessChannelMode(QProcess::MergedChannels);
-    process_.setStandardOutputFile(sessionDir() + "/" + program + ".log");
-    process_.start(program, arguments);
-    process_.waitForStarted();
-}
-
-InputMethodDaemon::~InputMethodDaemon() {
-    process_.terminate();
-    if (!process_.waitForFinished(5000)) {
-        process_.kill();
-        process_.waitForFinished();
-    }
-}
+InputMethodDaemon::InputMethodDaemon(const std::vector<std::string>& command, const QString& home)
+    : LoggedProcess(
+          command, (sessionDir() + "/" + QString::fromStdString(command[0]) + ".log").toStdString(),
+          {"HOME=" + home.toStdString(), "XDG_CONFIG_HOME=" + home.toStdString() + "/.config",
+           "XDG_DATA_HOME=" + home.toStdString() + "/.local/share", "GSETTINGS_BACKEND=memory"}) {}
 
 std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString& addonLibrary,
                                                                   const QString& inputMethod) {
@@ -233,48 +187,21 @@ std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startFcitx5(const QString&
         return nullptr;
     }
     useInputMethod("fcitx", "fcitx");
-    return std::unique_ptr<InputMethodDaemon>(
-        new InputMethodDaemon("fcitx5",
-                              {qEnvironmentVariableIsSet("WAYLAND_DISPLAY")
-                                   ? "--disable=notificationitem,kimpanel,classicui"
-                                   : "--disable=wayland,notificationitem,kimpanel,classicui"},
-                              home));
+    return std::unique_ptr<InputMethodDaemon>(new InputMethodDaemon(
+        {"fcitx5", qEnvironmentVariableIsSet("WAYLAND_DISPLAY")
+                       ? "--disable=notificationitem,kimpanel,classicui"
+                       : "--disable=wayland,notificationitem,kimpanel,classicui"},
+        home));
 }
 
-std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startSway() {
-    if (QStandardPaths::findExecutable("sway").isEmpty()) {
-        return nullptr;
+bool startCompositor() {
+    int status = 0;
+    std::string socket = runProgram({KELVO_HEADLESS_SESSION, "compositor"}, &status);
+    socket = socket.substr(0, socket.find('\n'));
+    if (status == 0 && !socket.empty()) {
+        qputenv("WAYLAND_DISPLAY", QByteArray::fromStdString(socket));
     }
-    QString home = sessionDir() + "/sway-home";
-    QDir().mkpath(home);
-    QFile config(home + "/config");
-    config.open(QIODevice::WriteOnly);
-    config.write("output HEADLESS-1 resolution 1280x720\n");
-    config.close();
-    QDir runtime(qEnvironmentVariable("XDG_RUNTIME_DIR"));
-    const QStringList before = runtime.entryList({"wayland-*"}, QDir::AllEntries | QDir::System);
-    qputenv("WLR_BACKENDS", "headless");
-    qputenv("WLR_LIBINPUT_NO_DEVICES", "1");
-    qputenv("WLR_RENDERER", "pixman");
-    std::unique_ptr<InputMethodDaemon> sway(
-        new InputMethodDaemon("sway", {"-c", config.fileName()}, home));
-    QString socket;
-    waitUntil(
-        [&] {
-            for (const QString& name :
-                 runtime.entryList({"wayland-*"}, QDir::AllEntries | QDir::System)) {
-                if (!before.contains(name) && !name.endsWith(".lock")) {
-                    socket = name;
-                }
-            }
-            return !socket.isEmpty() || sway->process_.state() == QProcess::NotRunning;
-        },
-        30s);
-    if (socket.isEmpty()) {
-        return nullptr;
-    }
-    qputenv("WAYLAND_DISPLAY", socket.toUtf8());
-    return sway;
+    return status == 0 && !socket.empty();
 }
 
 std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startIBus() {
@@ -284,7 +211,7 @@ std::unique_ptr<InputMethodDaemon> InputMethodDaemon::startIBus() {
     qputenv("XDG_CONFIG_HOME", (home + "/.config").toUtf8());
     useInputMethod("ibus", "ibus");
     std::unique_ptr<InputMethodDaemon> daemon(new InputMethodDaemon(
-        "ibus-daemon", {"--xim", "--panel=disable", "--config=disable"}, home));
+        {"ibus-daemon", "--xim", "--panel=disable", "--config=disable"}, home));
     QDir addresses(home + "/.config/ibus/bus");
     waitUntil([&] { return !addresses.entryList(QDir::Files).isEmpty(); }, 60s);
     return daemon;

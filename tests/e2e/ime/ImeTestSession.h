@@ -6,12 +6,13 @@
 // until its framework reports its input context focused. Main thread; needs a Qt application and
 // a session from scripts/headless-session.
 
-#include <QProcess>
 #include <QString>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "LoggedProcess.h"
 #include "platform/InputMethodCommitter.h"
 
 namespace kelvo::test {
@@ -32,10 +33,6 @@ Client startTarget(const std::string& kind, const QStringList& options = {});
 // byte into a file: no line editing, no echo, so nothing waits for a newline.
 Client startTerminal(const std::string& inputMethodName);
 
-// The GTK entry target running natively on Wayland (the compositor of WAYLAND_DISPLAY), with
-// GTK's text-input-v3 input method module; returns once the compositor has given it the focus.
-Client startWaylandTarget();
-
 // A GTK entry whose input purpose is password while its characters are shown (accessible role
 // plain text): a field for secrets that only the input method can recognise.
 Client startShownPasswordField();
@@ -55,36 +52,31 @@ bool focusUntilReady(const Client& client, platform::InputMethodCommitter& commi
 // What the framework reports as focused now (its probe's description).
 std::string reportedFocus(platform::InputMethodCommitter& committer);
 
+// Starts headless Sway (`scripts/headless-session compositor`, until the session ends) and points
+// WAYLAND_DISPLAY of this process at it, so that fcitx5 started from then on runs its Wayland
+// input-method frontend there. False when it did not start (not installed, or run as root).
+bool startCompositor();
+
 // Sets the variables that make GTK, Qt and XIM clients started from now on use a framework.
 void useInputMethod(const char* gtkAndQtModule, const char* ximServer);
 
-// A daemon of the session (an input-method framework, or the Wayland compositor), ended (TERM,
-// then KILL) when destroyed. Its log is FRAMEWORK.log in the
-// session folder.
-class InputMethodDaemon {
+// An input-method framework's daemon in the session with its own home folder, its log
+// FRAMEWORK.log in the session folder; ended when destroyed.
+class InputMethodDaemon : public LoggedProcess {
   public:
     // fcitx5 with our addon library at addonLibrary, installed for the user by
     // Fcitx5AddonInstaller (XDG_DATA_HOME of this process and the daemon: the session's), keyboard
     // layout engine only, no panel, Wayland only when WAYLAND_DISPLAY is set; clients are
-    // switched to fcitx. Null when the
-    // install failed.
+    // switched to fcitx. Null when the install failed.
     // With inputMethod "mozc" the user's profile makes Mozc the only input method.
     static std::unique_ptr<InputMethodDaemon> startFcitx5(const QString& addonLibrary,
                                                           const QString& inputMethod = {});
-    // sway as a headless Wayland compositor (one virtual output, no input devices); sets
-    // WAYLAND_DISPLAY in this process to its socket, and fcitx5 started from then on runs its
-    // Wayland input-method frontend there. Null when sway did not start (not installed, or run
-    // as root, which it refuses).
-    static std::unique_ptr<InputMethodDaemon> startSway();
     // ibus-daemon with XIM, no panel; its address file lands under XDG_CONFIG_HOME, which this
     // process and the clients started from now on share. Returns once the address is written.
     static std::unique_ptr<InputMethodDaemon> startIBus();
 
-    ~InputMethodDaemon();
-
   private:
-    InputMethodDaemon(const QString& program, const QStringList& arguments, const QString& home);
-    QProcess process_;
+    InputMethodDaemon(const std::vector<std::string>& command, const QString& home);
 };
 
 }  // namespace kelvo::test

@@ -3,9 +3,9 @@
 // them; the application's TextInsertionService sends the text with the real committers and the
 // real clipboard and paste chord behind them. Japanese with an emoji (a skin-tone sequence) must
 // arrive byte for byte; a window without an input context must get the text through the next
-// path (AT-SPI), a password field nothing at all; a pending Mozc composition must survive, and a
-// native Wayland client under sway must be reached (both only as a user other than root:
-// mozc_server and sway refuse root).
+// path (AT-SPI), a password field nothing at all; a pending Mozc composition must survive (only as
+// a user other than root: mozc_server refuses root). The native Wayland route through Fcitx5 is
+// the application's own test (WaylandAppTest).
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -14,19 +14,19 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QFile>
-#include <QProcess>
 #include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "ImeTestSession.h"
 #include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "X11TestWindow.h"
+#include "fakes/RecordingLog.h"
 #include "platform/AccessibilityClient.h"
 #include "platform/QtClock.h"
-#include "platform/TraceOutput.h"
 #include "platform/linux/AtspiAccessibilityClient.h"
 #include "platform/linux/Fcitx5InputMethodCommitter.h"
 #include "platform/linux/IBusInputMethodCommitter.h"
@@ -42,28 +42,6 @@ using platform::InputMethodCommitter;
 using Outcome = InputMethodCommitter::Outcome;
 
 const std::string dictated = "音声入力のテスト、日本語👍🏽です。";
-
-class RecordingTrace final : public platform::TraceOutput {
-  public:
-    void write(std::string_view line) override { lines.emplace_back(line); }
-    bool contains(const std::string& line) const {
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
-    std::string joined() const {
-        std::string all;
-        for (const std::string& line : lines) {
-            all += line + "\n";
-        }
-        return all;
-    }
-    std::vector<std::string> lines;
-};
-
-// The GTK entry, the Qt line edit and xterm, each started when called.
-std::vector<std::function<Client()>> clientStarters(const std::string& inputMethodName) {
-    return {[] { return startTarget("gtk-entry"); }, [] { return startTarget("qt-lineedit"); },
-            [inputMethodName] { return startTerminal(inputMethodName); }};
-}
 
 // The application's insertion service with the given committers and the real X11 backends.
 class Insertion {
@@ -84,7 +62,7 @@ class Insertion {
         return QCoro::waitFor(accessibility_.focusedElement()).isSecureTextField;
     }
 
-    RecordingTrace trace;
+    RecordingLog trace;
 
   private:
     platform::AtspiAccessibilityClient accessibility_;
@@ -124,7 +102,7 @@ void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
     // AT-SPI normally; the paste when a loaded machine shows the change after the verification.
     EXPECT_TRUE(insertion.trace.contains("[TextInsertion] AX direct insertion succeeded") ||
                 insertion.trace.contains("[TextInsertion] Pasteboard fallback completed"))
-        << insertion.trace.joined();
+        << ::testing::PrintToString(insertion.trace.lines());
 
     // Hidden characters: GTK keeps the field from IBus but not from Fcitx5, Qt from both.
     struct PasswordField {
@@ -147,67 +125,104 @@ void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
                    (!onlyTheFrameworkCanTell && seen == Outcome::noFocusedInputContext &&
                     insertion.seesPasswordField());
         }));
-        insertion.trace.lines.clear();
-        EXPECT_FALSE(insertion.insert(dictated)) << insertion.trace.joined();
-        EXPECT_EQ(insertion.trace.lines.back(),
+        insertion.trace.clear();
+        EXPECT_FALSE(insertion.insert(dictated))
+            << ::testing::PrintToString(insertion.trace.lines());
+        EXPECT_EQ(insertion.trace.lines().back(),
                   "[TextInsertion] Focused element is a password field, not inserting")
-            << insertion.trace.joined();
+            << ::testing::PrintToString(insertion.trace.lines());
         EXPECT_FALSE(insertion.trace.contains("[TextInsertion] Sent Cmd+V"));
         EXPECT_EQ(password.text(), "");
     }
     EXPECT_EQ(withInputMethod.text(), "");
 }
 
-// --- Fcitx5 ---------------------------------------------------------------------------------
-
-class Fcitx5InsertionTest : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
+// The two frameworks, each with its daemon and one committer for all of its cases (libibus keeps
+// one connection per process).
+struct Fcitx5 {
+    using Committer = platform::Fcitx5InputMethodCommitter;
+    static constexpr const char* name = "fcitx5";
+    static constexpr const char* module = "fcitx";
+    static std::unique_ptr<InputMethodDaemon> start() {
 #ifdef KELVO_FCITX5_ADDON_LIBRARY
-        daemon_ = InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_LIBRARY);
+        return InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_LIBRARY);
+#else
+        return nullptr;
 #endif
     }
+};
+struct IBus {
+    using Committer = platform::IBusInputMethodCommitter;
+    static constexpr const char* name = "ibus";
+    static constexpr const char* module = "ibus";
+    static std::unique_ptr<InputMethodDaemon> start() { return InputMethodDaemon::startIBus(); }
+};
+
+template <typename Framework>
+class InputMethodInsertionTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        daemon_ = Framework::start();
+        committer_ = std::make_unique<typename Framework::Committer>();
+    }
     static void TearDownTestSuite() {
+        committer_.reset();
         daemon_.reset();
     }
     void SetUp() override {
 #ifndef KELVO_FCITX5_ADDON_LIBRARY
-        GTEST_SKIP() << "the Fcitx5 addon was not built (Fcitx5 development packages missing)";
+        if (std::is_same_v<Framework, Fcitx5>) {
+            GTEST_SKIP() << "the Fcitx5 addon was not built (Fcitx5 development packages missing)";
+        }
 #endif
         ASSERT_TRUE(daemon_) << "the addon could not be installed for the user";
-        useInputMethod("fcitx", "fcitx");
-        // Ready once our addon answers on fcitx5's bus.
+        useInputMethod(Framework::module, Framework::module);
+        // Ready once the framework (for Fcitx5: our addon on its bus) answers.
         ASSERT_TRUE(waitUntil(
-            [&] { return QCoro::waitFor(committer.probe()).outcome != Outcome::unavailable; }, 60s))
-            << "fcitx5 did not load the addon";
+            [] { return QCoro::waitFor(committer_->probe()).outcome != Outcome::unavailable; },
+            60s))
+            << Framework::name << " did not start";
     }
 
-    static std::unique_ptr<InputMethodDaemon> daemon_;
-    platform::Fcitx5InputMethodCommitter committer;
+    static inline std::unique_ptr<InputMethodDaemon> daemon_;
+    static inline std::unique_ptr<InputMethodCommitter> committer_;
 };
-std::unique_ptr<InputMethodDaemon> Fcitx5InsertionTest::daemon_;
+using Frameworks = ::testing::Types<Fcitx5, IBus>;
+struct FrameworkName {
+    template <typename Framework>
+    static std::string GetName(int) {
+        return Framework::name;
+    }
+};
+TYPED_TEST_SUITE(InputMethodInsertionTest, Frameworks, FrameworkName);
 
-TEST_F(Fcitx5InsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
+TYPED_TEST(InputMethodInsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
+    InputMethodCommitter& committer = *this->committer_;
     Insertion insertion({&committer});
     // One client at a time: a client that is still making its input context when the next one
     // starts could take the focus back in the framework's view.
-    for (const auto& start : clientStarters("fcitx")) {
+    // The GTK entry, the Qt line edit and xterm.
+    for (const auto& start : std::vector<std::function<Client()>>{
+             [] { return startTarget("gtk-entry"); }, [] { return startTarget("qt-lineedit"); },
+             [] { return startTerminal(TypeParam::module); }}) {
         const std::string focusBefore = reportedFocus(committer);
         Client client = start();
         SCOPED_TRACE(client.title);
         ASSERT_TRUE(focusUntilReady(client, committer, focusBefore));
-        insertion.trace.lines.clear();
+        insertion.trace.clear();
         EXPECT_TRUE(insertion.insert(dictated));
         EXPECT_TRUE(waitUntil([&] { return client.text() == dictated; })) << client.text();
-        ASSERT_EQ(insertion.trace.lines.size(), 1u);
-        EXPECT_TRUE(insertion.trace.lines[0].starts_with(
-            "[TextInsertion] Input method insertion succeeded: fcitx5 ("))
-            << insertion.trace.lines[0];
+        ASSERT_EQ(insertion.trace.lines().size(), 1u);
+        EXPECT_TRUE(insertion.trace.lines()[0].starts_with(
+            "[TextInsertion] Input method insertion succeeded: " + std::string(TypeParam::name) +
+            " ("))
+            << insertion.trace.lines()[0];
     }
 }
 
-TEST_F(Fcitx5InsertionTest, WithoutAnInputContextAccessibilityTakesOverAndPasswordsGetNothing) {
-    expectTheNextPathsTakeOver(committer);
+TYPED_TEST(InputMethodInsertionTest,
+           WithoutAnInputContextAccessibilityTakesOverAndPasswordsGetNothing) {
+    expectTheNextPathsTakeOver(*this->committer_);
 }
 
 // A Mozc composition the user has pending when the dictation arrives stays pending, and the
@@ -252,97 +267,6 @@ TEST(MozcPreeditTest, APendingCompositionSurvivesTheDictation) {
     runProgram({"xdotool", "key", "Return"});
     EXPECT_TRUE(waitUntil([&] { return entry.text() == dictated + "にほんご"; })) << entry.text();
 #endif
-}
-
-// On Wayland: a GTK entry running natively on the compositor (sway, headless) gets the dictation
-// through fcitx5's Wayland input-method frontend (input-method-v2 to the compositor, text-input-v3
-// to the client), with no X11 in its path. sway refuses to run as root, so this runs only as
-// another user, and only where sway is installed.
-TEST(WaylandInsertionTest, DictationReachesANativeWaylandClientThroughTheCompositor) {
-#ifndef KELVO_FCITX5_ADDON_LIBRARY
-    GTEST_SKIP() << "the Fcitx5 addon was not built";
-#else
-    if (geteuid() == 0) {
-        GTEST_SKIP() << "sway refuses to run as root";
-    }
-    auto sway = InputMethodDaemon::startSway();
-    // Clients started by the later tests belong on the X server.
-    std::shared_ptr<void> backToX11(nullptr, [](void*) { qunsetenv("WAYLAND_DISPLAY"); });
-    if (!sway) {
-        GTEST_SKIP() << "sway is not installed or did not start";
-    }
-    // The X11 clients of the earlier cases stay until the session ends, and the one that still
-    // has the X focus would reconnect to the new fcitx5 focused and take the commit: hide them.
-    QProcess::execute("xdotool", {"search", "--onlyvisible", "--name", ".", "windowunmap", "%@"});
-    auto daemon = InputMethodDaemon::startFcitx5(KELVO_FCITX5_ADDON_LIBRARY);
-    ASSERT_TRUE(daemon);
-    platform::Fcitx5InputMethodCommitter committer;
-    Client entry = startWaylandTarget();
-    ASSERT_FALSE(entry.title.empty());
-    // The compositor focuses the new window itself; fcitx5 then has its Wayland context.
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            auto focus = QCoro::waitFor(committer.probe());
-            return focus.outcome == Outcome::delivered &&
-                   focus.detail.find("wayland_v2") != std::string::npos;
-        },
-        60s));
-    Insertion insertion({&committer});
-    EXPECT_TRUE(insertion.insert(dictated));
-    EXPECT_TRUE(waitUntil([&] { return entry.text() == dictated; })) << entry.text();
-    ASSERT_EQ(insertion.trace.lines.size(), 1u) << insertion.trace.joined();
-    EXPECT_TRUE(insertion.trace.lines[0].starts_with(
-        "[TextInsertion] Input method insertion succeeded: fcitx5 (wayland_v2:"))
-        << insertion.trace.lines[0];
-#endif
-}
-
-// --- IBus -----------------------------------------------------------------------------------
-
-class IBusInsertionTest : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        daemon_ = InputMethodDaemon::startIBus();
-        // libibus keeps one connection per process, made here.
-        committer_ = std::make_unique<platform::IBusInputMethodCommitter>();
-    }
-    static void TearDownTestSuite() {
-        committer_.reset();
-        daemon_.reset();
-    }
-    void SetUp() override {
-        useInputMethod("ibus", "ibus");
-        ASSERT_TRUE(waitUntil(
-            [&] { return QCoro::waitFor(committer_->probe()).outcome != Outcome::unavailable; },
-            60s))
-            << "ibus-daemon did not start";
-    }
-
-    static std::unique_ptr<InputMethodDaemon> daemon_;
-    static std::unique_ptr<platform::IBusInputMethodCommitter> committer_;
-};
-std::unique_ptr<InputMethodDaemon> IBusInsertionTest::daemon_;
-std::unique_ptr<platform::IBusInputMethodCommitter> IBusInsertionTest::committer_;
-
-TEST_F(IBusInsertionTest, DictationLandsInGtkQtAndTerminalByteForByte) {
-    Insertion insertion({committer_.get()});
-    for (const auto& start : clientStarters("ibus")) {
-        const std::string focusBefore = reportedFocus(*committer_);
-        Client client = start();
-        SCOPED_TRACE(client.title);
-        ASSERT_TRUE(focusUntilReady(client, *committer_, focusBefore));
-        insertion.trace.lines.clear();
-        EXPECT_TRUE(insertion.insert(dictated));
-        EXPECT_TRUE(waitUntil([&] { return client.text() == dictated; })) << client.text();
-        ASSERT_EQ(insertion.trace.lines.size(), 1u);
-        EXPECT_TRUE(insertion.trace.lines[0].starts_with(
-            "[TextInsertion] Input method insertion succeeded: ibus ("))
-            << insertion.trace.lines[0];
-    }
-}
-
-TEST_F(IBusInsertionTest, WithoutAnInputContextAccessibilityTakesOverAndPasswordsGetNothing) {
-    expectTheNextPathsTakeOver(*committer_);
 }
 
 }  // namespace

@@ -7,12 +7,8 @@
 //
 // KIND: "lineedit" (editable), "password" (echo mode Password: accessible role "password text")
 // or "readonly". The caret starts at the end of TEXT; --select selects [START, END) in UTF-16
-// units instead. State: {"pid", "kind", "text", "selectionStart", "selectionEnd", "caret",
-// "focused", "active", "accessible"} with offsets in UTF-16 units; the selection fields equal the
-// caret when nothing is selected. Qt exposes itself to AT-SPI only when the bus reports
-// accessibility enabled at start-up (or QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1); "accessible" says
-// whether it did.
-#include <QAccessible>
+// units instead. State: {"pid", "text", "focused", "active"}. Qt exposes itself to AT-SPI only
+// when the bus reports accessibility enabled at start-up (or QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1).
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QJsonDocument>
@@ -60,34 +56,18 @@ bool parseOptions(const QStringList& arguments, Options& options) {
     options.title = parser.value("title");
     if (parser.isSet("select")) {
         const QStringList parts = parser.value("select").split(':');
-        bool startOk = false;
-        bool endOk = false;
-        if (parts.size() == 2) {
-            options.selectionStart = parts[0].toInt(&startOk);
-            options.selectionEnd = parts[1].toInt(&endOk);
-        }
-        if (!startOk || !endOk) {
-            std::fprintf(stderr, "--select takes START:END\n");
-            return false;
-        }
+        options.selectionStart = parts.value(0).toInt();
+        options.selectionEnd = parts.value(1).toInt();
     }
     return true;
 }
 
 void writeState(const Options& options, const QLineEdit& edit) {
-    const int caret = edit.cursorPosition();
-    const int selectionStart = edit.hasSelectedText() ? edit.selectionStart() : caret;
-    const int selectionEnd = edit.hasSelectedText() ? edit.selectionEnd() : caret;
     QJsonObject state{
         {"pid", qint64(getpid())},
-        {"kind", options.kind},
         {"text", edit.text()},
-        {"selectionStart", selectionStart},
-        {"selectionEnd", selectionEnd},
-        {"caret", caret},
         {"focused", edit.hasFocus()},
         {"active", edit.isActiveWindow()},
-        {"accessible", QAccessible::isActive()},
     };
     QSaveFile file(options.stateFile);
     if (file.open(QIODevice::WriteOnly)) {

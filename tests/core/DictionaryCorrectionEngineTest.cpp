@@ -28,10 +28,8 @@ class ScriptedStore : public DictionaryStore {
   public:
     std::vector<DictionaryEntry> entries;
     bool failNextLoad = false;
-    int loadCount = 0;
 
     std::vector<DictionaryEntry> loadEntries() override {
-        ++loadCount;
         if (failNextLoad) {
             failNextLoad = false;
             throw DecodingError("/tmp/dictionary.json: element 0: missing required member \"id\"");

@@ -25,7 +25,7 @@ void writeInOddBlocks(AacFileWriter& writer, const std::vector<std::int16_t>& sa
     }
 }
 
-TEST(AacFileWriter, FileIsSixteenKilohertzMonoAacWithTheWrittenDuration) {
+TEST(AacFileWriter, FileIsSixteenKilohertzMonoAacWithTheWrittenDurationAndLevel) {
     RecorderTestFolder folder;
     // On a frame boundary, just past one, and a single sample.
     for (const std::size_t sampleCount :
@@ -45,23 +45,14 @@ TEST(AacFileWriter, FileIsSixteenKilohertzMonoAacWithTheWrittenDuration) {
         EXPECT_EQ(info.channelCount, 1);
         EXPECT_NEAR(info.durationSeconds, static_cast<double>(sampleCount) / 16000,
                     oneAacFrameSeconds);
+        if (sampleCount > 8000) {
+            // The tone keeps its level: past the encoder's start-up and before the end.
+            const std::vector<float> decoded = testing::decodeFirstChannel(path);
+            ASSERT_GT(decoded.size(), 8000u);
+            const std::vector<float> middle(decoded.begin() + 2000, decoded.end() - 2000);
+            EXPECT_NEAR(testing::rms(middle), 0.3 / std::sqrt(2.0), 0.05);
+        }
     }
-}
-
-TEST(AacFileWriter, ToneKeepsItsLevelThroughEncoding) {
-    RecorderTestFolder folder;
-    const auto path = folder.path() / "tone.m4a";
-    const double amplitude = 0.5;
-    {
-        AacFileWriter writer(path);
-        writeInOddBlocks(writer, testing::sineSamples(1000, amplitude, 16000, 16000));
-        writer.finish();
-    }
-    const std::vector<float> decoded = testing::decodeFirstChannel(path);
-    ASSERT_GT(decoded.size(), 8000u);
-    // Skip the encoder's start-up and the end: compare the steady middle.
-    const std::vector<float> middle(decoded.begin() + 2000, decoded.end() - 2000);
-    EXPECT_NEAR(testing::rms(middle), amplitude / std::sqrt(2.0), 0.05);
 }
 
 TEST(AacFileWriter, NeverLeavesAnUnreadableFileBehind) {

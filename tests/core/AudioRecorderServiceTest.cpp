@@ -53,11 +53,6 @@ class ScriptedSource : public AudioSampleSource {
     EventCounter& events_;
 };
 
-AudioRecorderService::SourceFactory sources(std::optional<std::size_t> count,
-                                            EventCounter& events) {
-    return [count, &events] { return std::make_unique<ScriptedSource>(count, events); };
-}
-
 // What stopping says when it fails (the service is idle after it).
 std::string stopFailure(AudioRecorderService& service) {
     return test::whatOf<AudioRecorderError>([&] { service.stopRecording(); });
@@ -67,30 +62,12 @@ constexpr const char* kFileNotFound = "Recorded audio file not found";
 
 // --- state rules (scripted sources) ------------------------------------------------------------
 
-// A recording whose file was removed, and one without audio (whose file is discarded).
-TEST(AudioRecorderServiceRules, RemovedOrEmptyRecordingFailsFileNotFoundAndLeavesNoFile) {
-    for (const std::size_t sampleCount : {3200, 0}) {
-        SCOPED_TRACE(sampleCount);
-        RecorderTestFolder folder;
-        EventCounter drained{0};
-        AudioRecorderService service(sources(sampleCount, drained));
-        service.startRecording();
-        waitFor(drained, 1);
-        const std::vector<std::string> names = folder.fileNames();
-        ASSERT_EQ(names.size(), 1u);
-        if (sampleCount > 0) {
-            std::filesystem::remove(folder.path() / names[0]);
-        }
-        EXPECT_EQ(stopFailure(service), kFileNotFound);
-        EXPECT_EQ(stopFailure(service), kNotRecording);
-        EXPECT_TRUE(folder.fileNames().empty());
-    }
-}
-
 TEST(AudioRecorderServiceRules, EachStoppedRecordingIsANewUuidNamedFileInTheTemporaryFolder) {
     RecorderTestFolder folder;
     EventCounter drained{0};
-    AudioRecorderService service(sources(3200, drained));
+    std::size_t sampleCount = 3200;
+    AudioRecorderService service(
+        [&] { return std::make_unique<ScriptedSource>(sampleCount, drained); });
     EXPECT_EQ(stopFailure(service), kNotRecording);
     service.startRecording();
     waitFor(drained, 1);
@@ -111,6 +88,26 @@ TEST(AudioRecorderServiceRules, EachStoppedRecordingIsANewUuidNamedFileInTheTemp
     EXPECT_EQ(folder.fileNames().size(), 2u) << "the caller deletes recordings, not the service";
     EXPECT_EQ(service.lastRecordingSampleCount(), 3200);
     EXPECT_NEAR(testing::probeAudioFile(second).durationSeconds, 0.2, 1024.0 / 16000);
+
+    // A recording whose file was removed, and one without audio (whose file is discarded), fail
+    // and leave no file.
+    std::filesystem::remove(first);
+    std::filesystem::remove(second);
+    int ends = 2;
+    for (const std::size_t count : {3200, 0}) {
+        SCOPED_TRACE(count);
+        sampleCount = count;
+        service.startRecording();
+        waitFor(drained, ++ends);
+        const std::vector<std::string> names = folder.fileNames();
+        ASSERT_EQ(names.size(), 1u);
+        if (count > 0) {
+            std::filesystem::remove(folder.path() / names[0]);
+        }
+        EXPECT_EQ(stopFailure(service), kFileNotFound);
+        EXPECT_EQ(stopFailure(service), kNotRecording);
+        EXPECT_TRUE(folder.fileNames().empty());
+    }
 }
 
 TEST(AudioRecorderServiceRules, AbandonedRecordingsEndAndLeaveNoFile) {

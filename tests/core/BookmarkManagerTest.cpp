@@ -68,53 +68,49 @@ TEST_F(BookmarkManagerTest, BookmarkIsThereBetweenSaveAndRemove) {
     EXPECT_EQ(manager.resolveURL("dotted"), vault);
 }
 
-TEST_F(BookmarkManagerTest, RefusedSuiteHasNoDefaults) {
-    for (const std::string name : {"", ".", "..", "a/b", "/etc"}) {
-        SCOPED_TRACE(name);
-        const BookmarkManager manager(name);
-        EXPECT_EQ(manager.defaults(), std::nullopt);
-        const auto error = test::thrown<BookmarkManager::Error>(
-            [&] { manager.saveBookmark(temp_.path(), "key"); });
+// A suite name that is no file name, a configuration home that cannot be made, a folder that is
+// not one: the save fails with its case and message, and nothing is bookmarked.
+TEST_F(BookmarkManagerTest, SavesThatCannotBeMadeFailWithTheirCase) {
+    using Case = BookmarkManager::Error::Case;
+    const fs::path blocker = temp_.write("blocker", "not a folder");
+    const fs::path vault = makeFolder("vault");
+    const struct {
+        std::string suite;
+        fs::path configHome;
+        fs::path folder;
+        std::string reason;  // the system's, when the folder is refused
+    } cases[] = {
+        {"", configHome_, vault, ""},
+        {".", configHome_, vault, ""},
+        {"..", configHome_, vault, ""},
+        {"a/b", configHome_, vault, ""},
+        {"/etc", configHome_, vault, ""},
+        // Below a regular file no configuration home can be created, whoever runs the test.
+        {"suite", blocker / "config", vault, ""},
+        {"suite", configHome_, temp_.path() / "missing", "No such file or directory"},
+        {"suite", configHome_, blocker, "Not a directory"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.suite + " " + c.folder.string());
+        const ScopedEnvironment xdg("XDG_CONFIG_HOME", c.configHome.string());
+        const BookmarkManager manager(c.suite);
+        const auto error =
+            test::thrown<BookmarkManager::Error>([&] { manager.saveBookmark(c.folder, "key"); });
         ASSERT_TRUE(error);
-        EXPECT_EQ(error->errorCase(), BookmarkManager::Error::Case::userDefaultsUnavailable);
-        EXPECT_EQ(error->what(), "Unable to open UserDefaults suite: " + name);
+        EXPECT_EQ(error->errorCase(),
+                  c.reason.empty() ? Case::userDefaultsUnavailable : Case::bookmarkCreationFailed);
+        EXPECT_EQ(error->what(), c.reason.empty() ? "Unable to open UserDefaults suite: " + c.suite
+                                                  : "Failed to create bookmark: " + c.reason);
+        EXPECT_EQ(manager.defaults().has_value(), c.suite == "suite");
         EXPECT_FALSE(manager.hasBookmark("key"));
         EXPECT_EQ(manager.resolveScopedURL("key"), std::nullopt);
         manager.removeBookmark("key");
     }
-}
-
-TEST_F(BookmarkManagerTest, SuiteThatCannotBeWrittenFailsTheSave) {
-    // A configuration home below a regular file cannot be created, whoever runs the test.
-    const fs::path blocker = temp_.write("blocker", "not a folder");
-    const ScopedEnvironment xdg("XDG_CONFIG_HOME", (blocker / "config").string());
-    const BookmarkManager manager("suite");
-    EXPECT_EQ(test::whatOf<BookmarkManager::Error>(
-                  [&] { manager.saveBookmark(makeFolder("vault"), "vault"); }),
-              "Unable to open UserDefaults suite: suite");
-    EXPECT_FALSE(manager.hasBookmark("vault"));
-}
-
-TEST_F(BookmarkManagerTest, ConfigurationHomeFallsBackToDotConfigUnderHome) {
+    // A relative configuration home is ignored for ~/.config.
     const ScopedEnvironment relative("XDG_CONFIG_HOME", "relative/config");
     const ScopedEnvironment home("HOME", (temp_.path() / "home").string());
-    const BookmarkManager manager("suite");
-    EXPECT_EQ(manager.defaults(),
+    EXPECT_EQ(BookmarkManager("suite").defaults(),
               temp_.path() / "home" / ".config" / "KelvoVoiceMac" / "suite.json");
-}
-
-TEST_F(BookmarkManagerTest, FolderThatCannotBeBookmarkedGivesTheSystemMessage) {
-    const BookmarkManager manager("suite");
-    for (const auto& [url, reason] :
-         {std::pair{temp_.path() / "missing", "No such file or directory"},
-          std::pair{temp_.write("note.md", "text"), "Not a directory"}}) {
-        const auto error =
-            test::thrown<BookmarkManager::Error>([&] { manager.saveBookmark(url, "key"); });
-        ASSERT_TRUE(error) << url;
-        EXPECT_EQ(error->errorCase(), BookmarkManager::Error::Case::bookmarkCreationFailed);
-        EXPECT_EQ(error->what(), std::string("Failed to create bookmark: ") + reason);
-    }
-    EXPECT_FALSE(manager.hasBookmark("key"));
 }
 
 TEST_F(BookmarkManagerTest, UnreadableDataResolvesToNothing) {

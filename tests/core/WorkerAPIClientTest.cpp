@@ -96,7 +96,7 @@ TEST_F(WorkerAPIClientTest, TranscribeSendsTheMultipartBodyByteForByte) {
     }
 }
 
-TEST_F(WorkerAPIClientTest, TokenAndRequestIdHeaders) {
+TEST_F(WorkerAPIClientTest, TokenRequestIdAndDurationHeaders) {
     LoopbackHttpServer server;
     processX(client(server.url(), "t", "abc"));
     processX(client(server.url(), "t", ""));
@@ -122,25 +122,21 @@ TEST_F(WorkerAPIClientTest, TokenAndRequestIdHeaders) {
     EXPECT_NE(r[0].header("X-Request-Id"), r[1].header("X-Request-Id"));
     EXPECT_EQ(r[4].header("X-Request-Id"), "my-id");
     EXPECT_FALSE(r[5].hasHeader("X-Request-Id"));
-}
 
-TEST_F(WorkerAPIClientTest, DurationHeaderHasThreeDecimalsAndIsMeasuredWhenNotGiven) {
-    LoopbackHttpServer server;
-    const WorkerAPIClient worker = client(server.url());
+    // The audio's duration: as given with three decimals, else measured, else (not audio, or no
+    // audio at all) not sent.
     const fs::path wav = folder_.path() / "take.wav";
     testing::writeWav(wav, 50000, std::vector<std::int16_t>(61728));  // 1.23456 s of silence
-
+    const WorkerAPIClient worker = client(server.url());
     worker.transcribe(wav, "m", "ja", {}, 2.5);
     worker.transcribe(wav, "m", "ja", {});
     worker.transcribe(audioFile("not-audio.m4a", "plain text, not audio"), "m", "ja", {});
-    processX(worker);
-
-    const auto requests = server.requests();
-    ASSERT_EQ(requests.size(), 4u);
-    EXPECT_EQ(requests[0].header("X-Audio-Duration-Seconds"), "2.500");
-    EXPECT_EQ(requests[1].header("X-Audio-Duration-Seconds"), "1.235");
-    EXPECT_FALSE(requests[2].hasHeader("X-Audio-Duration-Seconds"));
-    EXPECT_FALSE(requests[3].hasHeader("X-Audio-Duration-Seconds"));
+    const auto timed = server.requests();
+    ASSERT_EQ(timed.size(), 9u);
+    EXPECT_EQ(timed[6].header("X-Audio-Duration-Seconds"), "2.500");
+    EXPECT_EQ(timed[7].header("X-Audio-Duration-Seconds"), "1.235");
+    EXPECT_FALSE(timed[8].hasHeader("X-Audio-Duration-Seconds"));
+    EXPECT_FALSE(timed[0].hasHeader("X-Audio-Duration-Seconds"));
 }
 
 TEST_F(WorkerAPIClientTest, ProcessSendsCompactJsonAndSuccessfulAnswersDecode) {

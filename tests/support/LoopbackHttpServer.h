@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -61,13 +61,11 @@ class LoopbackHttpServer {
         }
 
       private:
+        // Header names are case-insensitive.
         std::size_t at(const std::string& name) const {
-            const auto lower = [](std::string text) {
-                std::transform(text.begin(), text.end(), text.begin(),
-                               [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-                return text;
-            };
-            return lower(head).find(lower("\r\n" + name + ":"));
+            const char* found = ::strcasestr(head.c_str(), ("\r\n" + name + ":").c_str());
+            return found == nullptr ? std::string::npos
+                                    : static_cast<std::size_t>(found - head.c_str());
         }
     };
 

@@ -405,12 +405,34 @@ void SpeechService::scheduleLegacyRestart(std::chrono::milliseconds delay,
                                           std::shared_ptr<Channel<TranscriptionEvent>> output,
                                           std::uint64_t dictation) {
     const std::weak_ptr<SpeechService> weakSelf = weak_from_this();
-    clock_.schedule(delay, [weakSelf, recognizer, output, dictation] {
+    // Run by the timer or by restartLegacyRequestsAtOnce(), whichever comes first.
+    auto started = std::make_shared<std::atomic<bool>>(false);
+    std::function<void()> restart = [weakSelf, recognizer, output, dictation, started] {
         std::shared_ptr<SpeechService> self = weakSelf.lock();
-        if (self && self->isCurrentDictation(dictation)) {
+        if (!started->exchange(true) && self && self->isCurrentDictation(dictation)) {
             self->startLegacyRequest(recognizer, output);
         }
-    });
+    };
+    const std::lock_guard lock(restartMutex_);
+    clock_.schedule(restartsAtOnce_ ? std::chrono::milliseconds::zero() : delay, restart);
+    pendingRestart_ = std::move(restart);
+}
+
+void SpeechService::restartLegacyRequestsAtOnce() {
+    // The delays pace a live dictation's segments. Once the audio has ended, a request that
+    // ended at a final just before the key came up (PocketSphinx's end of speech falls at about
+    // the drain's end) would keep the captured audio after it undecoded until its restart, and
+    // the stop waiting for that: a tenth of a second on every such dictation. The recogniser
+    // decodes nothing while no request is attached, so starting it now changes no text.
+    std::function<void()> pending;
+    {
+        const std::lock_guard lock(restartMutex_);
+        restartsAtOnce_ = true;
+        pending = std::exchange(pendingRestart_, nullptr);
+    }
+    if (pending) {
+        pending();
+    }
 }
 
 QCoro::Task<> SpeechService::stop() {
@@ -467,6 +489,7 @@ QCoro::Task<> SpeechService::stop() {
 QCoro::Task<> SpeechService::stopAfterCatchingUp() {
     const std::shared_ptr<SpeechService> keepAlive = weak_from_this().lock();
     if (activeEngine_ == TranscriptionEngine::legacy && inputCaughtUp_) {
+        restartLegacyRequestsAtOnce();
         const std::shared_ptr<Channel<bool>> caughtUp = inputCaughtUp_;
         auto late = std::make_shared<std::atomic<bool>>(false);
         const std::uint64_t deadline = clock_.schedule(legacyCatchUpDeadline, [caughtUp, late] {
@@ -487,6 +510,7 @@ QCoro::Task<> SpeechService::stopAfterCatchingUp() {
 QCoro::Task<> SpeechService::finishInput() {
     const std::shared_ptr<SpeechService> keepAlive = weak_from_this().lock();
     if (const std::shared_ptr<Channel<bool>> caughtUp = inputCaughtUp_) {
+        restartLegacyRequestsAtOnce();
         co_await caughtUp->next();
     }
     // Then the end of the audio, so that the last segment comes as a final.
@@ -509,6 +533,9 @@ void SpeechService::reset() {
     outputContinuation_.reset();
     inputCaughtUp_.reset();
     activeEngine_.reset();
+    const std::lock_guard lock(restartMutex_);
+    pendingRestart_ = nullptr;
+    restartsAtOnce_ = false;
 }
 
 }  // namespace kelvo::app

@@ -23,7 +23,9 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -80,7 +82,9 @@ class SpeechService final : public DictationRecognizer,
 
     // stop() once the segment recogniser has decoded the audio of the ended audio stream and
     // delivered the partial that covers it, or after legacyCatchUpDeadline; the model engine
-    // finalises through the end of its input in stop() itself. Callers stop capture first.
+    // finalises through the end of its input in stop() itself. Callers stop capture first. A
+    // request that ended meanwhile, or just before, is followed at once rather than after its
+    // restart delay.
     QCoro::Task<> stopAfterCatchingUp() override;
 
     // Stops once the engine has decoded the end of the audio: for a caller that has ended the audio
@@ -135,6 +139,9 @@ class SpeechService final : public DictationRecognizer,
                                std::shared_ptr<platform::SegmentRecognizer> recognizer,
                                std::shared_ptr<Channel<TranscriptionEvent>> output,
                                std::uint64_t dictation);
+    // For a stop that waits for the ended audio to be decoded: from now on a request that ended
+    // is followed at once, and one already waiting for its delay starts now.
+    void restartLegacyRequestsAtOnce();
     void trace(const std::string& line) const;
     void reset();
 
@@ -163,6 +170,11 @@ class SpeechService final : public DictationRecognizer,
     // all of it but its end, or nothing will ever decode it. Replaced at every start.
     std::shared_ptr<Channel<bool>> inputCaughtUp_;
     std::optional<BackgroundTask> audioConsumerTask_;
+    // The restart that a request's end scheduled and that has not run yet, and whether restarts
+    // skip their delay; set from the recogniser's thread, taken on the main thread.
+    std::mutex restartMutex_;
+    std::function<void()> pendingRestart_;
+    bool restartsAtOnce_ = false;
     // Numbers the dictations so that a late start-up or restart of an earlier one does nothing.
     std::atomic<std::uint64_t> dictation_ = 0;
 };

@@ -360,27 +360,37 @@ TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) 
 
 // The recogniser decodes only when the test says so, as one behind real time does: the stop of a
 // kept dictation cancels it only once the captured audio is in its last partial, or at the
-// deadline.
+// deadline. A request that ended at a final is followed at once, not after the restart delay, so
+// that the audio after the final is decoded without waiting for the clock.
 TEST_F(SpeechServiceTest, StoppingAKeptFallbackDictationWaitsForTheRecognizerToCatchUp) {
     for (const bool catchesUp : {true, false}) {
         const auto task = startFallback();
+        const auto tasks = [&] { return recognizers.localeRecognizer->tasks(); };
+        const std::size_t started = tasks().size();
         task->deliverPartial("明日の");
+        if (catchesUp) {
+            task->deliverFinal("明日の");
+        }
         audio->send(buffer(4096));
         audio->close();  // capture stops first
+        ASSERT_TRUE(waitUntil([&] { return task->catchUpCount == 1; }));
         auto stopped = std::make_shared<bool>(false);
         QCoro::Task<> stopping = flagOnceDone(service->stopAfterCatchingUp(), stopped);
-        ASSERT_TRUE(waitUntil([&] { return task->catchUpCount == 1; }));
         EXPECT_FALSE(*stopped || task->cancelled);
+        EXPECT_EQ(tasks().size(), started + (catchesUp ? 1 : 0));
         if (catchesUp) {
-            task->deliverPartial("明日の会議");
+            tasks().back()->deliverFinal("会議");  // and one that ends while the stop waits
+            clock.runPending();
+            ASSERT_EQ(tasks().size(), started + 2);
+            tasks().back()->deliverPartial("です");
             task->decodeEnd();
         } else {
             clock.advance(SpeechService::legacyCatchUpDeadline);
         }
         ASSERT_TRUE(waitUntil([&] { return *stopped; }));
-        EXPECT_TRUE(task->cancelled);
+        EXPECT_TRUE(tasks().back()->cancelled);
         EXPECT_EQ(drainEvents(*events).back(),
-                  TranscriptionEvent::partial(catchesUp ? "明日の会議" : "明日の"));
+                  TranscriptionEvent::partial(catchesUp ? "です" : "明日の"));
     }
     EXPECT_EQ(trace.lines().back(),
               "[SpeechService] Fallback recogniser still behind after 1500 ms; stopping with its "

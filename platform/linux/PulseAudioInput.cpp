@@ -6,6 +6,7 @@
 #include <pulse/mainloop.h>
 #include <pulse/simple.h>
 
+#include <mutex>
 #include <vector>
 
 #include "platform/AudioInputError.h"
@@ -131,6 +132,9 @@ PulseAudioInput::PulseAudioInput(std::string sourceName, std::string application
 
 PulseAudioInput::~PulseAudioInput() {
     close();
+    if (captureThread_.joinable()) {
+        captureThread_.join();
+    }
 }
 
 AudioInput::Authorization PulseAudioInput::authorization() {
@@ -175,8 +179,15 @@ std::optional<AudioInput::Format> PulseAudioInput::open() {
     return format;
 }
 
+// What close() and the capture thread share: close() may return while the thread is still in its
+// read, so the thread must not need the object any more.
+struct PulseAudioInput::Capture {
+    std::mutex delivery;
+    bool stopped = false;  // guarded by delivery
+};
+
 void PulseAudioInput::start(std::uint32_t framesPerRead, FramesHandler handler) {
-    if (!format_ || stream_ != nullptr) {
+    if (!format_ || capture_) {
         throw AudioInputError("The microphone is not open");
     }
     pa_sample_spec spec{};
@@ -196,20 +207,26 @@ void PulseAudioInput::start(std::uint32_t framesPerRead, FramesHandler handler) 
     attributes.minreq = static_cast<std::uint32_t>(-1);
     attributes.fragsize = framesPerRead * static_cast<std::uint32_t>(pa_frame_size(&spec));
     int error = 0;
-    stream_ =
+    pa_simple* stream =
         pa_simple_new(nullptr, applicationName_.c_str(), PA_STREAM_RECORD, openedSource_.c_str(),
                       "Dictation", &spec, nullptr, &attributes, &error);
-    if (stream_ == nullptr) {
+    if (stream == nullptr) {
         throw AudioInputError(pa_strerror(error));
     }
-    stopRequested_ = false;
-    captureThread_ = std::thread([this, framesPerRead, handler = std::move(handler)] {
-        captureLoop(framesPerRead, handler);
+    // The previous capture's thread may still be finishing its last read.
+    if (captureThread_.joinable()) {
+        captureThread_.join();
+    }
+    capture_ = std::make_shared<Capture>();
+    captureThread_ = std::thread([capture = capture_, stream, format = *format_, framesPerRead,
+                                  handler = std::move(handler)] {
+        captureLoop(*capture, stream, format, framesPerRead, handler);
+        pa_simple_free(stream);
     });
 }
 
-void PulseAudioInput::captureLoop(std::uint32_t framesPerRead, FramesHandler handler) {
-    const Format format = *format_;
+void PulseAudioInput::captureLoop(Capture& capture, pa_simple* stream, const Format& format,
+                                  std::uint32_t framesPerRead, const FramesHandler& handler) {
     const std::size_t samplesPerRead = std::size_t{framesPerRead} * format.channelCount;
     std::vector<float> floats;
     std::vector<std::int16_t> integers;
@@ -218,17 +235,17 @@ void PulseAudioInput::captureLoop(std::uint32_t framesPerRead, FramesHandler han
     } else {
         floats.resize(samplesPerRead);
     }
-    while (!stopRequested_) {
+    for (;;) {
         void* data = integers.empty() ? static_cast<void*>(floats.data()) : integers.data();
         const std::size_t bytes = integers.empty() ? floats.size() * sizeof(float)
                                                    : integers.size() * sizeof(std::int16_t);
         int error = 0;
-        if (pa_simple_read(stream_, data, bytes, &error) < 0) {
-            // The server went away or the source vanished: delivery ends; the owner's close()
-            // still releases the stream.
+        if (pa_simple_read(stream, data, bytes, &error) < 0) {
+            // The server went away or the source vanished: delivery ends.
             return;
         }
-        if (stopRequested_) {
+        const std::lock_guard lock(capture.delivery);
+        if (capture.stopped) {
             return;
         }
         Frames frames;
@@ -241,14 +258,15 @@ void PulseAudioInput::captureLoop(std::uint32_t framesPerRead, FramesHandler han
 }
 
 void PulseAudioInput::close() {
-    stopRequested_ = true;
-    if (captureThread_.joinable()) {
-        captureThread_.join();
+    if (capture_) {
+        // Waits for a delivery in progress, not for the read: the last read's audio is not wanted
+        // once the owner has stopped, and waiting for it would add up to a read's worth of audio
+        // (85 ms for 4096 frames at 48 kHz) to the end of every dictation. The thread frees its
+        // stream when the read returns; the next start() or the destructor waits for it.
+        const std::lock_guard lock(capture_->delivery);
+        capture_->stopped = true;
     }
-    if (stream_ != nullptr) {
-        pa_simple_free(stream_);
-        stream_ = nullptr;
-    }
+    capture_.reset();
     format_.reset();
     openedSource_.clear();
 }

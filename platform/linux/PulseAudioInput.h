@@ -14,10 +14,10 @@
 // PulseAudio server too.
 //
 // Threads: open/start/close and authorization() are called from one thread (the main thread) and
-// block briefly on the server. close() waits for the read in progress, at most one read's worth of
-// audio (85 ms for 4096 frames at 48 kHz). The handler must not call back into this object.
+// block briefly on the server. close() waits for a handler call in progress but not for the read in
+// progress, whose audio is dropped; the capture thread ends with that read, and the next start()
+// (or the destructor) waits for it. The handler must not call back into this object.
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
@@ -53,15 +53,16 @@ class PulseAudioInput final : public AudioInput {
     const std::string& openedSourceName() const noexcept { return openedSource_; }
 
   private:
-    void captureLoop(std::uint32_t framesPerRead, FramesHandler handler);
+    struct Capture;
+    static void captureLoop(Capture& capture, pa_simple* stream, const Format& format,
+                            std::uint32_t framesPerRead, const FramesHandler& handler);
 
     std::string sourceName_;
     std::string applicationName_;
     std::string openedSource_;
     std::optional<Format> format_;
-    pa_simple* stream_ = nullptr;
+    std::shared_ptr<Capture> capture_;  // of the running capture
     std::thread captureThread_;
-    std::atomic<bool> stopRequested_ = false;
 };
 
 }  // namespace kelvo::platform

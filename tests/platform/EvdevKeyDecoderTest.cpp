@@ -80,6 +80,8 @@ TEST(EvdevKeyDecoderTest, ReportsPressAndReleaseOfItsKeyOnlyAcrossSplitRecords) 
     }
     pipe.closeWriter();
     EXPECT_EQ(decoder.readFrom(pipe.reader(), onChange), EvdevKeyDecoder::ReadStatus::endOfStream);
+    // An unplugged device fails its reads (ENODEV); any error but EAGAIN reads the same.
+    EXPECT_EQ(decoder.readFrom(-1, onChange), EvdevKeyDecoder::ReadStatus::failed);
 }
 
 TEST(EvdevKeyDecoderTest, AfterDroppedEventsWaitsForTheReportAndAsksForTheRealState) {

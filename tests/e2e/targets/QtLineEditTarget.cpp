@@ -25,51 +25,14 @@
 
 namespace {
 
-struct Options {
-    QString kind;
-    QString stateFile;
-    QString text;
-    int selectionStart = -1;
-    int selectionEnd = -1;
-    QString title;
-};
-
-bool parseOptions(const QStringList& arguments, Options& options) {
-    QCommandLineParser parser;
-    parser.addPositionalArgument("kind", "lineedit, password or readonly");
-    parser.addPositionalArgument("state-file", "where the state is written");
-    parser.addOption({"text", "initial text", "text"});
-    parser.addOption({"select", "initial selection START:END in UTF-16 units", "range"});
-    parser.addOption({"title", "window title", "title", "kelvo-qt-target"});
-    parser.process(arguments);
-    const QStringList positional = parser.positionalArguments();
-    if (positional.size() != 2 ||
-        !QStringList{"lineedit", "password", "readonly"}.contains(positional[0])) {
-        std::fprintf(stderr,
-                     "usage: kelvo_qt_lineedit_target lineedit|password|readonly "
-                     "STATE_FILE [--text TEXT] [--select START:END] [--title TITLE]\n");
-        return false;
-    }
-    options.kind = positional[0];
-    options.stateFile = positional[1];
-    options.text = parser.value("text");
-    options.title = parser.value("title");
-    if (parser.isSet("select")) {
-        const QStringList parts = parser.value("select").split(':');
-        options.selectionStart = parts.value(0).toInt();
-        options.selectionEnd = parts.value(1).toInt();
-    }
-    return true;
-}
-
-void writeState(const Options& options, const QLineEdit& edit) {
+void writeState(const QString& stateFile, const QLineEdit& edit) {
     QJsonObject state{
         {"pid", qint64(getpid())},
         {"text", edit.text()},
         {"focused", edit.hasFocus()},
         {"active", edit.isActiveWindow()},
     };
-    QSaveFile file(options.stateFile);
+    QSaveFile file(stateFile);
     if (file.open(QIODevice::WriteOnly)) {
         file.write(QJsonDocument(state).toJson(QJsonDocument::Compact));
         file.commit();
@@ -80,25 +43,37 @@ void writeState(const Options& options, const QLineEdit& edit) {
 
 int main(int argc, char** argv) {
     QApplication application(argc, argv);
-    Options options;
-    if (!parseOptions(QApplication::arguments(), options)) {
+    QCommandLineParser parser;
+    parser.addPositionalArgument("kind", "lineedit, password or readonly");
+    parser.addPositionalArgument("state-file", "where the state is written");
+    parser.addOption({"text", "initial text", "text"});
+    parser.addOption({"select", "initial selection START:END in UTF-16 units", "range"});
+    parser.addOption({"title", "window title", "title", "kelvo-qt-target"});
+    parser.process(application);
+    const QStringList positional = parser.positionalArguments();
+    if (positional.size() != 2 ||
+        !QStringList{"lineedit", "password", "readonly"}.contains(positional[0])) {
+        std::fprintf(stderr,
+                     "usage: kelvo_qt_lineedit_target lineedit|password|readonly "
+                     "STATE_FILE [--text TEXT] [--select START:END] [--title TITLE]\n");
         return 2;
     }
+    const QString kind = positional[0];
 
     // A line edit inside a window, as in real applications: the accessible window and the
     // focused text are two objects.
     QWidget window;
-    window.setWindowTitle(options.title);
+    window.setWindowTitle(parser.value("title"));
     auto* layout = new QVBoxLayout(&window);
-    auto* editOwned = new QLineEdit(options.text);
+    auto* editOwned = new QLineEdit(parser.value("text"));
     layout->addWidget(editOwned);
     QLineEdit& edit = *editOwned;
-    edit.setAccessibleName(options.kind);
-    edit.setEchoMode(options.kind == "password" ? QLineEdit::Password : QLineEdit::Normal);
-    edit.setReadOnly(options.kind == "readonly");
+    edit.setAccessibleName(kind);
+    edit.setEchoMode(kind == "password" ? QLineEdit::Password : QLineEdit::Normal);
+    edit.setReadOnly(kind == "readonly");
     window.resize(480, 60);
 
-    auto write = [&] { writeState(options, edit); };
+    auto write = [&edit, stateFile = positional[1]] { writeState(stateFile, edit); };
     QObject::connect(&edit, &QLineEdit::textChanged, write);
     QObject::connect(&edit, &QLineEdit::cursorPositionChanged, write);
     QObject::connect(&edit, &QLineEdit::selectionChanged, write);
@@ -108,8 +83,9 @@ int main(int argc, char** argv) {
 
     window.show();
     edit.setFocus();
-    if (options.selectionStart >= 0) {
-        edit.setSelection(options.selectionStart, options.selectionEnd - options.selectionStart);
+    if (parser.isSet("select")) {
+        const QStringList range = parser.value("select").split(':');
+        edit.setSelection(range.value(0).toInt(), range.value(1).toInt() - range.value(0).toInt());
     } else {
         edit.end(false);
     }

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -21,39 +22,33 @@ input_event record(unsigned short type, unsigned short code, int value) {
     return event;
 }
 
-class Pipe {
-  public:
-    Pipe() { EXPECT_EQ(pipe2(fds_, O_NONBLOCK | O_CLOEXEC), 0); }
-    ~Pipe() {
-        close(fds_[0]);
-        closeWriter();
+// A decoder of Right Ctrl that reads from a pipe.
+class EvdevKeyDecoderTest : public ::testing::Test {
+  protected:
+    EvdevKeyDecoderTest() { EXPECT_EQ(pipe2(fds, O_NONBLOCK | O_CLOEXEC), 0); }
+    ~EvdevKeyDecoderTest() override {
+        close(fds[0]);
+        close(fds[1]);  // -1 once a test closed it: a harmless EBADF
     }
-    int reader() const { return fds_[0]; }
+
     // Writes bytes [from, to) of the records, so a test can split one across writes.
     void write(const std::vector<input_event>& events, std::size_t from = 0,
                std::size_t to = std::size_t(-1)) {
         auto* bytes = reinterpret_cast<const char*>(events.data());
         to = std::min(to, events.size() * sizeof(input_event));
-        ASSERT_EQ(::write(fds_[1], bytes + from, to - from), ssize_t(to - from));
+        ASSERT_EQ(::write(fds[1], bytes + from, to - from), ssize_t(to - from));
     }
-    void closeWriter() {
-        if (fds_[1] >= 0) {
-            close(fds_[1]);
-            fds_[1] = -1;
-        }
-    }
+    EvdevKeyDecoder::ReadStatus read() { return decoder.readFrom(fds[0], onChange); }
 
-  private:
-    int fds_[2] = {-1, -1};
+    int fds[2] = {-1, -1};
+    EvdevKeyDecoder decoder{KEY_RIGHTCTRL};
+    std::vector<bool> changes;
+    std::function<void(bool)> onChange = [this](bool down) { changes.push_back(down); };
 };
 
 // Checked after every record, not only at the end: an autorepeat read as a release would end the
 // hold at the first repeat and the later release would hide it.
-TEST(EvdevKeyDecoderTest, ReportsPressAndReleaseOfItsKeyOnlyAcrossSplitRecords) {
-    EvdevKeyDecoder decoder(KEY_RIGHTCTRL);
-    std::vector<bool> changes;
-    auto onChange = [&](bool down) { changes.push_back(down); };
-    Pipe pipe;
+TEST_F(EvdevKeyDecoderTest, ReportsPressAndReleaseOfItsKeyOnlyAcrossSplitRecords) {
     const std::vector<std::pair<input_event, std::vector<bool>>> script = {
         {record(EV_MSC, MSC_SCAN, 0x700e4), {}},
         {record(EV_KEY, KEY_A, 1), {}},
@@ -70,31 +65,28 @@ TEST(EvdevKeyDecoderTest, ReportsPressAndReleaseOfItsKeyOnlyAcrossSplitRecords) 
                                         << " value " << event.value);
         // Each record arrives in two pieces; the first alone changes nothing.
         const auto before = changes;
-        pipe.write({event}, 0, 5);
-        EXPECT_EQ(decoder.readFrom(pipe.reader(), onChange), EvdevKeyDecoder::ReadStatus::drained);
+        write({event}, 0, 5);
+        EXPECT_EQ(read(), EvdevKeyDecoder::ReadStatus::drained);
         EXPECT_EQ(changes, before);
-        pipe.write({event}, 5);
-        EXPECT_EQ(decoder.readFrom(pipe.reader(), onChange), EvdevKeyDecoder::ReadStatus::drained);
+        write({event}, 5);
+        EXPECT_EQ(read(), EvdevKeyDecoder::ReadStatus::drained);
         EXPECT_EQ(changes, expected);
         EXPECT_EQ(decoder.isDown(), expected.size() == 1);
     }
-    pipe.closeWriter();
-    EXPECT_EQ(decoder.readFrom(pipe.reader(), onChange), EvdevKeyDecoder::ReadStatus::endOfStream);
+    close(fds[1]);
+    fds[1] = -1;
+    EXPECT_EQ(read(), EvdevKeyDecoder::ReadStatus::endOfStream);
     // An unplugged device fails its reads (ENODEV); any error but EAGAIN reads the same.
     EXPECT_EQ(decoder.readFrom(-1, onChange), EvdevKeyDecoder::ReadStatus::failed);
 }
 
-TEST(EvdevKeyDecoderTest, AfterDroppedEventsWaitsForTheReportAndAsksForTheRealState) {
-    EvdevKeyDecoder decoder(KEY_RIGHTCTRL);
-    std::vector<bool> changes;
-    auto onChange = [&](bool down) { changes.push_back(down); };
-    Pipe pipe;
-    pipe.write({
+TEST_F(EvdevKeyDecoderTest, AfterDroppedEventsWaitsForTheReportAndAsksForTheRealState) {
+    write({
         record(EV_SYN, SYN_DROPPED, 0),
         record(EV_KEY, KEY_RIGHTCTRL, 1),  // half a report: not to be trusted
         record(EV_SYN, SYN_REPORT, 0),
     });
-    decoder.readFrom(pipe.reader(), onChange);
+    read();
     EXPECT_TRUE(changes.empty());
     ASSERT_TRUE(decoder.resyncNeeded());
     // The device says the key is down (EVIOCGKEY in the monitor).
@@ -102,8 +94,8 @@ TEST(EvdevKeyDecoderTest, AfterDroppedEventsWaitsForTheReportAndAsksForTheRealSt
     EXPECT_FALSE(decoder.resyncNeeded());
     EXPECT_EQ(changes, (std::vector<bool>{true}));
 
-    pipe.write({record(EV_KEY, KEY_RIGHTCTRL, 0), record(EV_SYN, SYN_REPORT, 0)});
-    decoder.readFrom(pipe.reader(), onChange);
+    write({record(EV_KEY, KEY_RIGHTCTRL, 0), record(EV_SYN, SYN_REPORT, 0)});
+    read();
     EXPECT_EQ(changes, (std::vector<bool>{true, false}));
 }
 

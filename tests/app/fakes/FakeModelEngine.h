@@ -1,8 +1,8 @@
 #pragma once
 
-// FakeModelEngine scripts the model engine's answers: availability, locales, the asset status
-// (a sequence: each query takes the next, the last repeats) and an optional installation request
-// with its progress and outcome. Its FakeModelTranscriber is a scripted engine session: the test
+// FakeModelEngine scripts the model engine's answers: availability, the locale equivalent (of
+// three supported locales; ja-JP installed), the asset status (a sequence: each query takes the
+// next, the last repeats) and an optional installation request with its progress and outcome. Its FakeModelTranscriber is a scripted engine session: the test
 // pushes results (they come out of nextResult() on the service's reader thread) and scripts
 // failures; finalizeThroughEndOfInput() waits for the end of input, queues the finals still
 // outstanding and ends the result sequence, as a real engine flushing its last segment would (or
@@ -97,17 +97,29 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
 
 class FakeModelEngine final : public platform::ModelEngine {
   public:
-    struct Installation {
-        double fractionCompleted = 0;
-        std::optional<std::string> failure;
+    // The installation request the engine hands out: a fixed progress, then this failure if any.
+    class Installation final : public platform::AssetInstallationRequest {
+      public:
+        Installation(double fraction, std::optional<std::string> failure)
+            : fraction_(fraction), failure_(std::move(failure)) {}
+        double fractionCompleted() const override { return fraction_; }
+        void downloadAndInstall() override {
+            if (failure_) {
+                throw platform::SpeechEngineError(*failure_);
+            }
+        }
+
+      private:
+        double fraction_;
+        std::optional<std::string> failure_;
     };
 
     bool isAvailable() override { return available; }
-    std::vector<std::string> supportedLocales() override { return supported; }
+    std::vector<std::string> supportedLocales() override { return {"en-US", "ja-JP", "zh-CN"}; }
     std::optional<std::string> supportedLocaleEquivalent(const std::string&) override {
         return equivalent;
     }
-    std::vector<std::string> installedLocales() override { return installed; }
+    std::vector<std::string> installedLocales() override { return {"ja-JP"}; }
     std::unique_ptr<platform::ModelTranscriber> makeTranscriber(
         const std::string& locale) override {
         auto transcriber = std::make_unique<FakeModelTranscriber>(locale);
@@ -122,35 +134,19 @@ class FakeModelEngine final : public platform::ModelEngine {
     }
     std::unique_ptr<platform::AssetInstallationRequest> assetInstallationRequest(
         const platform::ModelTranscriber&) override {
-        return installation ? std::make_unique<Request>(*installation) : nullptr;
+        return installation ? std::make_unique<Installation>(*installation) : nullptr;
     }
 
     FakeModelTranscriber* transcriber() const { return transcriber_; }
 
     bool available = true;
-    std::vector<std::string> supported = {"en-US", "ja-JP", "zh-CN"};
     std::optional<std::string> equivalent = "ja-JP";
-    std::vector<std::string> installed = {"ja-JP"};
     std::vector<platform::AssetStatus> statuses = {platform::AssetStatus::installed};
     std::optional<Installation> installation;
     // Applied to every transcriber made, before the service sees it.
     std::function<void(FakeModelTranscriber&)> configureTranscriber;
 
   private:
-    class Request final : public platform::AssetInstallationRequest {
-      public:
-        explicit Request(Installation installation) : installation_(std::move(installation)) {}
-        double fractionCompleted() const override { return installation_.fractionCompleted; }
-        void downloadAndInstall() override {
-            if (installation_.failure) {
-                throw platform::SpeechEngineError(*installation_.failure);
-            }
-        }
-
-      private:
-        Installation installation_;
-    };
-
     std::atomic<std::size_t> statusQueries_ = 0;
     std::atomic<FakeModelTranscriber*> transcriber_ = nullptr;
 };

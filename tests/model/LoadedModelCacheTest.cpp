@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 
 #include "ScriptedDecoder.h"
@@ -20,31 +21,21 @@ using platform::LoadedModelCache;
 
 class LoadedModelCacheTest : public ::testing::Test {
   protected:
-    std::size_t loadCount() {
-        std::lock_guard lock(mutex);
-        return loads.size();
-    }
-
     FakeClock clock;
-    std::mutex mutex;
-    std::vector<std::string> loads;
+    std::atomic<std::size_t> loads = 0;
+    // Filled on the loading thread; read once the load is over.
     std::vector<platform::SegmentDecoder*> warmUps;
-    bool failLoads = false;
+    std::atomic<bool> failLoads = false;
     // Last: it uses everything above and must go first.
     LoadedModelCache cache{
         [this](const std::filesystem::path& path) -> std::shared_ptr<platform::SegmentDecoder> {
-            std::lock_guard lock(mutex);
-            loads.push_back(path.string());
+            ++loads;
             if (failLoads) {
                 throw platform::SpeechEngineError("cannot read " + path.string());
             }
             return std::make_shared<ScriptedDecoder>();
         },
-        [this](platform::SegmentDecoder& decoder) {
-            std::lock_guard lock(mutex);
-            warmUps.push_back(&decoder);
-        },
-        clock, 10min};
+        [this](platform::SegmentDecoder& decoder) { warmUps.push_back(&decoder); }, clock, 10min};
 };
 
 TEST_F(LoadedModelCacheTest, LoadsOnceWarmsUpAndReleasesAfterIdleTime) {
@@ -54,7 +45,7 @@ TEST_F(LoadedModelCacheTest, LoadsOnceWarmsUpAndReleasesAfterIdleTime) {
     cache.preload("/models/small.bin");
 
     std::shared_ptr<platform::SegmentDecoder> first = cache.acquire("/models/small.bin");
-    EXPECT_EQ(loadCount(), 1u);
+    EXPECT_EQ(loads, 1u);
     ASSERT_EQ(warmUps.size(), 1u);
     EXPECT_EQ(warmUps[0], first.get());
 
@@ -73,7 +64,7 @@ TEST_F(LoadedModelCacheTest, LoadsOnceWarmsUpAndReleasesAfterIdleTime) {
 
     // The next dictation loads it again; a shorter idle time from the settings applies at once.
     second = cache.acquire("/models/small.bin");
-    EXPECT_EQ(loadCount(), 2u);
+    EXPECT_EQ(loads, 2u);
     EXPECT_EQ(warmUps.size(), 2u);
     second.reset();
     cache.setIdleRelease(1min);
@@ -95,7 +86,7 @@ TEST_F(LoadedModelCacheTest, FailedLoadsAreReportedAndRetried) {
     EXPECT_THROW(cache.acquire("/models/broken.bin"), platform::SpeechEngineError);
     failLoads = false;
     EXPECT_NE(cache.acquire("/models/broken.bin"), nullptr);
-    EXPECT_EQ(loadCount(), 3u);
+    EXPECT_EQ(loads, 3u);
 }
 
 }  // namespace

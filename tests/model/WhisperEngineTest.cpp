@@ -65,7 +65,6 @@ class WhisperEngineTest : public ::testing::Test {
 TEST_F(WhisperEngineTest, PromptFitsTheRealTokenizerAndKeepsTheNewestTerms) {
     const auto decoder = platform::WhisperDecoder::load(testModelPath(), 2);
     EXPECT_EQ(decoder->promptTokenLimit(), 224u);
-    EXPECT_GT(decoder->promptTokenCount("東京駅、渋谷"), 2u);
     std::vector<std::string> terms;
     for (int i = 0; i < 100; ++i) {
         terms.push_back("専門用語" + std::to_string(i));

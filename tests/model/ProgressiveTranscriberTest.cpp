@@ -137,13 +137,10 @@ TEST_F(ProgressiveTranscriberTest, LongSpeechIsCutBeforeTheWindowFills) {
 }
 
 TEST_F(ProgressiveTranscriberTest, SilenceIsNotDecodedAndWhatNobodySaidIsDropped) {
-    decoder->script = [](Purpose, std::size_t) { return "ご視聴ありがとうございました。"; };
-    {
-        auto transcriber = make();
-        feed(*transcriber, quietAudio(5.0));
-        EXPECT_TRUE(stop(*transcriber).empty());
-        EXPECT_TRUE(decoder->calls().empty());
-    }
+    auto quiet = make();
+    feed(*quiet, quietAudio(5.0));
+    EXPECT_TRUE(stop(*quiet).empty());
+    EXPECT_TRUE(decoder->calls().empty());
     // A click (90 ms) in a quiet room gets decoded, and what whisper makes of it is dropped.
     for (const std::string invented :
          {"ご視聴ありがとうございました。", "(音楽)", "渋谷", "Thanks for watching!", "♪",
@@ -196,16 +193,15 @@ TEST_F(ProgressiveTranscriberTest, InitialPromptKeepsTheNewestWholeTermsThatFit)
 
 TEST_F(ProgressiveTranscriberTest, CancelUnblocksEveryoneAndFailuresReachTheReader) {
     decoder->blockUntilAborted = true;
-    {
-        auto transcriber = make();
-        feed(*transcriber, speechAudio(1.0));
-        ASSERT_TRUE(waitUntil([&] { return !decoder->calls().empty(); }));
-        std::thread reader([&] { EXPECT_EQ(transcriber->nextResult(), std::nullopt); });
-        transcriber->cancel();
-        reader.join();
-        transcriber->finalizeThroughEndOfInput();  // returns at once once cancelled
-        transcriber->analyze(speechAudio(0.1));    // a no-op now
-    }
+    auto cancelled = make();
+    feed(*cancelled, speechAudio(1.0));
+    ASSERT_TRUE(waitUntil([&] { return !decoder->calls().empty(); }));
+    std::thread reader([&] { EXPECT_EQ(cancelled->nextResult(), std::nullopt); });
+    cancelled->cancel();
+    reader.join();
+    cancelled->finalizeThroughEndOfInput();  // returns at once once cancelled
+    cancelled->analyze(speechAudio(0.1));    // a no-op now
+
     decoder->blockUntilAborted = false;
     decoder->failure = "model exploded";
     auto transcriber = make();

@@ -37,24 +37,21 @@ class WhisperEngineTest : public ::testing::Test {
             GTEST_SKIP() << "KELVO_TEST_WHISPER_MODEL is not set";
         }
         ensureCoreApplication();
-        model_ = testing::contentsOf(testModelPath());
-        ASSERT_NE(model_, "<missing>");
-        server_ = std::make_unique<testing::ModelFileServer>(model_);
+        const std::string model = testing::contentsOf(testModelPath());
+        ASSERT_NE(model, "<missing>");
+        server_ = std::make_unique<testing::ModelFileServer>(model);
         ModelCatalogEntry entry;
         entry.name = "test";
         entry.fileName = "ggml-test.bin";
         entry.url = server_->baseURL() + entry.fileName;
-        entry.sizeBytes = model_.size();
+        entry.sizeBytes = model.size();
         entry.sizeIsExact = true;
-        entry.sha1 = testing::sha1Of(model_);
+        entry.sha1 = testing::sha1Of(model);
         inventory_ = std::make_unique<ModelInventory>(
             ModelCatalog({entry}), folder_.path() / "models", ModelInventory::Settings{"test", ""});
         engine_ = std::make_unique<platform::WhisperModelEngine>(*inventory_, clock_);
     }
 
-    void install() { ModelInstallation(*inventory_, inventory_->catalog().entries()[0]).run(); }
-
-    std::string model_;
     testing::TemporaryFolder folder_;
     FakeClock clock_;
     std::unique_ptr<testing::ModelFileServer> server_;
@@ -84,7 +81,7 @@ TEST_F(WhisperEngineTest, PromptFitsTheRealTokenizerAndKeepsTheNewestTerms) {
 TEST_F(WhisperEngineTest, LoadsInBackgroundOnceInstalledAndReleasesAfterTenIdleMinutes) {
     engine_->loadInBackground("ja-JP");  // not installed yet: nothing to load
     EXPECT_FALSE(engine_->cache().isLoading());
-    install();
+    ModelInstallation(*inventory_, inventory_->catalog().entries()[0]).run();
     engine_->loadInBackground("ja-JP");
     ASSERT_TRUE(waitUntil([&] { return engine_->cache().loadedModel().has_value(); }));
 

@@ -14,14 +14,6 @@
 namespace kelvo::platform {
 namespace {
 
-input_event record(unsigned short type, unsigned short code, int value) {
-    input_event event{};
-    event.type = type;
-    event.code = code;
-    event.value = value;
-    return event;
-}
-
 // A decoder of Right Ctrl that reads from a pipe.
 class EvdevKeyDecoderTest : public ::testing::Test {
   protected:
@@ -50,15 +42,17 @@ class EvdevKeyDecoderTest : public ::testing::Test {
 // hold at the first repeat and the later release would hide it.
 TEST_F(EvdevKeyDecoderTest, ReportsPressAndReleaseOfItsKeyOnlyAcrossSplitRecords) {
     const std::vector<std::pair<input_event, std::vector<bool>>> script = {
-        {record(EV_MSC, MSC_SCAN, 0x700e4), {}},
-        {record(EV_KEY, KEY_A, 1), {}},
-        {record(EV_KEY, KEY_RIGHTCTRL, 1), {true}},
-        {record(EV_SYN, SYN_REPORT, 0), {true}},
-        {record(EV_KEY, KEY_RIGHTCTRL, 2), {true}},
-        {record(EV_KEY, KEY_RIGHTCTRL, 2), {true}},
-        {record(EV_SYN, SYN_REPORT, 0), {true}},
-        {record(EV_KEY, KEY_A, 0), {true}},
-        {record(EV_KEY, KEY_RIGHTCTRL, 0), {true, false}},
+        // clang-format off
+        {{{}, EV_MSC, MSC_SCAN, 0x700e4}, {}},
+        {{{}, EV_KEY, KEY_A, 1}, {}},
+        {{{}, EV_KEY, KEY_RIGHTCTRL, 1}, {true}},
+        {{{}, EV_SYN, SYN_REPORT, 0}, {true}},
+        {{{}, EV_KEY, KEY_RIGHTCTRL, 2}, {true}},
+        {{{}, EV_KEY, KEY_RIGHTCTRL, 2}, {true}},
+        {{{}, EV_SYN, SYN_REPORT, 0}, {true}},
+        {{{}, EV_KEY, KEY_A, 0}, {true}},
+        {{{}, EV_KEY, KEY_RIGHTCTRL, 0}, {true, false}},
+        // clang-format on
     };
     for (const auto& [event, expected] : script) {
         SCOPED_TRACE(testing::Message() << "type " << event.type << " code " << event.code
@@ -82,9 +76,9 @@ TEST_F(EvdevKeyDecoderTest, ReportsPressAndReleaseOfItsKeyOnlyAcrossSplitRecords
 
 TEST_F(EvdevKeyDecoderTest, AfterDroppedEventsWaitsForTheReportAndAsksForTheRealState) {
     write({
-        record(EV_SYN, SYN_DROPPED, 0),
-        record(EV_KEY, KEY_RIGHTCTRL, 1),  // half a report: not to be trusted
-        record(EV_SYN, SYN_REPORT, 0),
+        {{}, EV_SYN, SYN_DROPPED, 0},
+        {{}, EV_KEY, KEY_RIGHTCTRL, 1},  // half a report: not to be trusted
+        {{}, EV_SYN, SYN_REPORT, 0},
     });
     read();
     EXPECT_TRUE(changes.empty());
@@ -94,7 +88,7 @@ TEST_F(EvdevKeyDecoderTest, AfterDroppedEventsWaitsForTheReportAndAsksForTheReal
     EXPECT_FALSE(decoder.resyncNeeded());
     EXPECT_EQ(changes, (std::vector<bool>{true}));
 
-    write({record(EV_KEY, KEY_RIGHTCTRL, 0), record(EV_SYN, SYN_REPORT, 0)});
+    write({{{}, EV_KEY, KEY_RIGHTCTRL, 0}, {{}, EV_SYN, SYN_REPORT, 0}});
     read();
     EXPECT_EQ(changes, (std::vector<bool>{true, false}));
 }

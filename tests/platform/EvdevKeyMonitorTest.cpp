@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -20,6 +19,7 @@
 #include <linux/input.h>
 
 #include "platform/linux/EvdevKeyMonitor.h"
+#include "tests/core/TemporaryFolder.h"
 
 // Replaces the C library's for this test program: a FIFO is a keyboard with Right Ctrl, up.
 extern "C" int ioctl(int fd, unsigned long request, ...) __THROW {
@@ -48,9 +48,8 @@ namespace {
 TEST(EvdevKeyMonitorTest, FollowsKeyboardsAndAnUnplugMidHoldReleasesTheTrigger) {
     EXPECT_THROW(EvdevKeyMonitor("NoSuchKeyName"), std::invalid_argument);
     EXPECT_EQ(EvdevKeyMonitor::keyCodeForName("Control_R"), KEY_RIGHTCTRL);
-    char folder[] = "/tmp/kelvo-input-XXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    const std::string nodes[] = {std::string(folder) + "/event0", std::string(folder) + "/event1"};
+    const kelvo::testing::TemporaryFolder folder;
+    const std::string nodes[] = {folder.path() / "event0", folder.path() / "event1"};
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<bool> states;
@@ -67,7 +66,7 @@ TEST(EvdevKeyMonitorTest, FollowsKeyboardsAndAnUnplugMidHoldReleasesTheTrigger) 
         EXPECT_EQ(write(keyboard, press, sizeof press), ssize_t(sizeof press));
         return keyboard;
     };
-    EvdevKeyMonitor monitor("Control_R", folder);
+    EvdevKeyMonitor monitor("Control_R", folder.path());
     EXPECT_FALSE(monitor.hasListenAccess());
     EXPECT_FALSE(monitor.requestListenAccess());
     monitor.start([&](TriggerKeyEvent event) {
@@ -83,10 +82,6 @@ TEST(EvdevKeyMonitorTest, FollowsKeyboardsAndAnUnplugMidHoldReleasesTheTrigger) 
     keyboard = plugInAndPress(nodes[1]);
     expectStates({true, false, true});
     close(keyboard);
-    for (const std::string& node : nodes) {
-        unlink(node.c_str());
-    }
-    rmdir(folder);
 }
 
 }  // namespace

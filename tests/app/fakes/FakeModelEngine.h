@@ -2,13 +2,13 @@
 
 // FakeModelEngine scripts the model engine's answers: availability, the locale equivalent (of
 // three supported locales; ja-JP installed), the asset status (a sequence: each query takes the
-// next, the last repeats) and an optional installation request with its progress and outcome. Its FakeModelTranscriber is a scripted engine session: the test
-// pushes results (they come out of nextResult() on the service's reader thread) and scripts
-// failures; finalizeThroughEndOfInput() waits for the end of input, queues the finals still
-// outstanding and ends the result sequence, as a real engine flushing its last segment would (or
-// at once when its input failed). The transcriber stays reachable through transcriber() while the
-// service holds it. The test reads while service threads run: what it reads is atomic, a channel,
-// or written before the engine is chosen.
+// next, the last repeats) and an optional installation request with its progress and outcome. Its
+// FakeModelTranscriber is a scripted engine session: the test pushes results (they come out of
+// nextResult() on the service's reader thread) and scripts failures; finalizeThroughEndOfInput()
+// waits for the end of input, queues the finals still outstanding and ends the result sequence, as
+// a real engine flushing its last segment would (or at once when its input failed). The transcriber
+// stays reachable through transcriber() while the service holds it. The test reads while service
+// threads run: what it reads is atomic, a channel, or written before the engine is chosen.
 
 #include <atomic>
 #include <functional>
@@ -25,6 +25,13 @@
 #include "platform/SpeechEngineError.h"
 
 namespace kelvo::test {
+
+// Throws the scripted failure, if there is one.
+inline void failIf(const std::optional<std::string>& failure) {
+    if (failure) {
+        throw platform::SpeechEngineError(*failure);
+    }
+}
 
 class FakeModelTranscriber final : public platform::ModelTranscriber {
   public:
@@ -83,12 +90,6 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
     std::atomic<std::size_t> analyzedSampleCount = 0;
 
   private:
-    static void failIf(const std::optional<std::string>& failure) {
-        if (failure) {
-            throw platform::SpeechEngineError(*failure);
-        }
-    }
-
     std::string locale_;
     app::Channel<bool> inputEnded_;
     // A result, or the failure the result sequence ends with.
@@ -103,11 +104,7 @@ class FakeModelEngine final : public platform::ModelEngine {
         Installation(double fraction, std::optional<std::string> failure)
             : fraction_(fraction), failure_(std::move(failure)) {}
         double fractionCompleted() const override { return fraction_; }
-        void downloadAndInstall() override {
-            if (failure_) {
-                throw platform::SpeechEngineError(*failure_);
-            }
-        }
+        void downloadAndInstall() override { failIf(failure_); }
 
       private:
         double fraction_;

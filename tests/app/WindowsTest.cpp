@@ -175,14 +175,13 @@ TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop
     EXPECT_EQ(view.confirmedText(), "こんにちは。\n音声入力のテストです。\n今日はいい");
     runFor(clock, recognizer.stopDelay);
     EXPECT_EQ(recognizer.stopCount, 1);
-    EXPECT_EQ(capture.stopCount, 1);
 
     button.click();
     runFor(clock, capture.startDelay);
     ASSERT_TRUE(view.isRecording());
     view.close();
     EXPECT_FALSE(view.isRecording()) << "closing the window ends the test dictation";
-    EXPECT_EQ(capture.stopCount, 2);
+    EXPECT_EQ(capture.stopCount, 2) << "once by the button, once by closing";
     runFor(clock, recognizer.stopDelay);
 }
 
@@ -192,7 +191,6 @@ TEST(SettingsWindowTest, ChangesAreStoredAndStartAtLoginIsTheAutostartEntry) {
     const auto entryFile = config.path() / "autostart" / "kelvovoice.desktop";
     FakePreferences preferences;
     preferences.setString(app::PreferenceKeys::microphoneSource, "usb_headset");
-    preferences.setStringList(app::PreferenceKeys::terminalWindowClasses, {"kitty"});
     app::SettingsWindow window(
         preferences,
         [] {

@@ -63,7 +63,7 @@ TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
               "No installed model recognises Japanese yet, so dictation uses the fallback "
               "recogniser, which does not understand Japanese. Recommended for this computer: "
               "other (1.5 MB) — the reason.");
-    // The stored mirror applies to downloads at once; here it is cleared again in the field.
+    // The stored mirror applies to downloads at once; here the field then replaces it.
     EXPECT_EQ(inventory.downloadURL(tiny), "http://stale.invalid/ggml-tiny.bin");
     EXPECT_EQ(section.idleMinutes()->value(), 25);
     section.downloadAddress()->setText(QString::fromStdString(server.baseURL()));

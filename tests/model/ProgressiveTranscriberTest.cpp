@@ -206,9 +206,7 @@ TEST_F(ProgressiveTranscriberTest, CancelUnblocksEveryoneAndFailuresReachTheRead
     decoder->failure = "model exploded";
     auto transcriber = make();
     feed(*transcriber, speechAudio(1.0));
-    transcriber->finishInput();
-    transcriber->finalizeThroughEndOfInput();
-    EXPECT_THAT([&] { transcriber->nextResult(); },
+    EXPECT_THAT([&] { stop(*transcriber); },
                 ::testing::ThrowsMessage<platform::SpeechEngineError>("model exploded"));
     EXPECT_EQ(transcriber->nextResult(), std::nullopt);
 

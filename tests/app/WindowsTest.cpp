@@ -149,7 +149,6 @@ TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop
     auto& recognizer = *speech;
     app::DictationTestView view(std::move(audio), std::move(speech));
     view.show();
-    auto& text = child<QPlainTextEdit>(view, "transcript");
     auto& button = child<QPushButton>(view, "dictationButton");
 
     capture.failure = "Microphone permission denied";
@@ -167,7 +166,7 @@ TEST(DictationTestViewTest, ShowsConfirmedAndPartialTextAndKeepsThePartialOnStop
     recognizer.send(app::TranscriptionEvent::final_("音声入力のテストです。"));
     recognizer.send(app::TranscriptionEvent::partial("今日はいい"));
     settle(clock);
-    EXPECT_EQ(text.toPlainText(),
+    EXPECT_EQ(child<QPlainTextEdit>(view, "transcript").toPlainText(),
               QStringLiteral("こんにちは。\n音声入力のテストです。\n今日はいい"));
 
     button.click();

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "ModelFileServer.h"
 #include "TemporaryFolder.h"
@@ -37,26 +38,10 @@ class WhisperEngineTest : public ::testing::Test {
             GTEST_SKIP() << "KELVO_TEST_WHISPER_MODEL is not set";
         }
         ensureCoreApplication();
-        const std::string model = testing::contentsOf(testModelPath());
-        ASSERT_NE(model, "<missing>");
-        server_ = std::make_unique<testing::ModelFileServer>(model);
-        ModelCatalogEntry entry;
-        entry.name = "test";
-        entry.fileName = "ggml-test.bin";
-        entry.url = server_->baseURL() + entry.fileName;
-        entry.sizeBytes = model.size();
-        entry.sizeIsExact = true;
-        entry.sha1 = testing::sha1Of(model);
-        inventory_ = std::make_unique<ModelInventory>(
-            ModelCatalog({entry}), folder_.path() / "models", ModelInventory::Settings{"test", ""});
-        engine_ = std::make_unique<platform::WhisperModelEngine>(*inventory_, clock_);
+        ASSERT_TRUE(std::filesystem::exists(testModelPath())) << testModelPath();
     }
 
     testing::TemporaryFolder folder_;
-    FakeClock clock_;
-    std::unique_ptr<testing::ModelFileServer> server_;
-    std::unique_ptr<ModelInventory> inventory_;
-    std::unique_ptr<platform::WhisperModelEngine> engine_;
 };
 
 TEST_F(WhisperEngineTest, PromptFitsTheRealTokenizerAndKeepsTheNewestTerms) {
@@ -79,13 +64,26 @@ TEST_F(WhisperEngineTest, PromptFitsTheRealTokenizerAndKeepsTheNewestTerms) {
 // The application's preload at start-up and the engine's idle time. Decoding on this engine, from
 // installation to the end of a dictation, is `kelvo dictate`'s end-to-end test.
 TEST_F(WhisperEngineTest, LoadsInBackgroundOnceInstalledAndReleasesAfterTenIdleMinutes) {
-    engine_->loadInBackground("ja-JP");  // not installed yet: nothing to load
-    EXPECT_FALSE(engine_->cache().isLoading());
-    ModelInstallation(*inventory_, inventory_->catalog().entries()[0]).run();
-    engine_->loadInBackground("ja-JP");
-    ASSERT_TRUE(waitUntil([&] { return engine_->cache().loadedModel().has_value(); }));
+    const std::string model = testing::contentsOf(testModelPath());
+    testing::ModelFileServer server(model);
+    ModelCatalogEntry entry;
+    entry.name = "test";
+    entry.fileName = "ggml-test.bin";
+    entry.url = server.baseURL() + entry.fileName;
+    entry.sizeBytes = model.size();
+    entry.sizeIsExact = true;
+    entry.sha1 = testing::sha1Of(model);
+    ModelInventory inventory(ModelCatalog({entry}), folder_.path() / "models", {"test", ""});
+    FakeClock clock;
+    platform::WhisperModelEngine engine(inventory, clock);
 
-    std::unique_ptr<platform::ModelTranscriber> transcriber = engine_->makeTranscriber("ja");
+    engine.loadInBackground("ja-JP");  // not installed yet: nothing to load
+    EXPECT_FALSE(engine.cache().isLoading());
+    ModelInstallation(inventory, entry).run();
+    engine.loadInBackground("ja-JP");
+    ASSERT_TRUE(waitUntil([&] { return engine.cache().loadedModel().has_value(); }));
+
+    std::unique_ptr<platform::ModelTranscriber> transcriber = engine.makeTranscriber("ja");
     transcriber->prepare();
     inReads(speechAudio(1.0),
             [&](std::span<const std::int16_t> read) { transcriber->analyze(read); });
@@ -95,10 +93,10 @@ TEST_F(WhisperEngineTest, LoadsInBackgroundOnceInstalledAndReleasesAfterTenIdleM
     }
     EXPECT_EQ(dynamic_cast<ProgressiveTranscriber&>(*transcriber).statistics().finalDecodes, 1u);
     transcriber.reset();
-    clock_.advance(9min);
-    EXPECT_TRUE(engine_->cache().loadedModel());
-    clock_.advance(1min);
-    EXPECT_FALSE(engine_->cache().loadedModel());
+    clock.advance(9min);
+    EXPECT_TRUE(engine.cache().loadedModel());
+    clock.advance(1min);
+    EXPECT_FALSE(engine.cache().loadedModel());
 }
 
 }  // namespace

@@ -23,16 +23,12 @@
 namespace kelvo::test {
 namespace {
 
-QApplication& application() {
+TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
+    // Never destroyed: lives as long as the program, as widgets expect.
     static int argc = 1;
     static char name[] = "model_settings_tests";
     static char* argv[] = {name, nullptr};
-    static QApplication* app = new QApplication(argc, argv);
-    return *app;
-}
-
-TEST(ModelSettingsSectionTest, InstallCancelResumeChooseAndRemove) {
-    application();
+    [[maybe_unused]] static QApplication* application = new QApplication(argc, argv);
     const std::string file(1'500'000, 'q');
     testing::TemporaryFolder folder;
     testing::ModelFileServer server(file);

@@ -51,16 +51,6 @@ class ProgressiveTranscriberTest : public ::testing::Test {
         return results;
     }
 
-    // The next result, or a failure (and a cancelled transcriber) when none comes in time.
-    static std::optional<ModelTranscriber::Result> nextWithin(ModelTranscriber& transcriber) {
-        auto next = std::async(std::launch::async, [&] { return transcriber.nextResult(); });
-        if (next.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
-            ADD_FAILURE() << "no result came";
-            transcriber.cancel();
-        }
-        return next.get();
-    }
-
     // The sample count of every decode made for this purpose, in order.
     std::vector<std::size_t> decoded(Purpose purpose) const {
         std::vector<std::size_t> sizes;
@@ -114,7 +104,12 @@ TEST_F(ProgressiveTranscriberTest, PartialsComeOnePartialIntervalOfAudioApart) {
         const auto from = speech.begin() + static_cast<std::ptrdiff_t>(upTo - 8000);
         transcriber->analyze(std::span(&*from, 7999));
         transcriber->analyze(std::span(&*(from + 7999), 1));
-        const auto partial = nextWithin(*transcriber);
+        auto next = std::async(std::launch::async, [&] { return transcriber->nextResult(); });
+        if (next.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+            transcriber->cancel();  // lets the reader, and so this test, end
+            FAIL() << "no partial came";
+        }
+        const auto partial = next.get();
         ASSERT_TRUE(partial && !partial->isFinal);
         // Pushing the result and deciding what comes next happen under one lock.
         EXPECT_EQ(transcriber->statistics().partialDecodes, upTo / 8000);

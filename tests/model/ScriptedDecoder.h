@@ -5,6 +5,7 @@
 // code points, and can block until aborted or throw. Called on the transcriber's worker thread;
 // the test reads calls() from its own thread.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -55,11 +56,8 @@ class ScriptedDecoder final : public platform::SegmentDecoder {
     }
 
     std::size_t promptTokenCount(const std::string& text) override {
-        std::size_t count = 0;
-        for (const char c : text) {
-            count += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-        }
-        return count;
+        return std::count_if(text.begin(), text.end(),
+                             [](unsigned char c) { return (c & 0xC0) != 0x80; });
     }
     std::size_t promptTokenLimit() override { return tokenLimit; }
 

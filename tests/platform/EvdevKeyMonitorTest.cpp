@@ -48,7 +48,6 @@ namespace {
 TEST(EvdevKeyMonitorTest, FollowsKeyboardsAndAnUnplugMidHoldReleasesTheTrigger) {
     EXPECT_THROW(EvdevKeyMonitor("NoSuchKeyName"), std::invalid_argument);
     const kelvo::testing::TemporaryFolder folder;
-    const std::string nodes[] = {folder.path() / "event0", folder.path() / "event1"};
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<bool> states;
@@ -58,7 +57,7 @@ TEST(EvdevKeyMonitorTest, FollowsKeyboardsAndAnUnplugMidHoldReleasesTheTrigger) 
         EXPECT_EQ(states, expected);
     };
     // O_RDWR opens a FIFO without waiting for its reader.
-    auto plugInAndPress = [](const std::string& node) {
+    auto plugInAndPress = [](const std::filesystem::path& node) {
         EXPECT_EQ(mkfifo(node.c_str(), 0600), 0);
         const int keyboard = open(node.c_str(), O_RDWR | O_CLOEXEC);
         const input_event press[] = {{{}, EV_KEY, KEY_RIGHTCTRL, 1}, {{}, EV_SYN, SYN_REPORT, 0}};
@@ -73,12 +72,12 @@ TEST(EvdevKeyMonitorTest, FollowsKeyboardsAndAnUnplugMidHoldReleasesTheTrigger) 
         states.push_back(event.isTriggerDown);
         changed.notify_all();
     });
-    int keyboard = plugInAndPress(nodes[0]);
+    int keyboard = plugInAndPress(folder.path() / "event0");
     EXPECT_TRUE(monitor.hasListenAccess());
     expectStates({true});
     close(keyboard);  // unplugged: its reads end
     expectStates({true, false});
-    keyboard = plugInAndPress(nodes[1]);
+    keyboard = plugInAndPress(folder.path() / "event1");
     expectStates({true, false, true});
     close(keyboard);
 }

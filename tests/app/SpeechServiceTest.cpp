@@ -100,11 +100,8 @@ class SpeechServiceTest : public ::testing::Test {
     std::shared_ptr<Channel<TranscriptionEvent>> events;
 };
 
-TEST_F(SpeechServiceTest, ContextualStringsAreTrimmedFilteredAndCappedAtOneHundred) {
-    service->setContextualStrings(
-        {"  東京駅\n", "", " \t\r\n", "\u3000渋谷\u3000", "渋谷", "Kelvo"});
-    EXPECT_EQ(service->contextualStrings(), (Lines{"東京駅", "渋谷", "渋谷", "Kelvo"}));
-    // Blanks do not count towards the hundred.
+// Blanks do not count towards the hundred. (Trimming is the fallback's test below.)
+TEST_F(SpeechServiceTest, ContextualStringsAreCappedAtOneHundredNonBlankOnes) {
     Lines many;
     for (int i = 0; i < 150; ++i) {
         many.push_back(i % 10 == 0 ? " " : "term" + std::to_string(i));
@@ -196,11 +193,9 @@ TEST_F(SpeechServiceTest, ModelEngineResultsAndOutstandingFinalsArriveBeforeTheS
     engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
         transcriber.finalsOutstandingAtFinalize = {"会議の", "資料です。"};
     };
-    service->setContextualStrings({"東京", " 渋谷 "});
     start();
     FakeModelTranscriber* transcriber = engine.transcriber();
     ASSERT_NE(transcriber, nullptr);
-    EXPECT_EQ(transcriber->appliedContextualStrings, (Lines{"東京", "渋谷"}));
     audio->send(buffer(1365));
     audio->send(buffer(1366));
     EXPECT_TRUE(waitUntil([&] { return transcriber->analyzedSampleCount == 2731; }));
@@ -258,14 +253,15 @@ TEST_F(SpeechServiceTest, ModelEngineFailuresAreTracedAndTheStreamStillEnds) {
 }
 
 TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHintOptions) {
-    service->setContextualStrings({" 東京 ", "渋谷"});
+    service->setContextualStrings(
+        {"  東京駅\n", "", " \t\r\n", "\u3000渋谷\u3000", "渋谷", "Kelvo"});
     const auto task = startFallback();
     EXPECT_EQ(recognizers.requestedLocale, "ja-JP");
     EXPECT_EQ(recognizers.authorizationRequests, 1);
     EXPECT_TRUE(task->options.shouldReportPartialResults &&
                 task->options.requiresOnDeviceRecognition);
     EXPECT_FALSE(task->options.addsPunctuation);
-    EXPECT_EQ(task->options.contextualStrings, (Lines{"東京", "渋谷"}));
+    EXPECT_EQ(task->options.contextualStrings, (Lines{"東京駅", "渋谷", "渋谷", "Kelvo"}));
 
     audio->send(buffer(1365));
     audio->send(buffer(1366));

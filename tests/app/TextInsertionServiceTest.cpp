@@ -4,14 +4,17 @@
 #include <optional>
 #include <string>
 
+#include "KelvoVoiceMac/session/CorrectionLearner.h"
 #include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "fakes/FakeAccessibilityClient.h"
 #include "fakes/FakeClock.h"
+#include "fakes/FakeFieldEditWatcher.h"
 #include "fakes/FakeInputMethodCommitter.h"
 #include "fakes/FakeKeySynthesizer.h"
 #include "fakes/FakePasteboard.h"
 #include "fakes/FakePreferences.h"
+#include "fakes/FakeStatusItemPresenter.h"
 #include "fakes/FakeWorkspace.h"
 #include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
@@ -24,11 +27,12 @@ using ::testing::_;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using TextRange = platform::AccessibilityClient::TextRange;
-using Lines = std::vector<std::string>;
 
-QCoro::Task<> runInsert(app::TextInsertionService& service, std::string text, bool restore,
+// The insertion service or the correction learner over it.
+template <typename Inserter>
+QCoro::Task<> runInsert(Inserter& inserter, std::string text, bool restore,
                         std::optional<bool>& result) {
-    result = co_await service.insert(std::move(text), restore);
+    result = co_await inserter.insert(std::move(text), restore);
 }
 
 class TextInsertionServiceTest : public ::testing::Test {
@@ -253,6 +257,49 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
     runFor(clock, 2s);
     EXPECT_EQ(fcitx5.commits.size(), 2u);
     EXPECT_EQ(ibus.commits.size(), 2u);
+}
+
+// The correction learner over this service: a word of the dictation typed over once the
+// accessibility insertion is verified becomes a suggestion and ends the watch; a paste is never
+// watched; a new recording ends a watch.
+TEST_F(TextInsertionServiceTest, LearnerWatchesOnlyFieldsTheTextWentIntoUntilTheNextDictation) {
+    FakePreferences preferences;
+    FakeStatusItemPresenter statusItem;
+    FakeFieldEditWatcher watcher;
+    std::vector<CorrectionSuggestion> suggested;
+    int firstUses = 0;
+    app::CorrectionLearner learner{{service, statusItem, watcher, nullptr, preferences, clock,
+                                    trace, [&](const auto& s) { suggested.push_back(s); },
+                                    [&] { ++firstUses; }}};
+    accessibility.element->state = {"", std::nullopt, TextRange{0, 0}};
+    accessibility.stateAfterSet = {"send the report", std::nullopt, TextRange{15, 0}};
+    watcher.baseline = platform::FieldEditWatcher::Baseline{"send the report", 0, 0, 15};
+
+    runInsert(learner, "send the report", true, result);
+    runFor(clock, 200ms);
+    ASSERT_TRUE(learner.isWatching());
+    EXPECT_EQ(watcher.watched, "send the report");
+    watcher.handlers.deleted(0, 4);
+    watcher.handlers.inserted(0, "mail");
+    runFor(clock, 2s);
+    ASSERT_EQ(suggested.size(), 1u);
+    EXPECT_EQ(suggested[0].misrecognition + "→" + suggested[0].canonical, "send→mail");
+    EXPECT_FALSE(learner.isWatching());
+
+    elementIgnoresSet();
+    runInsert(learner, "send the report", true, result);
+    runFor(clock, 2s);
+    EXPECT_FALSE(learner.isWatching());
+
+    accessibility.changeDelay = 0ms;
+    accessibility.element->state = {"", std::nullopt, TextRange{0, 0}};
+    runInsert(learner, "send the report", true, result);
+    runFor(clock, 200ms);
+    ASSERT_TRUE(learner.isWatching());
+    learner.refresh(app::RecordingState::recording);
+    EXPECT_FALSE(learner.isWatching());
+    EXPECT_EQ(statusItem.refreshes.back(), app::RecordingState::recording);
+    EXPECT_EQ(firstUses, 1);
 }
 
 }  // namespace

@@ -287,8 +287,10 @@ TEST_F(TextInsertionServiceTest, LearnerWatchesOnlyFieldsTheTextWentIntoUntilThe
     EXPECT_FALSE(learner.isWatching());
 
     elementIgnoresSet();
+    targetFetchesAfter(1ms);
     runInsert(learner, "send the report", true, result);
     runFor(clock, 2s);
+    EXPECT_EQ(result, true) << "pasted";
     EXPECT_FALSE(learner.isWatching());
 
     accessibility.changeDelay = 0ms;

@@ -41,14 +41,11 @@ class JSONDictionaryStoreTest : public ::testing::Test {
 TEST_F(JSONDictionaryStoreTest, SaveWritesAPrettyPrintedArrayAndCallsDidSaveOnce) {
     DictionaryEntry disabled = tokyo();
     disabled.id = "00000000-0000-0000-0000-000000000002";
-    disabled.canonicalText = "AI";
     disabled.enabled = false;
-    disabled.priority = -3;
-    disabled.note.reset();
     store.saveEntries({tokyo(), disabled});
 
-    // Two-space indentation, keys in declaration order, Japanese unescaped, no note when absent:
-    // what the general serialiser writes (JsonFile's and the record encoders' tests pin both).
+    // Two-space indentation, keys in declaration order, Japanese unescaped: what the general
+    // serialiser writes (JsonFile's and the record encoders' tests pin both).
     EXPECT_EQ(contentsOf(file), Json(std::vector<DictionaryEntry>{tokyo(), disabled}).dump(2));
     EXPECT_EQ(saved, std::vector<std::filesystem::path>{file});
     // Loaded back as stored: disabled entries and order included.

@@ -92,7 +92,6 @@ TEST_F(LocalFolderSaveAdapterTest, FileNameIsLocalDateAndCleanedTitle) {
 TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody) {
     MarkdownDocument note = document("title", "line 1\nline 2");
     note.frontmatter["title"] = FrontmatterValue::string("say \"hi\"");
-    note.frontmatter["created"] = FrontmatterValue::string("2025-03-14T00:05:00Z");
     note.frontmatter["count"] = FrontmatterValue::integer(-3);
     note.frontmatter["draft"] = FrontmatterValue::boolean(false);
     note.frontmatter["done"] = FrontmatterValue::boolean(true);
@@ -107,7 +106,6 @@ TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody
               "  - \"c\"d\"\n"
               "  - \"e\\n---\\\\\"\n"  // what would break the note is escaped
               "count: -3\n"
-              "created: \"2025-03-14T00:05:00Z\"\n"
               "done: true\n"
               "draft: false\n"
               "empty: []\n"
@@ -125,34 +123,27 @@ TEST_F(LocalFolderSaveAdapterTest, FileTextListsFrontmatterByKeyThenTagsThenBody
 
 TEST_F(LocalFolderSaveAdapterTest, ExistingFileUnderEachPolicy) {
     LocalFolderSaveAdapter saver = adapter(vault_);
+    const auto save = [&](const std::string& body, OverwritePolicy policy) {
+        return saver.save(document("memo", body), request(policy));
+    };
     // Without a clash appendTimestamp keeps the plain name.
     const fs::path plain = vault_ / "2025-03-14-0905-memo.md";
-    EXPECT_EQ(
-        saver.save(document("memo", "old"), request(OverwritePolicy::appendTimestamp)).savedURL,
-        plain);
-    EXPECT_EQ(contentsOf(plain), "---\n---\n\nold");
-
-    const SaveResult refused = saver.save(document("memo", "new"), request());
-    EXPECT_EQ(refused, (SaveResult{false, std::nullopt, SaveDestinationType::localFolder,
-                                   "File already exists at " + plain.string()}));
+    EXPECT_EQ(save("old", OverwritePolicy::appendTimestamp).savedURL, plain);
+    EXPECT_EQ(save("new", OverwritePolicy::createNew),
+              (SaveResult{false, std::nullopt, SaveDestinationType::localFolder,
+                          "File already exists at " + plain.string()}));
     EXPECT_EQ(contentsOf(plain), "---\n---\n\nold");
     EXPECT_EQ(releases(), 2);
 
-    const SaveResult stamped =
-        saver.save(document("memo", "stamped"), request(OverwritePolicy::appendTimestamp));
-    const fs::path stampedFile = vault_ / "2025-03-14-0905-memo-1741911000.md";
-    EXPECT_TRUE(stamped.success);
-    EXPECT_EQ(stamped.savedURL, stampedFile);
-    EXPECT_EQ(contentsOf(stampedFile), "---\n---\n\nstamped");
+    const fs::path stamped = vault_ / "2025-03-14-0905-memo-1741911000.md";
+    EXPECT_EQ(save("stamped", OverwritePolicy::appendTimestamp).savedURL, stamped);
+    EXPECT_EQ(contentsOf(stamped), "---\n---\n\nstamped");
     EXPECT_EQ(contentsOf(plain), "---\n---\n\nold");
     // The stamped name is not tested again: a second clash in the same second replaces it.
-    EXPECT_TRUE(
-        saver.save(document("memo", "again"), request(OverwritePolicy::appendTimestamp)).success);
-    EXPECT_EQ(contentsOf(stampedFile), "---\n---\n\nagain");
+    EXPECT_TRUE(save("again", OverwritePolicy::appendTimestamp).success);
+    EXPECT_EQ(contentsOf(stamped), "---\n---\n\nagain");
 
-    const SaveResult replaced =
-        saver.save(document("memo", "replaced"), request(OverwritePolicy::overwrite));
-    EXPECT_EQ(replaced.savedURL, plain);
+    EXPECT_EQ(save("replaced", OverwritePolicy::overwrite).savedURL, plain);
     EXPECT_EQ(contentsOf(plain), "---\n---\n\nreplaced");
     EXPECT_EQ(releases(), 5);
     // Every write went through a temporary file, and none is left beside the notes.

@@ -10,14 +10,6 @@
 namespace kelvo {
 namespace {
 
-constexpr SummaryLevel kLevels[] = {SummaryLevel::verbatim,      SummaryLevel::cleanup,
-                                    SummaryLevel::concise,       SummaryLevel::summarize,
-                                    SummaryLevel::bulletsOrTodo, SummaryLevel::trim,
-                                    SummaryLevel::translate};
-constexpr ProcessingMode kModes[] = {ProcessingMode::voiceInput, ProcessingMode::cleanup,
-                                     ProcessingMode::summarize,  ProcessingMode::todo,
-                                     ProcessingMode::markdown,   ProcessingMode::translate};
-
 TEST(PromptBuilder, HintsFormAThirdParagraphJoinedWithIdeographicCommas) {
     const auto prompt = [](const std::vector<std::string>& hints) {
         return PromptBuilder::buildSystemPrompt(SummaryLevel::verbatim, ProcessingMode::voiceInput,
@@ -36,8 +28,8 @@ TEST(PromptBuilder, HintsFormAThirdParagraphJoinedWithIdeographicCommas) {
 TEST(PromptBuilder, EveryLevelAndModeCombinationHasItsTwoParagraphs) {
     std::map<SummaryLevel, std::string> levelParagraphs;
     std::map<ProcessingMode, std::string> modeParagraphs;
-    for (const SummaryLevel level : kLevels) {
-        for (const ProcessingMode mode : kModes) {
+    for (const SummaryLevel level : allCases<SummaryLevel>()) {
+        for (const ProcessingMode mode : allCases<ProcessingMode>()) {
             const std::string prompt = PromptBuilder::buildSystemPrompt(level, mode, {});
             const std::size_t split = prompt.find("\n\n");
             ASSERT_NE(split, std::string::npos) << enumName(level) << " / " << enumName(mode);

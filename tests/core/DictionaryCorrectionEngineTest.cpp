@@ -26,11 +26,10 @@ constexpr const char* kIdC = "00000000-0000-0000-0000-00000000000C";
 class ScriptedStore : public DictionaryStore {
   public:
     std::vector<DictionaryEntry> entries;
-    bool failNextLoad = false;
+    bool failLoads = false;
 
     std::vector<DictionaryEntry> loadEntries() override {
-        if (failNextLoad) {
-            failNextLoad = false;
+        if (failLoads) {
             throw DecodingError("/tmp/dictionary.json: element 0: missing required member \"id\"");
         }
         return entries;
@@ -135,13 +134,12 @@ TEST_F(DictionaryCorrectionEngineTest, HintsFollowApplicationOrderAndAFailedRelo
     EXPECT_EQ(engine.hints(DictionaryScope::all), Ids{"大阪"});
 
     store->entries = {};
-    store->failNextLoad = true;
+    store->failLoads = true;
     EXPECT_THROW(engine.reload(), DecodingError);
     EXPECT_EQ(engine.apply("おおさか", DictionaryScope::all).text, "大阪");
     EXPECT_EQ(engine.hints(DictionaryScope::all), Ids{"大阪"});
 
     // A failed first load leaves no engine at all.
-    store->failNextLoad = true;
     EXPECT_EQ(test::whatOf<DecodingError>([&] { DictionaryCorrectionEngine failed(store); }),
               "/tmp/dictionary.json: element 0: missing required member \"id\"");
 }

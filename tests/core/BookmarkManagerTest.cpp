@@ -116,13 +116,11 @@ TEST_F(BookmarkManagerTest, SavesThatCannotBeMadeFailWithTheirCase) {
 TEST_F(BookmarkManagerTest, UnreadableDataResolvesToNothing) {
     const BookmarkManager manager("suite");
     const fs::path vault = makeFolder("vault");
-    fs::create_directories(suiteFile("suite").parent_path());
-    Json suite = Json::object();
-    suite["garbage"] = "\x01\x02 not a bookmark";
-    suite["noIdentity"] = Json{{"path", vault.string()}}.dump();
-    suite["relative"] = Json{{"path", "vault"}, {"device", 1}, {"inode", 2}}.dump();
-    suite["notData"] = 42;
-    std::ofstream(suiteFile("suite")) << suite.dump();
+    const Json suite = {{"garbage", "\x01\x02 not a bookmark"},
+                        {"noIdentity", Json{{"path", vault.string()}}.dump()},
+                        {"relative", Json{{"path", "vault"}, {"device", 1}, {"inode", 2}}.dump()},
+                        {"notData", 42}};
+    temp_.write("config/KelvoVoiceMac/suite.json", suite.dump());
 
     // (A scoped URL is the resolved one wrapped: one check serves both.)
     for (const char* key : {"garbage", "noIdentity", "relative", "notData", "absent"}) {

@@ -32,10 +32,6 @@ class JSONDictionaryStoreTest : public ::testing::Test {
     std::vector<std::filesystem::path> saved;
     JSONDictionaryStore store{file,
                               [this](const std::filesystem::path& url) { saved.push_back(url); }};
-
-    std::string loadError() {
-        return test::whatOf<DecodingError>([&] { store.loadEntries(); });
-    }
 };
 
 TEST_F(JSONDictionaryStoreTest, SaveWritesAPrettyPrintedArrayAndCallsDidSaveOnce) {
@@ -66,7 +62,8 @@ TEST_F(JSONDictionaryStoreTest, DamagedFilesFailTheLoadAndAreMovedAsideByASave) 
           {entries.dump(), ": element 1: missing required member \"priority\""},
           {R"({"entries": []})", ": expected an array, found object"}}) {
         folder.write("dictionary.json", text);
-        EXPECT_TRUE(loadError().starts_with(file.string() + error)) << loadError();
+        const std::string shown = test::whatOf<DecodingError>([&] { store.loadEntries(); });
+        EXPECT_TRUE(shown.starts_with(file.string() + error)) << shown;
         EXPECT_EQ(contentsOf(file), text);
     }
     EXPECT_TRUE(saved.empty());

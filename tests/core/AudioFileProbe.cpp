@@ -8,6 +8,7 @@ extern "C" {
 #include <cmath>
 #include <memory>
 #include <numbers>
+#include <numeric>
 #include <stdexcept>
 
 namespace kelvo::testing {
@@ -93,14 +94,8 @@ std::vector<float> decodeFirstChannel(const std::filesystem::path& path) {
 }
 
 double rms(const std::vector<float>& samples) {
-    if (samples.empty()) {
-        return 0;
-    }
-    double sum = 0;
-    for (float s : samples) {
-        sum += static_cast<double>(s) * s;
-    }
-    return std::sqrt(sum / static_cast<double>(samples.size()));
+    const double sum = std::inner_product(samples.begin(), samples.end(), samples.begin(), 0.0);
+    return samples.empty() ? 0 : std::sqrt(sum / static_cast<double>(samples.size()));
 }
 
 std::vector<std::int16_t> sineSamples(double frequencyHz, double amplitude, int sampleRateHz,

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -27,11 +26,10 @@ constexpr const char* kIdC = "00000000-0000-0000-0000-00000000000C";
 class ScriptedStore : public DictionaryStore {
   public:
     std::vector<DictionaryEntry> entries;
-    bool failNextLoad = false;
+    bool failLoads = false;
 
     std::vector<DictionaryEntry> loadEntries() override {
-        if (failNextLoad) {
-            failNextLoad = false;
+        if (failLoads) {
             throw DecodingError("/tmp/dictionary.json: element 0: missing required member \"id\"");
         }
         return entries;
@@ -41,17 +39,17 @@ class ScriptedStore : public DictionaryStore {
     }
 };
 
-DictionaryEntry entry(const char* id, std::string canonical, std::vector<std::string> readings,
+DictionaryEntry entry(std::string id, std::string canonical, std::vector<std::string> readings,
                       std::int64_t priority = 0, std::string replacement = "",
                       std::vector<std::string> misrecognitions = {}, bool enabled = true) {
-    return DictionaryEntry{id,
-                           std::move(canonical),
-                           std::move(readings),
-                           std::move(misrecognitions),
-                           std::move(replacement),
-                           priority,
-                           enabled,
-                           std::nullopt};
+    return {std::move(id),
+            std::move(canonical),
+            std::move(readings),
+            std::move(misrecognitions),
+            std::move(replacement),
+            priority,
+            enabled,
+            std::nullopt};
 }
 
 class DictionaryCorrectionEngineTest : public ::testing::Test {
@@ -136,13 +134,12 @@ TEST_F(DictionaryCorrectionEngineTest, HintsFollowApplicationOrderAndAFailedRelo
     EXPECT_EQ(engine.hints(DictionaryScope::all), Ids{"大阪"});
 
     store->entries = {};
-    store->failNextLoad = true;
+    store->failLoads = true;
     EXPECT_THROW(engine.reload(), DecodingError);
     EXPECT_EQ(engine.apply("おおさか", DictionaryScope::all).text, "大阪");
     EXPECT_EQ(engine.hints(DictionaryScope::all), Ids{"大阪"});
 
     // A failed first load leaves no engine at all.
-    store->failNextLoad = true;
     EXPECT_EQ(test::whatOf<DecodingError>([&] { DictionaryCorrectionEngine failed(store); }),
               "/tmp/dictionary.json: element 0: missing required member \"id\"");
 }
@@ -227,11 +224,10 @@ TEST(DictionaryCorrectionEngineReference, LargeRandomDictionariesMatchThePlainAl
     for (int round = 0; round < 40; ++round) {
         auto store = std::make_shared<ScriptedStore>();
         for (int i = 0; i < 30; ++i) {
-            char id[37];
-            std::snprintf(id, sizeof id, "00000000-0000-0000-0000-%012d", i);
-            store->entries.push_back(
-                entry(id, word(3), {word(4), word(2)}, static_cast<std::int64_t>(random() % 4),
-                      random() % 3 == 0 ? word(3) : "", {word(5)}, random() % 5 != 0));
+            store->entries.push_back(entry(std::to_string(i), word(3), {word(4), word(2)},
+                                           static_cast<std::int64_t>(random() % 4),
+                                           random() % 3 == 0 ? word(3) : "", {word(5)},
+                                           random() % 5 != 0));
         }
         const DictionaryCorrectionEngine engine(store);
         for (int t = 0; t < 10; ++t) {

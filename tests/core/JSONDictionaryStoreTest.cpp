@@ -32,23 +32,16 @@ class JSONDictionaryStoreTest : public ::testing::Test {
     std::vector<std::filesystem::path> saved;
     JSONDictionaryStore store{file,
                               [this](const std::filesystem::path& url) { saved.push_back(url); }};
-
-    std::string loadError() {
-        return test::whatOf<DecodingError>([&] { store.loadEntries(); });
-    }
 };
 
 TEST_F(JSONDictionaryStoreTest, SaveWritesAPrettyPrintedArrayAndCallsDidSaveOnce) {
     DictionaryEntry disabled = tokyo();
     disabled.id = "00000000-0000-0000-0000-000000000002";
-    disabled.canonicalText = "AI";
     disabled.enabled = false;
-    disabled.priority = -3;
-    disabled.note.reset();
     store.saveEntries({tokyo(), disabled});
 
-    // Two-space indentation, keys in declaration order, Japanese unescaped, no note when absent:
-    // what the general serialiser writes (JsonFile's and the record encoders' tests pin both).
+    // Two-space indentation, keys in declaration order, Japanese unescaped: what the general
+    // serialiser writes (JsonFile's and the record encoders' tests pin both).
     EXPECT_EQ(contentsOf(file), Json(std::vector<DictionaryEntry>{tokyo(), disabled}).dump(2));
     EXPECT_EQ(saved, std::vector<std::filesystem::path>{file});
     // Loaded back as stored: disabled entries and order included.
@@ -69,7 +62,8 @@ TEST_F(JSONDictionaryStoreTest, DamagedFilesFailTheLoadAndAreMovedAsideByASave) 
           {entries.dump(), ": element 1: missing required member \"priority\""},
           {R"({"entries": []})", ": expected an array, found object"}}) {
         folder.write("dictionary.json", text);
-        EXPECT_TRUE(loadError().starts_with(file.string() + error)) << loadError();
+        const std::string shown = test::whatOf<DecodingError>([&] { store.loadEntries(); });
+        EXPECT_TRUE(shown.starts_with(file.string() + error)) << shown;
         EXPECT_EQ(contentsOf(file), text);
     }
     EXPECT_TRUE(saved.empty());

@@ -37,14 +37,11 @@ TEST(JSONSuggestionStoreTest, DamagedFileCountsRejectionAndAcceptance) {
               "no pending suggestion with ID " + rejected->id);
 
     JSONDictionaryStore dictionary(folder.path() / "dictionary.json");
-    dictionary.saveEntries({DictionaryEntry{"3F2504E0-4F89-11D3-9A0C-0305E82C3301",
-                                            "Kubernetes",
-                                            {},
-                                            {"K8s"},
-                                            "",
-                                            60,
-                                            true,
-                                            std::nullopt}});
+    DictionaryEntry kubernetes;
+    kubernetes.id = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
+    kubernetes.canonicalText = "Kubernetes";
+    kubernetes.commonMisrecognitions = {"K8s"};
+    dictionary.saveEntries({kubernetes});
     store.accept(*first, dictionary);
     const auto entries = dictionary.loadEntries();
     ASSERT_EQ(entries.size(), 1u);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -35,12 +36,9 @@ TEST(MarkdownFormatter, TitleIsTheFirstSentenceOrLineUpToFortyCharacters) {
     EXPECT_EQ(MarkdownFormatter::title(" \t"), "");
     EXPECT_EQ(MarkdownFormatter::title(""), "");
 
-    const auto repeated = [](const std::string& text, int count) {
-        std::string out;
-        while (count-- > 0) {
-            out += text;
-        }
-        return out;
+    const auto repeated = [](const std::string& text, std::size_t count) {
+        const std::vector<std::string> copies(count, text);
+        return std::accumulate(copies.begin(), copies.end(), std::string());
     };
     EXPECT_EQ(MarkdownFormatter::title(repeated("あ", 40) + repeated("い", 10)),
               repeated("あ", 40));

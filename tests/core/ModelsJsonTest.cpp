@@ -13,14 +13,8 @@ T roundTrip(const T& value) {
 }
 
 DictionaryEntry sampleEntry() {
-    return DictionaryEntry{"3F2504E0-4F89-11D3-9A0C-0305E82C3301",
-                           "東京",
-                           {"とうきょう"},
-                           {"東今日"},
-                           "",
-                           10,
-                           true,
-                           std::nullopt};
+    return DictionaryEntry{
+        "3F2504E0-4F89-11D3-9A0C-0305E82C3301", "東京", {"とう"}, {"東今日"}, "", 10, true, {}};
 }
 
 TEST(DictionaryEntryJson, AbsentNoteIsLeftOutAndEntriesRoundTrip) {

@@ -10,14 +10,6 @@
 namespace kelvo {
 namespace {
 
-constexpr SummaryLevel kLevels[] = {SummaryLevel::verbatim,      SummaryLevel::cleanup,
-                                    SummaryLevel::concise,       SummaryLevel::summarize,
-                                    SummaryLevel::bulletsOrTodo, SummaryLevel::trim,
-                                    SummaryLevel::translate};
-constexpr ProcessingMode kModes[] = {ProcessingMode::voiceInput, ProcessingMode::cleanup,
-                                     ProcessingMode::summarize,  ProcessingMode::todo,
-                                     ProcessingMode::markdown,   ProcessingMode::translate};
-
 TEST(PromptBuilder, HintsFormAThirdParagraphJoinedWithIdeographicCommas) {
     const auto prompt = [](const std::vector<std::string>& hints) {
         return PromptBuilder::buildSystemPrompt(SummaryLevel::verbatim, ProcessingMode::voiceInput,
@@ -36,8 +28,9 @@ TEST(PromptBuilder, HintsFormAThirdParagraphJoinedWithIdeographicCommas) {
 TEST(PromptBuilder, EveryLevelAndModeCombinationHasItsTwoParagraphs) {
     std::map<SummaryLevel, std::string> levelParagraphs;
     std::map<ProcessingMode, std::string> modeParagraphs;
-    for (const SummaryLevel level : kLevels) {
-        for (const ProcessingMode mode : kModes) {
+    std::set<std::string> distinct;
+    for (const SummaryLevel level : allCases<SummaryLevel>()) {
+        for (const ProcessingMode mode : allCases<ProcessingMode>()) {
             const std::string prompt = PromptBuilder::buildSystemPrompt(level, mode, {});
             const std::size_t split = prompt.find("\n\n");
             ASSERT_NE(split, std::string::npos) << enumName(level) << " / " << enumName(mode);
@@ -47,17 +40,11 @@ TEST(PromptBuilder, EveryLevelAndModeCombinationHasItsTwoParagraphs) {
             const auto [mode_, modeNew] = modeParagraphs.emplace(mode, prompt.substr(split + 2));
             EXPECT_EQ(level_->second, prompt.substr(0, split)) << enumName(level);
             EXPECT_EQ(mode_->second, prompt.substr(split + 2)) << enumName(mode);
+            distinct.insert({prompt.substr(0, split), prompt.substr(split + 2)});
             for (const char* language : {"英語", "English", "中国語", "韓国語"}) {
                 EXPECT_EQ(prompt.find(language), std::string::npos) << language;
             }
         }
-    }
-    std::set<std::string> distinct;
-    for (const auto& [level, paragraph] : levelParagraphs) {
-        distinct.insert(paragraph);
-    }
-    for (const auto& [mode, paragraph] : modeParagraphs) {
-        distinct.insert(paragraph);
     }
     EXPECT_EQ(distinct.size(), 13u);
     EXPECT_EQ(levelParagraphs.at(SummaryLevel::translate),

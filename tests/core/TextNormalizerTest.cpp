@@ -6,7 +6,7 @@ namespace kelvo {
 namespace {
 
 TEST(TextNormalizer, FoldsFullWidthAsciiAndIdeographicSpace) {
-    EXPECT_EQ(TextNormalizer::normalize("ＡＢＣ１２３\u3000ｘ"), "ABC123 x");
+    // (Letters, digits and the ideographic space: `kelvo normalize`, KelvoBinaryTest.)
     EXPECT_EQ(TextNormalizer::normalize("！～"), "!~");  // both ends of the folded range
     // Outside the range: half-width katakana, the full-width cent sign, kana and kanji stay.
     EXPECT_EQ(TextNormalizer::normalize("ｶﾀｶﾅ￠かな漢字"), "ｶﾀｶﾅ￠かな漢字");

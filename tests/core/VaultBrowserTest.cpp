@@ -48,6 +48,13 @@ class VaultBrowserTest : public ::testing::Test {
         manager_->saveBookmark(vault_, "vault");
     }
 
+    /// Empty files at these paths in the vault (what they hold does not matter to a listing).
+    void write(std::initializer_list<const char*> files) const {
+        for (const char* file : files) {
+            temp_.write(fs::path("vault") / file, "");
+        }
+    }
+
     /// Gives every item the same date, so that names decide the order.
     void setAllModified(double unixSeconds) {
         for (const auto& item : fs::recursive_directory_iterator(vault_)) {
@@ -63,15 +70,8 @@ class VaultBrowserTest : public ::testing::Test {
 };
 
 TEST_F(VaultBrowserTest, ListingKeepsFoldersAndMarkdownNotesAndSkipsHiddenItems) {
-    temp_.write("vault/a.md", "a");
-    temp_.write("vault/b.MARKDOWN", "b");
-    temp_.write("vault/c.txt", "c");
-    temp_.write("vault/README", "no extension");
-    temp_.write("vault/.hidden.md", "hidden");
-    temp_.write("vault/.DS_Store", "finder");
-    temp_.write("vault/.obsidian/workspace.md", "not descended");
-    temp_.write("vault/projects/plan.md", "plan");
-    temp_.write("vault/projects/deep/idea.Md", "idea");
+    write({"a.md", "b.MARKDOWN", "c.txt", "README", ".hidden.md", ".DS_Store",
+           ".obsidian/workspace.md", "projects/plan.md", "projects/deep/idea.Md"});
     setAllModified(kTenOClock);
 
     const std::vector<VaultEntry> entries = browser_.list();
@@ -83,10 +83,7 @@ TEST_F(VaultBrowserTest, ListingKeepsFoldersAndMarkdownNotesAndSkipsHiddenItems)
 }
 
 TEST_F(VaultBrowserTest, ListingOrderIsNewestFirstThenNamesByNumericValue) {
-    temp_.write("vault/early.md", "");
-    temp_.write("vault/late.md", "");
-    temp_.write("vault/note 10.md", "");
-    temp_.write("vault/note 2.md", "");
+    write({"early.md", "late.md", "note 10.md", "note 2.md"});
     fs::create_directory(vault_ / "folder");
     setAllModified(kNineOClock - 60);
     setModified(vault_ / "late.md", kTenOClock);
@@ -146,15 +143,10 @@ TEST(VaultBrowserParse, WikiLinksFollowThePattern) {
 
 TEST_F(VaultBrowserTest, ErrorsCarryTheJapaneseDescriptions) {
     temp_.write("vault/latin1.md", "caf\xe9");
-    temp_.write("vault/folder/note.md", "");
-
     EXPECT_EQ(errorOf([&] { browser_.read("latin1.md"); }),
               "読み込みに失敗しました: \"latin1.md\" is not UTF-8 text");
 
-    const VaultBrowser unset(manager_, "other", "another");
-    EXPECT_EQ(errorOf([&] { unset.list(); }), "保存先フォルダが未設定です");
-    EXPECT_EQ(errorOf([&] { unset.read("folder/note.md"); }), "保存先フォルダが未設定です");
-
+    // (No folder at all: `kelvo vault list` before `kelvo folder set`, KelvoBinaryTest.)
     // The folder is handed out but cannot be opened (a file stands where it should be).
     const fs::path file = temp_.write("not-a-folder", "");
     const VaultBrowser denied([file] { return std::optional<ScopedURL>(ScopedURL{file, [] {}}); });
@@ -200,12 +192,8 @@ TEST_F(VaultBrowserTest, MissingFoldersAndPathsLeavingTheVaultAreNotFound) {
 }
 
 TEST_F(VaultBrowserTest, SearchMatchesNoteNamesWithoutExtension) {
-    temp_.write("vault/Note 2.md", "");
-    temp_.write("vault/my NOTE.markdown", "");
-    temp_.write("vault/notes/other.md", "");
-    temp_.write("vault/note.txt", "");
-    temp_.write("vault/会議メモ.md", "");
-    temp_.write("vault/cafe\xcc\x81.md", "");  // decomposed é
+    write({"Note 2.md", "my NOTE.markdown", "notes/other.md", "note.txt", "会議メモ.md",
+           "cafe\xcc\x81.md"});  // a decomposed é
     setAllModified(kTenOClock);
 
     EXPECT_THAT(pathsOf(browser_.search("  note \n")),

@@ -103,11 +103,11 @@ TEST_F(VoiceInputEngineTest, EmptyRequestGivesEmptyTextsAndOneHistoryItem) {
     EXPECT_EQ(result, (VoiceInputResult{
                           "", "", "", "", SummaryLevel::verbatim, ProcessingMode::markdown, {}}));
     ASSERT_EQ(history->appended.size(), 1u);
+    // (That it holds the request and the result: the second-pass test here, and the history
+    // `kelvo process` writes in KelvoBinaryTest.)
     const HistoryItem& recorded = history->appended[0];
     EXPECT_TRUE(isUuid(recorded.id));
     EXPECT_EQ(recorded.createdAt, Date{800000000.5});
-    EXPECT_EQ(recorded.request, request);
-    EXPECT_EQ(recorded.result, result);
     EXPECT_TRUE(services->transcriptions.empty());
     EXPECT_TRUE(services->calls.empty());
 }

@@ -213,56 +213,46 @@ class LoopbackHttpServer {
         changed_.wait_for(lock, heldAnswerLimit, [this] { return !holding_ || stopping_; });
         const Mode mode = mode_;
         const std::size_t limit = limit_;
-        std::string scripted = "HTTP/1.1 " + std::to_string(status_) + " Scripted\r\n";
+        const bool scripted = scripted_;
+        // The scripted answer, or the file from the range asked for (416 past its end).
+        std::string head = "HTTP/1.1 " + std::to_string(status_) + " Scripted\r\n";
         for (const auto& [name, value] : answerHeaders_) {
-            scripted += name + ": " + value + "\r\n";
+            head += name + ": " + value + "\r\n";
         }
-        scripted += "Content-Type: application/json\r\nContent-Length: " +
-                    std::to_string(answerBody_.size()) + "\r\nConnection: close\r\n\r\n" +
-                    answerBody_;
-        const bool isScripted = scripted_;
+        std::string body = scripted ? answerBody_ : file_;
         lock.unlock();
         if (mode == Mode::hangUp) {
             return;
         }
-        if (isScripted) {
-            sendAll(fd, scripted);
-            return;
-        }
-        std::string content = file_;
-        if (mode == Mode::corrupt) {
-            content[content.size() / 2] = static_cast<char>(content[content.size() / 2] ^ 0x5a);
-        }
-        const std::string range = request.header("range");
-        std::size_t start = 0;
-        if (!range.empty() && mode != Mode::ignoreRange) {
-            start = std::stoul(range.substr(range.find('=') + 1));  // "bytes=N-"
-            if (start >= content.size()) {
-                sendAll(fd, "HTTP/1.1 416 Range Not Satisfiable\r\nContent-Range: bytes */" +
-                                std::to_string(content.size()) +
-                                "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-                return;
+        if (!scripted) {
+            if (mode == Mode::corrupt) {
+                body[body.size() / 2] = static_cast<char>(body[body.size() / 2] ^ 0x5a);
             }
+            const std::string range = request.header("range");
+            const std::size_t size = body.size();
+            const std::size_t start = range.empty() || mode == Mode::ignoreRange
+                                          ? 0
+                                          : std::stoul(range.substr(range.find('=') + 1));
+            head = start == 0 ? "HTTP/1.1 200 OK\r\n"
+                   : start < size
+                       ? "HTTP/1.1 206 Partial Content\r\nContent-Range: bytes " +
+                             std::to_string(start) + "-" + std::to_string(size - 1) + "/" +
+                             std::to_string(size) + "\r\n"
+                       : "HTTP/1.1 416 Range Not Satisfiable\r\nContent-Range: bytes */" +
+                             std::to_string(size) + "\r\n";
+            body = body.substr(std::min(start, size));
         }
-        std::string response = "HTTP/1.1 200 OK\r\n";
-        if (start > 0) {
-            response = "HTTP/1.1 206 Partial Content\r\nContent-Range: bytes " +
-                       std::to_string(start) + "-" + std::to_string(content.size() - 1) + "/" +
-                       std::to_string(content.size()) + "\r\n";
+        head += scripted ? "Content-Type: application/json\r\n"
+                         : "Content-Type: application/octet-stream\r\n";
+        if (scripted || mode != Mode::noLength) {
+            head += "Content-Length: " + std::to_string(body.size()) + "\r\n";
         }
-        const std::string body = content.substr(start);
-        response += "Content-Type: application/octet-stream\r\n";
-        if (mode != Mode::noLength) {
-            response += "Content-Length: " + std::to_string(body.size()) + "\r\n";
-        }
-        sendAll(fd, response + "Connection: close\r\n\r\n");
-        if (mode != Mode::dropAfter && mode != Mode::stallAfter && mode != Mode::drip) {
-            sendAll(fd, body);
-            return;
-        }
-        sendAll(fd, body.substr(0, std::min(limit, body.size())));
+        sendAll(fd, head + "Connection: close\r\n\r\n");
+        const bool throttled = !scripted && (mode == Mode::dropAfter || mode == Mode::stallAfter ||
+                                             mode == Mode::drip);
+        sendAll(fd, throttled ? body.substr(0, std::min(limit, body.size())) : body);
         // Stalling or dripping until the server goes or the client hangs up.
-        for (std::size_t dripped = limit; mode != Mode::dropAfter;) {
+        for (std::size_t dripped = limit; throttled && mode != Mode::dropAfter;) {
             pollfd peer{fd, POLLIN, 0};
             if (mode == Mode::drip && dripped + 2 <= body.size()) {
                 sendAll(fd, body.substr(dripped, 2));

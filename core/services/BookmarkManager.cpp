@@ -73,13 +73,31 @@ std::optional<std::string> storedData(const fs::path& file, const std::string& k
     return entry->get<std::string>();
 }
 
-/// Applies `change` to the suite's entries and writes them back atomically. Throws on failure.
-void updateSuite(const fs::path& file, const std::function<void(Json&)>& change) {
+/// Applies `change` to the suite's entries and writes them back atomically. A suite file that is
+/// there but cannot be decoded is moved aside first and reported to `onDamaged`, so a rewrite
+/// never destroys bookmarks the user may still recover from it. Throws on failure.
+void updateSuite(const fs::path& file, const std::function<void(Json&)>& change,
+                 const jsonfile::DamagedFileObserver& onDamaged) {
     const fs::path folder = file.parent_path();
     fs::create_directories(folder);
     // Two updates of different keys (threads or processes) must not undo each other.
     FolderLock lock(folder, file);
-    Json suite = readSuite(file);
+    Json suite = Json::object();
+    if (jsonfile::exists(file)) {
+        jsonfile::requireRegularFile(file, file);
+        try {
+            suite = jsonfile::parse(file, readWholeFile(file));
+            if (!suite.is_object()) {
+                throw DecodingError(file.string() + ": not an object of bookmarks");
+            }
+        } catch (const DecodingError& error) {
+            const fs::path movedTo = jsonfile::moveDamagedAside(file, file, "bookmark suite");
+            if (onDamaged) {
+                onDamaged(file, movedTo, error.what());
+            }
+            suite = Json::object();
+        }
+    }
     change(suite);
     // The lock above already serialises writers; the write itself need not take it again.
     writeFileAtomically(file, suite.dump(2) + "\n", WriteCoordination::none);
@@ -171,7 +189,8 @@ BookmarkManager::Error BookmarkManager::Error::bookmarkCreationFailed(const std:
     return Error(Case::bookmarkCreationFailed, "Failed to create bookmark: " + message);
 }
 
-BookmarkManager::BookmarkManager(std::string suiteName) : suiteName_(std::move(suiteName)) {
+BookmarkManager::BookmarkManager(std::string suiteName, jsonfile::DamagedFileObserver onDamaged)
+    : suiteName_(std::move(suiteName)), onDamaged_(std::move(onDamaged)) {
     if (!isUsableSuiteName(suiteName_)) {
         return;
     }
@@ -186,7 +205,8 @@ void BookmarkManager::saveBookmark(const fs::path& url, const std::string& key) 
     }
     const std::string data = makeBookmarkData(url);
     try {
-        updateSuite(*defaults_, [&](Json& suite) { suite[key] = data; });
+        updateSuite(
+            *defaults_, [&](Json& suite) { suite[key] = data; }, onDamaged_);
     } catch (const std::exception&) {
         // The suite could be named but not written (no configuration folder, read-only home).
         throw Error::userDefaultsUnavailable(suiteName_);
@@ -209,7 +229,8 @@ std::optional<fs::path> BookmarkManager::resolveURL(const std::string& key) cons
         if (resolved->isStale) {
             try {
                 const std::string refreshed = makeBookmarkData(resolved->url);
-                updateSuite(*defaults_, [&](Json& suite) { suite[key] = refreshed; });
+                updateSuite(
+                    *defaults_, [&](Json& suite) { suite[key] = refreshed; }, onDamaged_);
             } catch (...) {
                 // The folder is still usable; the old data stays and is refreshed next time.
             }
@@ -238,7 +259,8 @@ void BookmarkManager::removeBookmark(const std::string& key) const noexcept {
         return;
     }
     try {
-        updateSuite(*defaults_, [&](Json& suite) { suite.erase(key); });
+        updateSuite(
+            *defaults_, [&](Json& suite) { suite.erase(key); }, onDamaged_);
     } catch (...) {
         // Nothing to report through: removal is specified as never failing.
     }

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "core/services/JsonFile.h"
 #include "core/services/ScopedURL.h"
 #include "core/support/Error.h"
 
@@ -18,6 +19,10 @@ namespace kelvo {
 /// moved folder from its inode short of a full scan, so resolution always goes by the recorded
 /// path: a stale bookmark resolves to whatever directory is now there and is rewritten with that
 /// directory's identity; a path that no longer names a directory resolves to nothing.
+///
+/// A suite file that cannot be decoded reads as empty, so lookups find nothing; the next write
+/// moves it aside ("<suiteName>.json.damaged-<UTC time>" beside it) and tells `onDamaged`, rather
+/// than writing over bookmarks the user may still recover.
 ///
 /// The manager holds no state beyond the suite's location, so every call sees the file as it is
 /// now and several managers (or processes) on one suite agree. Any thread may call any operation:
@@ -49,7 +54,7 @@ class BookmarkManager {
     /// Opens the suite. Never fails: a name that cannot be a file name (empty, ".", "..", or
     /// containing "/" or a NUL) or a missing home folder leaves the suite absent, and then saves
     /// fail and lookups find nothing.
-    explicit BookmarkManager(std::string suiteName);
+    explicit BookmarkManager(std::string suiteName, jsonfile::DamagedFileObserver onDamaged = {});
 
     const std::string& suiteName() const noexcept { return suiteName_; }
     /// The suite's file, or nothing when the suite was refused.
@@ -78,6 +83,7 @@ class BookmarkManager {
   private:
     std::string suiteName_;
     std::optional<std::filesystem::path> defaults_;
+    jsonfile::DamagedFileObserver onDamaged_;
 };
 
 }  // namespace kelvo

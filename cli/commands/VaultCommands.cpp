@@ -22,8 +22,15 @@ namespace {
 constexpr const char* kBookmarkSuite = "kelvo";
 constexpr const char* kSaveFolderKey = "saveFolder";
 
-std::shared_ptr<BookmarkManager> folderBookmarks() {
-    return std::make_shared<BookmarkManager>(kBookmarkSuite);
+std::shared_ptr<BookmarkManager> folderBookmarks(CommandContext& context) {
+    return std::make_shared<BookmarkManager>(
+        kBookmarkSuite, [&diagnostics = context.diagnostics()](const std::filesystem::path& damaged,
+                                                               const std::filesystem::path& movedTo,
+                                                               const std::string& reason) {
+            diagnostics << "kelvo: the remembered folder's file " << visibleText(damaged.string())
+                        << " could not be read (" << visibleText(reason, 300)
+                        << "); it was moved to " << visibleText(movedTo.string()) << "\n";
+        });
 }
 
 /// The folder named on the command line stands in for the bookmark: there is no scoped access to
@@ -42,12 +49,12 @@ std::filesystem::path rememberedFolder(const BookmarkManager& bookmarks) {
     return *folder;
 }
 
-LocalFolderSaveAdapter saveAdapterOf(const ParsedArguments& arguments) {
+LocalFolderSaveAdapter saveAdapterOf(const ParsedArguments& arguments, CommandContext& context) {
     if (arguments.has("--folder")) {
         return LocalFolderSaveAdapter([&arguments] { return folderOption(arguments); },
                                       *arguments.value("--folder"));
     }
-    auto bookmarks = folderBookmarks();
+    auto bookmarks = folderBookmarks(context);
     std::filesystem::path folder = rememberedFolder(*bookmarks);
     return LocalFolderSaveAdapter(
         [bookmarks] { return bookmarks->resolveScopedURL(kSaveFolderKey); }, std::move(folder));
@@ -66,7 +73,7 @@ void runSave(const ParsedArguments& arguments, CommandContext& context) {
     const MarkdownDocument document =
         MarkdownFormatter().makeDocument(result, arguments.values("--tag"));
 
-    LocalFolderSaveAdapter adapter = saveAdapterOf(arguments);
+    LocalFolderSaveAdapter adapter = saveAdapterOf(arguments, context);
     SaveRequest request;
     request.destinationID = makeUuid();
     request.subpath = subpath;
@@ -79,11 +86,11 @@ void runSave(const ParsedArguments& arguments, CommandContext& context) {
     }
 }
 
-VaultBrowser browserOf(const ParsedArguments& arguments) {
+VaultBrowser browserOf(const ParsedArguments& arguments, CommandContext& context) {
     if (arguments.has("--folder")) {
         return VaultBrowser([&arguments] { return folderOption(arguments); });
     }
-    return VaultBrowser(folderBookmarks(), kSaveFolderKey);
+    return VaultBrowser(folderBookmarks(context), kSaveFolderKey);
 }
 
 void writePaths(CommandContext& context, const std::vector<VaultEntry>& entries) {
@@ -94,7 +101,7 @@ void writePaths(CommandContext& context, const std::vector<VaultEntry>& entries)
 }
 
 void runVaultList(const ParsedArguments& arguments, CommandContext& context) {
-    writePaths(context, browserOf(arguments).list());
+    writePaths(context, browserOf(arguments, context).list());
 }
 
 void runVaultRead(const ParsedArguments& arguments, CommandContext& context) {
@@ -102,7 +109,7 @@ void runVaultRead(const ParsedArguments& arguments, CommandContext& context) {
     if (!relativePath) {
         throw UsageError("missing the note's relative path");
     }
-    const VaultFile file = browserOf(arguments).read(*relativePath);
+    const VaultFile file = browserOf(arguments, context).read(*relativePath);
     Json frontmatter = Json::array();
     for (const auto& [key, value] : file.frontmatter) {
         frontmatter.push_back(Json::array({key, value}));
@@ -119,7 +126,7 @@ void runVaultSearch(const ParsedArguments& arguments, CommandContext& context) {
     if (!query) {
         throw UsageError("missing the search text");
     }
-    writePaths(context, browserOf(arguments).search(*query));
+    writePaths(context, browserOf(arguments, context).search(*query));
 }
 
 void runFolderSet(const ParsedArguments& arguments, CommandContext& context) {
@@ -127,17 +134,17 @@ void runFolderSet(const ParsedArguments& arguments, CommandContext& context) {
     if (!folder) {
         throw UsageError("missing the folder");
     }
-    const auto bookmarks = folderBookmarks();
+    const auto bookmarks = folderBookmarks(context);
     bookmarks->saveBookmark(std::filesystem::absolute(*folder), kSaveFolderKey);
     context.writeText(visibleText(rememberedFolder(*bookmarks).string()));
 }
 
 void runFolderShow(const ParsedArguments&, CommandContext& context) {
-    context.writeText(visibleText(rememberedFolder(*folderBookmarks()).string()));
+    context.writeText(visibleText(rememberedFolder(*folderBookmarks(context)).string()));
 }
 
-void runFolderForget(const ParsedArguments&, CommandContext&) {
-    folderBookmarks()->removeBookmark(kSaveFolderKey);
+void runFolderForget(const ParsedArguments&, CommandContext& context) {
+    folderBookmarks(context)->removeBookmark(kSaveFolderKey);
 }
 
 }  // namespace

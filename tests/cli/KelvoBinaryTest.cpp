@@ -497,8 +497,10 @@ TEST_F(KelvoBinary, RememberedFolderServesSaveAndVaultUntilItIsGone) {
         EXPECT_EQ(run.errors, unset);
     }
     fs::create_directories(root / "work" / "notes");
+    folder.write(root / "home/.config/KelvoVoiceMac/kelvo.json", "{ damaged");
     const Outcome set = kelvo({"folder", "set", "notes"});
     ASSERT_EQ(set.status, 0) << set.errors;
+    EXPECT_TRUE(set.errors.starts_with("kelvo: the remembered folder's file ")) << set.errors;
     EXPECT_EQ(set.output, fs::canonical(root / "work" / "notes").string() + "\n");
 
     const Outcome saved = kelvo({"save"}, kSavedResult);

@@ -128,16 +128,24 @@ TEST_F(BookmarkManagerTest, UnreadableDataResolvesToNothing) {
     EXPECT_TRUE(manager.hasBookmark("garbage"));
     EXPECT_FALSE(manager.hasBookmark("notData"));
 
-    // A damaged suite file reads as an empty suite, and the next save starts it afresh.
-    std::ofstream(suiteFile("suite")) << "{ damaged";
-    EXPECT_FALSE(manager.hasBookmark("garbage"));
-    manager.saveBookmark(vault, "vault");
-    EXPECT_EQ(manager.resolveURL("vault"), vault);
-    // So does one nested too deeply to be written back (writing recurses once per level).
-    std::ofstream(suiteFile("suite"))
-        << "{\"deep\": " << std::string(500'000, '[') << std::string(500'000, ']') << "}";
-    manager.saveBookmark(vault, "vault");
-    EXPECT_EQ(manager.resolveURL("vault"), vault);
+    // A damaged suite file reads as empty, and the next write sets it aside rather than over it;
+    // so does one nested too deeply to be written back (writing recurses once per level).
+    std::vector<fs::path> setAside;
+    const BookmarkManager watched(
+        "suite", [&](const fs::path&, const fs::path& movedTo, const std::string&) {
+            setAside.push_back(movedTo);
+        });
+    for (const std::string& damaged :
+         {std::string("{ damaged"),
+          "{\"deep\": " + std::string(500'000, '[') + std::string(500'000, ']') + "}"}) {
+        std::ofstream(suiteFile("suite")) << damaged;
+        EXPECT_FALSE(watched.hasBookmark("garbage"));
+        watched.saveBookmark(vault, "vault");
+        EXPECT_EQ(watched.resolveURL("vault"), vault);
+        ASSERT_FALSE(setAside.empty());
+        EXPECT_EQ(testing::contentsOf(setAside.back()), damaged);
+    }
+    EXPECT_EQ(setAside.size(), 2u);
 }
 
 TEST_F(BookmarkManagerTest, ReplacedFolderIsStaleAndTheBookmarkIsRewritten) {

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,18 +43,12 @@ class KelvoBinary : public ::testing::Test {
     void SetUp() override {
         fs::create_directories(root / "home");
         fs::create_directories(root / "work");
-        environment = {{"HOME", (root / "home").string()},
-                       {"XDG_DATA_HOME", (root / "data").string()},
-                       {"PATH", "/usr/bin:/bin"}};
     }
 
     /// Runs `kelvo` in the work folder with only `environment`, feeding `input`.
     Outcome kelvo(const std::vector<std::string>& arguments, const std::string& input = "") {
-        std::vector<std::string> texts;
-        for (const auto& [name, value] : environment) {
-            texts.push_back(name + "=" + value);
-        }
-        return test::KelvoProcess(KELVO_BINARY, arguments, texts, input, root / "work").finish();
+        return test::KelvoProcess(KELVO_BINARY, arguments, environment, input, root / "work")
+            .finish();
     }
 
     fs::path defaultDictionary() const { return root / "data/KelvoVoiceMac/dictionary.json"; }
@@ -72,7 +65,9 @@ class KelvoBinary : public ::testing::Test {
 
     testing::TemporaryFolder folder;
     const fs::path root = folder.path();
-    std::map<std::string, std::string> environment;
+    const std::vector<std::string> environment{"HOME=" + (root / "home").string(),
+                                               "XDG_DATA_HOME=" + (root / "data").string(),
+                                               "PATH=/usr/bin:/bin"};
 };
 
 // The command line from the outside, as data: argv (and standard input) → exit status, a part of
@@ -94,7 +89,6 @@ TEST_F(KelvoBinary, CommandLinesGiveTheirExitStatusOutputAndErrors) {
         "usage: kelvo dictionary add --canonical T ";
     const std::string unknownID = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
     std::vector<Row> rows{
-        {{"fillers", "えーと、今日はえー 会議です"}, 0, "今日は会議です\n", ""},
         {{"dictionary", "remove", unknownID},
          1,
          "",
@@ -121,7 +115,6 @@ TEST_F(KelvoBinary, CommandLinesGiveTheirExitStatusOutputAndErrors) {
          0,
          "この表記を維持してください: 東京、AI\n",
          ""},
-        {{"todo", "- 牛乳"}, 0, "- [ ] 牛乳\n", ""},
         {{"normalize", "-x"}, 0, "-x\n", ""},
         {{"normalize", "-"}, 0, "-\n", ""},
         {{"normalize", "--", "--help"}, 0, "--help\n", ""},
@@ -349,7 +342,6 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
     const auto result = Json::parse(first.output).get<VoiceInputResult>();
     EXPECT_EQ(result.finalText, "東京に行く");
     EXPECT_EQ(result.usedDictionaryEntryIDs, (std::vector<std::string>{id, id}));
-    EXPECT_EQ(first.output.find("\\u"), std::string::npos);
 
     const Outcome second =
         kelvo({"process", "--audio", "missing.m4a", "--mode", "todo", "--format", "todoList",
@@ -377,7 +369,6 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
         kelvo({"process", "--text", "とうきょう", "--history", folderInTheWay.string()});
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_EQ(unwritable.output, "");
-    EXPECT_EQ(unwritable.errors.find('\n'), unwritable.errors.size() - 1) << unwritable.errors;
 
     // A damaged history cannot be listed; the failure names the file.
     folder.write(history, "not json");
@@ -427,17 +418,13 @@ TEST_F(KelvoBinary, SaveWritesTheNoteAndAClashExitsOneWithTheFailedResult) {
     ASSERT_EQ(saved.status, 0) << saved.errors;
     const Json result = Json::parse(saved.output);
     EXPECT_EQ(result.at("success"), true);
+    // The note's name and front matter are LocalFolderSaveAdapter's and MarkdownFormatter's.
     const fs::path file = pathFromFileUrl(result.at("savedURL").get<std::string>());
     EXPECT_EQ(file.parent_path(), vault / "会議" / "3月");
-    // "yyyy-MM-dd-HHmm-" and the title without its "/" and with its space turned into "-".
-    EXPECT_EQ(file.filename().string().substr(16), "議事録-23.md");
-
     const std::string text = contentsOf(file);
-    EXPECT_TRUE(text.starts_with("---\ncreated: \"")) << text;
     EXPECT_TRUE(
-        text.ends_with("processing_mode: \"cleanup\"\nsource: \"KelvoVoice\"\n"
-                       "summary_level: \"cleanup\"\ntitle: \"議事録 2/3\"\n"
-                       "tags:\n  - 会議\n  - memo\n---\n\n議事録 2/3。来週までに資料"))
+        text.ends_with("title: \"議事録 2/3\"\ntags:\n  - 会議\n  - memo\n---\n\n"
+                       "議事録 2/3。来週までに資料"))
         << text;
 
     // Saving twice within one minute clashes on the name; should the minute turn between the two
@@ -456,8 +443,6 @@ TEST_F(KelvoBinary, SaveWritesTheNoteAndAClashExitsOneWithTheFailedResult) {
     EXPECT_EQ(second.status, 1);
     const Json failed = Json::parse(second.output);
     EXPECT_EQ(failed.at("success"), false);
-    EXPECT_FALSE(failed.contains("savedURL"));
-    EXPECT_EQ(failed.at("error"), "File already exists at " + first.string());
     EXPECT_EQ(second.errors, "kelvo: File already exists at " + first.string() + "\n");
 }
 
@@ -465,14 +450,17 @@ TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
     const fs::path vault = root / "vault";
     folder.write(vault / "note.md", "---\ntitle: \"二\"\n---\nSee [[Plan|plan]]");
     folder.write(vault / "projects" / "plan.markdown", "plan");
+    // A name chosen to drive the terminal is shown with its control characters escaped.
+    folder.write(vault / "bell\x07\x1b[2J.md", "x");
     // One date for all, so that names decide the order.
-    for (const fs::path& item : {vault / "projects", vault / "projects" / "plan.markdown"}) {
+    for (const fs::path& item :
+         {vault / "projects", vault / "projects" / "plan.markdown", vault / "bell\x07\x1b[2J.md"}) {
         fs::last_write_time(item, fs::last_write_time(vault / "note.md"));
     }
 
     const Outcome listed = kelvo({"vault", "list", "--folder", vault.string()});
     ASSERT_EQ(listed.status, 0) << listed.errors;
-    EXPECT_EQ(listed.output, "note.md\nprojects/plan.markdown\nprojects\n");
+    EXPECT_EQ(listed.output, "bell\\x07\\x1B[2J.md\nnote.md\nprojects/plan.markdown\nprojects\n");
     EXPECT_EQ(kelvo({"vault", "search", "PLAN", "--folder", vault.string()}).output,
               "projects/plan.markdown\n");
 
@@ -480,22 +468,13 @@ TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
     ASSERT_EQ(read.status, 0) << read.errors;
     EXPECT_EQ(Json::parse(read.output), Json::parse(R"({"frontmatter": [["title", "\"二\""]],
                               "body": "See [[Plan|plan]]", "wikiLinks": ["Plan"]})"));
-
-    // A name chosen to drive the terminal is shown with its control characters escaped.
-    folder.write(vault / "bell\x07\x1b[2J.md", "x");
-    const std::string shown = kelvo({"vault", "list", "--folder", vault.string()}).output;
-    EXPECT_NE(shown.find("bell\\x07\\x1B[2J.md\n"), std::string::npos) << shown;
-    EXPECT_EQ(shown.find('\x1b'), std::string::npos);
 }
 
 TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {
     const fs::path samples = KELVO_SAMPLES_DIR;
-    const std::string dictionary = (samples / "dictionary.json").string();
-    const auto entries = Json::parse(contentsOf(dictionary)).get<std::vector<DictionaryEntry>>();
-    ASSERT_FALSE(entries.empty());
-
     const Outcome corrected =
-        kelvo({"correct", "--dictionary", dictionary}, contentsOf(samples / "transcript.txt"));
+        kelvo({"correct", "--dictionary", (samples / "dictionary.json").string()},
+              contentsOf(samples / "transcript.txt"));
     ASSERT_EQ(corrected.status, 0) << corrected.errors;
     const Outcome cleaned = kelvo({"fillers"}, corrected.output);
     ASSERT_EQ(cleaned.status, 0) << cleaned.errors;
@@ -505,7 +484,6 @@ TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {
               "デモはVS Codeから動かします。\n"
               "それから、GitHubのリポジトリは、AIの検証用に分けておいてください。"
               "スラックへの連絡は、東京のチームにお願いします。\n\n\n");
-    EXPECT_EQ(contentsOf(dictionary), contentsOf(samples / "dictionary.json"));
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ class KelvoVoiceAppTest : public ::testing::Test {
     }
 
     void writeDictionary(const std::string& text) {
-        auto file = KelvoVoiceApp::dictionaryFile(home_);
+        auto file = home_ / "data" / "KelvoVoiceMac" / "dictionary.json";
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file) << text;
     }
@@ -375,10 +375,9 @@ TEST_F(KelvoVoiceAppTest, MissingModelIsNoticedOnceAndInstalledFromTheNotice) {
     std::filesystem::remove_all(home_ / "config");
     files.behave(testing::ModelFileServer::Mode::stallAfter, stallAt);
     startApp(false);
-    const std::string sniMenu = (KelvoVoiceApp::sourceDirectory() / "tests/e2e/sni-menu").string();
     // The item may not be registered yet: sni-menu then fails, and the wait goes on.
     EXPECT_TRUE(eventually([&] {
-        return contains(testing::runShell(sniMenu + " item 2>/dev/null || true"),
+        return contains(KelvoVoiceApp::sniMenu("item 2>/dev/null || true"),
                         "\nInstalling speech model tiny: 30 %\n");
     }));
     app_.reset();

@@ -1,6 +1,7 @@
 // Runs the built `kelvo` binary as a child process, with its standard streams captured and an
 // environment of the test's own (a temporary HOME and XDG_DATA_HOME), and checks the tool's
-// contract from the outside: exit status, exact standard output and error, and the files left.
+// contract from the outside: exit status, exact standard output and error, and the files left;
+// with a loopback worker and a loopback model server where a command talks to one.
 
 #include <gtest/gtest.h>
 
@@ -15,8 +16,10 @@
 #include "core/models/HistoryItem.h"
 #include "core/models/Json.h"
 #include "core/support/Uuid.h"
+#include "tests/core/ModelFileServer.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/support/KelvoProcess.h"
+#include "tests/support/LoopbackHttpServer.h"
 
 namespace kelvo {
 namespace {
@@ -45,14 +48,20 @@ class KelvoBinary : public ::testing::Test {
         fs::create_directories(root / "work");
     }
 
-    /// Runs `kelvo` in the work folder with only `environment`, feeding `input`.
-    Outcome kelvo(const std::vector<std::string>& arguments, const std::string& input = "") {
-        return test::KelvoProcess(KELVO_BINARY, arguments, environment, input, root / "work")
-            .finish();
+    /// Runs `kelvo` in the work folder with only `environment` and `variables` ("NAME=value"),
+    /// feeding `input`.
+    Outcome kelvo(const std::vector<std::string>& arguments, const std::string& input = "",
+                  const std::vector<std::string>& variables = {}) {
+        std::vector<std::string> all = environment;
+        all.insert(all.end(), variables.begin(), variables.end());
+        return test::KelvoProcess(KELVO_BINARY, arguments, all, input, root / "work").finish();
     }
 
     fs::path defaultDictionary() const { return root / "data/KelvoVoiceMac/dictionary.json"; }
     fs::path defaultHistory() const { return root / "data/KelvoVoiceMac/history.json"; }
+    std::size_t historyItemCount() const {
+        return fs::exists(defaultHistory()) ? Json::parse(contentsOf(defaultHistory())).size() : 0;
+    }
 
     /// Adds an entry through the tool and returns its identifier.
     std::string addEntry(const std::vector<std::string>& options) {
@@ -483,6 +492,125 @@ TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {
               "デモはVS Codeから動かします。\n"
               "それから、GitHubのリポジトリは、AIの検証用に分けておいてください。"
               "スラックへの連絡は、東京のチームにお願いします。\n\n\n");
+}
+
+// `kelvo process --worker` against a loopback worker.
+TEST_F(KelvoBinary, ProcessTranscribesAndProcessesThroughTheWorkerWithTheDefaults) {
+    const fs::path audio = folder.write(root / "memo.m4a", "recorded audio");
+    test::LoopbackHttpServer server;
+    server.answer(200, R"({"text":"ワーカーの文"})");
+    const Outcome outcome = kelvo({"process", "--audio", audio.string(), "--level", "bulletsOrTodo",
+                                   "--worker", server.url("/v1"), "--token", "secret-token"});
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.errors, "");
+    const Json result = Json::parse(outcome.output);
+    EXPECT_EQ(result["rawTranscript"], "ワーカーの文");
+    EXPECT_EQ(result["processedText"], "ワーカーの文");
+    EXPECT_EQ(historyItemCount(), 1u);
+    EXPECT_EQ(outcome.output.find("secret-token"), std::string::npos);
+    EXPECT_EQ(contentsOf(defaultHistory()).find("secret-token"), std::string::npos);
+
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0].path, "/v1/transcribe");
+    EXPECT_EQ(requests[0].header("Authorization"), "Bearer secret-token");
+    EXPECT_EQ(requests[0].field("model"), "whisper-1");
+    // The words sent for level and language are OpenAI*ServiceTest's.
+    EXPECT_EQ(requests[1].path, "/v1/process");
+}
+
+TEST_F(KelvoBinary, WorkerTokensComeFromTheEnvironmentUnlessGivenOnTheCommandLine) {
+    const fs::path audio = folder.write(root / "memo.m4a", "recorded audio");
+    test::LoopbackHttpServer server;
+    const std::vector<std::string> envToken = {"KELVO_WORKER_TOKEN=env-token"};
+    const std::vector<std::string> text = {"process", "--text", "a", "--level", "cleanup"};
+    const std::pair<std::vector<std::string>, std::vector<std::string>> runs[] = {
+        {text, envToken},
+        {{"process", "--text", "a", "--level", "cleanup", "--token", "line-token"}, envToken},
+        {text, {"KELVO_WORKER_TOKEN=env-token", "KELVO_DEVICE_TOKEN=device"}},
+        {{"process", "--audio", audio.string(), "--model", "m-2"}, {}},
+    };
+    for (auto [arguments, variables] : runs) {
+        arguments.insert(arguments.end(), {"--worker", server.url()});
+        ASSERT_EQ(kelvo(arguments, "", variables).status, 0);
+    }
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 4u);
+    EXPECT_EQ(requests[0].header("Authorization"), "Bearer env-token");
+    EXPECT_EQ(requests[1].header("Authorization"), "Bearer line-token");
+    EXPECT_EQ(requests[2].header("X-Device-Token"), "device");
+    EXPECT_FALSE(requests[2].hasHeader("Authorization"));
+    EXPECT_FALSE(requests[3].hasHeader("Authorization"));
+    EXPECT_EQ(requests[3].field("model"), "m-2");
+}
+
+TEST_F(KelvoBinary, WorkerFailureExitsWithItsDescriptionAndRecordsNothing) {
+    test::LoopbackHttpServer server;
+    server.answer(500, "boom");
+    const Outcome failed = kelvo({"process", "--text", "a", "--level", "cleanup", "--worker",
+                                  server.url(), "--token", "secret-token"});
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_EQ(failed.output, "");
+    EXPECT_EQ(failed.errors, "kelvo: API error (500): boom\n");
+    EXPECT_EQ(historyItemCount(), 0u);
+
+    server.answer(200, R"({"text":"late"})");
+    server.holdAnswers();
+    const Outcome timedOut =
+        kelvo({"process", "--audio", folder.write(root / "memo.m4a", "recorded audio").string(),
+               "--worker", server.url(), "--transcribe-timeout", "0.2", "--token", "secret-token"});
+    server.releaseAnswers();
+    EXPECT_EQ(timedOut.status, 1);
+    EXPECT_EQ(timedOut.errors.rfind("kelvo: ", 0), 0u) << timedOut.errors;
+    EXPECT_EQ(timedOut.errors.find("secret-token"), std::string::npos);
+    EXPECT_EQ(historyItemCount(), 0u);
+}
+
+// `kelvo models` installing from a loopback file server named by a catalogue file
+// (KELVO_MODEL_CATALOG), listing and removing. How a download is resumed or refused is the
+// installer's own (ModelInstallationTest); here only its wiring and output.
+TEST_F(KelvoBinary, ModelsAreInstalledListedAndRemoved) {
+    const std::string model = std::string(2'000'000, 'm') + "end";
+    testing::ModelFileServer server(model);
+    const Json catalog = Json::array({Json{{"name", "tiny"},
+                                           {"url", server.baseURL() + "ggml-tiny.bin"},
+                                           {"sizeBytes", model.size()},
+                                           {"sizeIsExact", true},
+                                           {"sha256", testing::hexDigest(model, EVP_sha256())},
+                                           {"description", "for \\x1B tests\x1b[2J"}}});
+    const std::vector<std::string> variables = {
+        "KELVO_MODEL_CATALOG=" + folder.write(root / "catalog.json", catalog.dump()).string()};
+    const fs::path modelFile = root / "data/KelvoVoiceMac/models/ggml-tiny.bin";
+    const auto statusOfTiny = [&] {
+        const Outcome listed = kelvo({"models", "list", "--json"}, "", variables);
+        EXPECT_EQ(listed.status, 0) << listed.errors;
+        return Json::parse(listed.output).at(0).at("status").get<std::string>();
+    };
+    EXPECT_EQ(statusOfTiny(), "supported");
+
+    Outcome outcome = kelvo({"models", "install", "tiny"}, "", variables);
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.output, "Installed tiny in " + modelFile.string() + " (checksum verified)\n");
+    EXPECT_EQ(contentsOf(modelFile), model);
+    EXPECT_EQ(statusOfTiny(), "installed");
+    const Outcome list = kelvo({"models", "list"}, "", variables);
+    // What a catalogue holds is shown escaped, a backslash too, so the two are told apart.
+    EXPECT_NE(list.output.find("installed (checksum verified) — for \\\\x1B tests\\x1B[2J\n"),
+              std::string::npos)
+        << list.output;
+    EXPECT_NE(list.output.find("Dictation (ja-JP) uses: tiny"), std::string::npos);
+
+    outcome = kelvo({"models", "remove", "tiny"}, "", variables);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Removed tiny\n");
+    EXPECT_FALSE(fs::exists(modelFile));
+    EXPECT_EQ(statusOfTiny(), "supported");
+
+    // The only model of this catalogue is the suggestion on any machine; the reason names the CPU.
+    outcome = kelvo({"models", "install", "--recommended"}, "", variables);
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.errors.rfind("Recommended for this computer: tiny (2.0 MB) — ", 0), 0u);
+    EXPECT_EQ(outcome.output.rfind("Installed tiny in ", 0), 0u) << outcome.output;
 }
 
 }  // namespace

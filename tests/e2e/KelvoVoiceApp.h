@@ -19,6 +19,10 @@
 
 namespace kelvo::test {
 
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
 class KelvoVoiceApp : public LoggedProcess {
   public:
     // Starts the application with the folders under `home` (created as needed).

@@ -85,10 +85,6 @@ class KelvoVoiceAppTest : public ::testing::Test {
     std::unique_ptr<KelvoVoiceApp> app_;
 };
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
 // Polls the slow things (a process run) every 100 ms, for a minute.
 template <typename Condition>
 bool eventually(Condition condition) {
@@ -275,19 +271,12 @@ bool windowShown(const std::string& title) {
                 .empty();
 }
 
-// The menu's items over the StatusNotifierItem's D-Bus menu: the dictation item starts and stops
-// a session (what a stop inserts is proven above), and the window items open their windows.
-TEST_F(KelvoVoiceAppTest, MenuStartsAndStopsDictationAndOpensWindows) {
-    KelvoVoiceApp& app = startApp();
-    KelvoVoiceApp::clickMenu("Start Dictation");
-    ASSERT_TRUE(app.waitForLog("[KelvoVoice] Starting dictation trigger=menu"));
-    ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem recording"));
-    EXPECT_TRUE(menuShows(0, "Stop Dictation\t1\t-"));
-    KelvoVoiceApp::clickMenu("Stop Dictation");
-    ASSERT_TRUE(app.waitForLog("[KelvoVoice] Stopping dictation trigger=menu"));
-    ASSERT_TRUE(app.waitForLog("[KelvoVoice] statusItem idle", 2));
-    EXPECT_TRUE(menuShows(0, "Start Dictation\t1\t-"));
-
+// The menu's items over the StatusNotifierItem's D-Bus menu: the window items open their windows.
+// (The dictation item, which turns into "Stop Dictation" while it records, carries both of
+// WaylandAppTest's menu dictations: the same menu over the same bus.)
+TEST_F(KelvoVoiceAppTest, MenuOpensWindowsAndQuits) {
+    KelvoVoiceApp& app = startApp(false);
+    EXPECT_EQ(KelvoVoiceApp::menuEntries().at(0), "Start Dictation\t1\t-");
     KelvoVoiceApp::clickMenu("Dictionary...");
     EXPECT_TRUE(eventually([] { return windowShown("Dictionary"); }));
     KelvoVoiceApp::clickMenu("Settings...");

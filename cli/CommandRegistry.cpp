@@ -97,7 +97,8 @@ std::string CommandRegistry::helpText() const {
          << "        S (scope) " << enumNameList<DictionaryScope>() << "\n"
          << "Files: --dictionary defaults to $XDG_DATA_HOME/KelvoVoiceMac/dictionary.json\n"
          << "       (~/.local/share when XDG_DATA_HOME is unset), --history to history.json\n"
-         << "       in that folder, also when --dictionary names another file.\n"
+         << "       in that folder, also when --dictionary names another file. The remembered\n"
+         << "       folder is kept in $XDG_CONFIG_HOME/KelvoVoiceMac/kelvo.json (~/.config).\n"
          << "Exit status: 0 success, 1 failure (reason on standard error), 2 usage error.\n";
     return text.str();
 }

@@ -23,7 +23,7 @@ void registerRenderCommand(CommandRegistry& registry);
 void registerHistoryCommand(CommandRegistry& registry);
 /// dictionary list, add, remove, suggestions, accept, reject.
 void registerDictionaryCommands(CommandRegistry& registry);
-/// save, vault list, vault read, vault search.
+/// save, vault list, vault read, vault search, folder set, folder show, folder forget.
 void registerVaultCommands(CommandRegistry& registry);
 /// models list, models install, models remove.
 void registerModelsCommand(CommandRegistry& registry);

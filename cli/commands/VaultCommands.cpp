@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 
 #include "cli/ReportedFailure.h"
 #include "cli/commands/CommandGroups.h"
 #include "cli/commands/JsonInput.h"
 #include "core/engines/MarkdownFormatter.h"
+#include "core/services/BookmarkManager.h"
 #include "core/services/LocalFolderSaveAdapter.h"
 #include "core/services/VaultBrowser.h"
 #include "core/support/Utf8.h"
@@ -14,10 +16,41 @@ namespace kelvo::cli {
 
 namespace {
 
-/// The folder named on the command line stands in for the bookmark a client would keep: there is
-/// no scoped access to release.
+/// The folder the user picked once with `kelvo folder set` lives as a bookmark in this suite,
+/// $XDG_CONFIG_HOME/KelvoVoiceMac/kelvo.json, under this key; save and vault read it whenever
+/// --folder is not given.
+constexpr const char* kBookmarkSuite = "kelvo";
+constexpr const char* kSaveFolderKey = "saveFolder";
+
+std::shared_ptr<BookmarkManager> folderBookmarks() {
+    return std::make_shared<BookmarkManager>(kBookmarkSuite);
+}
+
+/// The folder named on the command line stands in for the bookmark: there is no scoped access to
+/// release.
 std::optional<ScopedURL> folderOption(const ParsedArguments& arguments) {
     return ScopedURL{std::filesystem::path(*arguments.value("--folder")), [] {}};
+}
+
+/// A folder that was remembered but is gone now is as good as none: saving must not recreate it
+/// somewhere the user no longer looks.
+std::filesystem::path rememberedFolder(const BookmarkManager& bookmarks) {
+    std::optional<std::filesystem::path> folder = bookmarks.resolveURL(kSaveFolderKey);
+    if (!folder) {
+        throw VaultBrowser::Error::noBookmark();
+    }
+    return *folder;
+}
+
+LocalFolderSaveAdapter saveAdapterOf(const ParsedArguments& arguments) {
+    if (arguments.has("--folder")) {
+        return LocalFolderSaveAdapter([&arguments] { return folderOption(arguments); },
+                                      *arguments.value("--folder"));
+    }
+    auto bookmarks = folderBookmarks();
+    std::filesystem::path folder = rememberedFolder(*bookmarks);
+    return LocalFolderSaveAdapter(
+        [bookmarks] { return bookmarks->resolveScopedURL(kSaveFolderKey); }, std::move(folder));
 }
 
 void runSave(const ParsedArguments& arguments, CommandContext& context) {
@@ -33,8 +66,7 @@ void runSave(const ParsedArguments& arguments, CommandContext& context) {
     const MarkdownDocument document =
         MarkdownFormatter().makeDocument(result, arguments.values("--tag"));
 
-    LocalFolderSaveAdapter adapter([&arguments] { return folderOption(arguments); },
-                                   *arguments.value("--folder"));
+    LocalFolderSaveAdapter adapter = saveAdapterOf(arguments);
     SaveRequest request;
     request.destinationID = makeUuid();
     request.subpath = subpath;
@@ -48,7 +80,10 @@ void runSave(const ParsedArguments& arguments, CommandContext& context) {
 }
 
 VaultBrowser browserOf(const ParsedArguments& arguments) {
-    return VaultBrowser([&arguments] { return folderOption(arguments); });
+    if (arguments.has("--folder")) {
+        return VaultBrowser([&arguments] { return folderOption(arguments); });
+    }
+    return VaultBrowser(folderBookmarks(), kSaveFolderKey);
 }
 
 void writePaths(CommandContext& context, const std::vector<VaultEntry>& entries) {
@@ -87,16 +122,34 @@ void runVaultSearch(const ParsedArguments& arguments, CommandContext& context) {
     writePaths(context, browserOf(arguments).search(*query));
 }
 
+void runFolderSet(const ParsedArguments& arguments, CommandContext& context) {
+    const auto folder = arguments.positional(0);
+    if (!folder) {
+        throw UsageError("missing the folder");
+    }
+    const auto bookmarks = folderBookmarks();
+    bookmarks->saveBookmark(std::filesystem::absolute(*folder), kSaveFolderKey);
+    context.writeText(visibleText(rememberedFolder(*bookmarks).string()));
+}
+
+void runFolderShow(const ParsedArguments&, CommandContext& context) {
+    context.writeText(visibleText(rememberedFolder(*folderBookmarks()).string()));
+}
+
+void runFolderForget(const ParsedArguments&, CommandContext&) {
+    folderBookmarks()->removeBookmark(kSaveFolderKey);
+}
+
 }  // namespace
 
 void registerVaultCommands(CommandRegistry& registry) {
     registry.add(Command{
         "save",
-        "--folder DIR [--subpath P] [--policy createNew|overwrite|appendTimestamp] [--tag T]...",
-        "Read a VoiceInputResult as JSON on standard input, save it as a Markdown note in DIR and "
-        "print the SaveResult as JSON.",
+        "[--folder DIR] [--subpath P] [--policy createNew|overwrite|appendTimestamp] [--tag T]...",
+        "Read a VoiceInputResult as JSON on standard input, save it as a Markdown note in DIR "
+        "(default: the remembered folder) and print the SaveResult as JSON.",
         ArgumentParser()
-            .option("--folder", /*required=*/true)
+            .option("--folder")
             .option("--subpath")
             .option("--policy")
             .repeatable("--tag"),
@@ -104,24 +157,47 @@ void registerVaultCommands(CommandRegistry& registry) {
     });
     registry.add(Command{
         "vault list",
-        "--folder DIR",
-        "Print the relative path of every folder and note in the vault DIR, newest first.",
-        ArgumentParser().option("--folder", /*required=*/true),
+        "[--folder DIR]",
+        "Print the relative path of every folder and note in the vault DIR (default: the "
+        "remembered folder), newest first.",
+        ArgumentParser().option("--folder"),
         runVaultList,
     });
     registry.add(Command{
         "vault read",
-        "--folder DIR REL",
+        "[--folder DIR] REL",
         "Print the note REL of the vault DIR as JSON: front matter pairs, body and wiki links.",
-        ArgumentParser().option("--folder", /*required=*/true).positionals(1),
+        ArgumentParser().option("--folder").positionals(1),
         runVaultRead,
     });
     registry.add(Command{
         "vault search",
-        "--folder DIR QUERY",
+        "[--folder DIR] QUERY",
         "Print the relative path of every note of the vault DIR whose name contains QUERY.",
-        ArgumentParser().option("--folder", /*required=*/true).positionals(1),
+        ArgumentParser().option("--folder").positionals(1),
         runVaultSearch,
+    });
+    registry.add(Command{
+        "folder set",
+        "DIR",
+        "Remember DIR as the folder that save and vault use when no --folder is given, and print "
+        "it.",
+        ArgumentParser().positionals(1),
+        runFolderSet,
+    });
+    registry.add(Command{
+        "folder show",
+        "",
+        "Print the remembered folder.",
+        ArgumentParser(),
+        runFolderShow,
+    });
+    registry.add(Command{
+        "folder forget",
+        "",
+        "Forget the remembered folder (the folder itself is left as it is).",
+        ArgumentParser(),
+        runFolderForget,
     });
 }
 

@@ -171,7 +171,6 @@ TEST_F(KelvoBinary, CommandLinesGiveTheirExitStatusOutputAndErrors) {
          2,
          "",
          "kelvo: invalid value 'replace'"},
-        {{"vault", "list"}, 2, "", "kelvo: missing option '--folder'"},
         // The worker's options are checked before anything runs.
         {{"process", "--text", "a", "--token", "t"}, 2, "", "kelvo: --token needs --worker\n"},
         {{"process", "--text", "a", "--worker", ""}, 2, "", "kelvo: --worker needs a URL\n"},
@@ -476,6 +475,38 @@ TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
     ASSERT_EQ(read.status, 0) << read.errors;
     EXPECT_EQ(Json::parse(read.output), Json::parse(R"({"frontmatter": [["title", "\"二\""]],
                               "body": "See [[Plan|plan]]", "wikiLinks": ["Plan"]})"));
+}
+
+// A folder remembered once serves save and vault without --folder; one that has gone since is
+// reported, never recreated where the user no longer looks.
+TEST_F(KelvoBinary, RememberedFolderServesSaveAndVaultUntilItIsGone) {
+    const std::string unset = "kelvo: 保存先フォルダが未設定です\n";
+    for (const auto& arguments : {std::vector<std::string>{"folder", "show"}, {"vault", "list"}}) {
+        const Outcome run = kelvo(arguments);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.errors, unset);
+    }
+    fs::create_directories(root / "work" / "notes");
+    const Outcome set = kelvo({"folder", "set", "notes"});
+    ASSERT_EQ(set.status, 0) << set.errors;
+    EXPECT_EQ(set.output, fs::canonical(root / "work" / "notes").string() + "\n");
+
+    const Outcome saved = kelvo({"save"}, kSavedResult);
+    ASSERT_EQ(saved.status, 0) << saved.errors;
+    const fs::path file =
+        pathFromFileUrl(Json::parse(saved.output).at("savedURL").get<std::string>());
+    EXPECT_EQ(file.parent_path(), fs::canonical(root / "work" / "notes"));
+    EXPECT_EQ(kelvo({"vault", "list"}).output, file.filename().string() + "\n");
+
+    fs::rename(root / "work" / "notes", root / "moved");
+    const Outcome lost = kelvo({"save"}, kSavedResult);
+    EXPECT_EQ(lost.status, 1);
+    EXPECT_EQ(lost.errors, unset);
+    EXPECT_FALSE(fs::exists(root / "work" / "notes"));
+    fs::rename(root / "moved", root / "work" / "notes");
+    EXPECT_EQ(kelvo({"folder", "show"}).status, 0);
+    EXPECT_EQ(kelvo({"folder", "forget"}).status, 0);
+    EXPECT_EQ(kelvo({"folder", "show"}).errors, unset);
 }
 
 TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {

@@ -68,11 +68,18 @@ TEST_F(GlobalHotkeyServiceTest, RequestsInputMonitoringOnlyWhenMissing) {
               "[KelvoVoice] GlobalHotkeyService started inputMonitoringTrusted=false");
 }
 
+// Only changes of the trigger's state count: another modifier going down or up, or a key repeat,
+// is no new press or release.
 TEST_F(GlobalHotkeyServiceTest, HoldThresholdIsInclusiveAt280Milliseconds) {
+    monitor.other(false);
     monitor.press();
     EXPECT_THAT(handler->requests, IsEmpty()) << "handled on the main thread, after the monitor";
+    monitor.other(true);
+    monitor.press();
     runFor(clock, 280ms);
     release();
+    monitor.other(false);
+    settle(clock);
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "stopDictation fn-hold"));
     EXPECT_EQ(log.lines().back(), "[KelvoVoice] Fn hold up stopped duration=0.28");
 
@@ -103,10 +110,6 @@ TEST_F(GlobalHotkeyServiceTest, DoubleTapStartsHandsFreeUntilTheNextRelease) {
     runFor(clock, 50ms);
     release();
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "stopDictation fn-toggle-off"));
-    EXPECT_THAT(log.lines(), ElementsAre("[KelvoVoice] Fn down handled started=true",
-                                         "[KelvoVoice] Fn second-tap down (double-tap pending)",
-                                         "[KelvoVoice] Fn double-tap \u2192 toggle ON active=true",
-                                         "[KelvoVoice] Fn toggle OFF"));
 }
 
 // A refused start (e.g. a stop still running at the press) sends no stop at the hold's release,
@@ -137,21 +140,8 @@ TEST_F(GlobalHotkeyServiceTest, RefusedStartOrNoControllerNeitherStopsNorEntersH
     EXPECT_EQ(log.lines().front(), "[KelvoVoice] Fn down handled started=false");
 }
 
-TEST_F(GlobalHotkeyServiceTest, OnlyChangesOfTheTriggerStateCount) {
-    monitor.other(false);  // another modifier while the trigger is up
-    settle(clock);
-    press();
-    monitor.other(true);  // another modifier, or a repeat, while it is down
-    monitor.press();
-    settle(clock);
-    runFor(clock, 300ms);
-    release();
-    monitor.other(false);
-    settle(clock);
-    EXPECT_THAT(handler->requests, ElementsAre("startDictation fn", "stopDictation fn-hold"));
-}
-
-TEST_F(GlobalHotkeyServiceTest, SyntheticEventsAreDroppedOnlyWhileWeInjectOurOwnPaste) {
+TEST_F(GlobalHotkeyServiceTest,
+       SyntheticEventsCountOutsideOurOwnPasteAndNoEventsOnceTheServiceIsGone) {
     injecting = true;
     monitor.press(true);
     monitor.release(true);
@@ -164,10 +154,9 @@ TEST_F(GlobalHotkeyServiceTest, SyntheticEventsAreDroppedOnlyWhileWeInjectOurOwn
     monitor.press(true);
     settle(clock);
     EXPECT_THAT(handler->requests, ElementsAre("startDictation fn"));
-}
 
-TEST_F(GlobalHotkeyServiceTest, DestroyedServiceIgnoresLateEventsAndTimers) {
-    tap(100ms);
+    // Neither do the events and timers (the tap's discard) that come once the service is gone.
+    release();
     monitor.press();
     service.reset();
     runFor(clock, 1s);

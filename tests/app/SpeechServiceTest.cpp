@@ -100,11 +100,8 @@ class SpeechServiceTest : public ::testing::Test {
     std::shared_ptr<Channel<TranscriptionEvent>> events;
 };
 
-TEST_F(SpeechServiceTest, ContextualStringsAreTrimmedFilteredAndCappedAtOneHundred) {
-    service->setContextualStrings(
-        {"  東京駅\n", "", " \t\r\n", "\u3000渋谷\u3000", "渋谷", "Kelvo"});
-    EXPECT_EQ(service->contextualStrings(), (Lines{"東京駅", "渋谷", "渋谷", "Kelvo"}));
-    // Blanks do not count towards the hundred.
+// Blanks do not count towards the hundred. (Trimming is the fallback's test below.)
+TEST_F(SpeechServiceTest, ContextualStringsAreCappedAtOneHundredNonBlankOnes) {
     Lines many;
     for (int i = 0; i < 150; ++i) {
         many.push_back(i % 10 == 0 ? " " : "term" + std::to_string(i));
@@ -196,11 +193,9 @@ TEST_F(SpeechServiceTest, ModelEngineResultsAndOutstandingFinalsArriveBeforeTheS
     engine.configureTranscriber = [](FakeModelTranscriber& transcriber) {
         transcriber.finalsOutstandingAtFinalize = {"会議の", "資料です。"};
     };
-    service->setContextualStrings({"東京", " 渋谷 "});
     start();
     FakeModelTranscriber* transcriber = engine.transcriber();
     ASSERT_NE(transcriber, nullptr);
-    EXPECT_EQ(transcriber->appliedContextualStrings, (Lines{"東京", "渋谷"}));
     audio->send(buffer(1365));
     audio->send(buffer(1366));
     EXPECT_TRUE(waitUntil([&] { return transcriber->analyzedSampleCount == 2731; }));
@@ -258,14 +253,15 @@ TEST_F(SpeechServiceTest, ModelEngineFailuresAreTracedAndTheStreamStillEnds) {
 }
 
 TEST_F(SpeechServiceTest, FallbackFeedsAudioToTheCurrentRequestWithOnDeviceAndHintOptions) {
-    service->setContextualStrings({" 東京 ", "渋谷"});
+    service->setContextualStrings(
+        {"  東京駅\n", "", " \t\r\n", "\u3000渋谷\u3000", "渋谷", "Kelvo"});
     const auto task = startFallback();
     EXPECT_EQ(recognizers.requestedLocale, "ja-JP");
     EXPECT_EQ(recognizers.authorizationRequests, 1);
     EXPECT_TRUE(task->options.shouldReportPartialResults &&
                 task->options.requiresOnDeviceRecognition);
     EXPECT_FALSE(task->options.addsPunctuation);
-    EXPECT_EQ(task->options.contextualStrings, (Lines{"東京", "渋谷"}));
+    EXPECT_EQ(task->options.contextualStrings, (Lines{"東京駅", "渋谷", "渋谷", "Kelvo"}));
 
     audio->send(buffer(1365));
     audio->send(buffer(1366));
@@ -297,7 +293,6 @@ TEST_F(SpeechServiceTest, FallbackRestartsAfterAFinalAndAfterNoSpeechButNotForOt
     startFallback();
     const auto& recognizer = *recognizers.localeRecognizer;
     EXPECT_FALSE(recognizer.tasks()[0]->options.requiresOnDeviceRecognition);
-    EXPECT_TRUE(recognizer.tasks()[0]->options.contextualStrings.empty());
     using Task = FakeSegmentRecognitionTask;
     const struct {
         std::function<void(Task&)> deliver;
@@ -331,7 +326,11 @@ TEST_F(SpeechServiceTest, FallbackRestartsAfterAFinalAndAfterNoSpeechButNotForOt
     EXPECT_EQ(drainEvents(*events), (Events{TranscriptionEvent::final_("一つ目。")}));
 }
 
+// A stop with nothing started is harmless, also twice.
 TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) {
+    stop();
+    stop();
+    EXPECT_TRUE(trace.lines().empty());
     const auto task = startFallback();
     task->deliverPartial("途中");
     stop();
@@ -356,6 +355,14 @@ TEST_F(SpeechServiceTest, StoppingTheFallbackCancelsTheTaskAndNoRestartFollows) 
     // Nothing to wait for when it is right: the stopped dictation's thread gets a moment to err.
     std::this_thread::sleep_for(200ms);
     EXPECT_EQ(next->catchUpCount.load(), 0);
+
+    // The service gone, its requests give up.
+    service.reset();
+    next->deliverFinal("後");
+    clock.advance(1s);
+    audio->send(buffer(10));
+    audio->close();
+    EXPECT_EQ(recognizers.localeRecognizer->tasks().size(), 2u);
 }
 
 // The recogniser decodes only when the test says so, as one behind real time does: the stop of a
@@ -414,19 +421,6 @@ TEST_F(SpeechServiceTest, FallbackUsesTheDefaultLocaleOrEndsTheStreamWithoutARec
         stop();
         recognizers.defaultRecognizer = nullptr;
     }
-}
-
-TEST_F(SpeechServiceTest, StopWithNothingStartedIsHarmlessAndTasksGiveUpOnceTheServiceIsGone) {
-    stop();
-    stop();
-    EXPECT_TRUE(trace.lines().empty());
-    const auto task = startFallback();
-    service.reset();
-    task->deliverFinal("後");
-    clock.advance(1s);
-    audio->send(buffer(10));
-    audio->close();
-    EXPECT_EQ(recognizers.localeRecognizer->tasks().size(), 1u);
 }
 
 }  // namespace

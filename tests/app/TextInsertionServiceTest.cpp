@@ -4,14 +4,17 @@
 #include <optional>
 #include <string>
 
+#include "KelvoVoiceMac/session/CorrectionLearner.h"
 #include "KelvoVoiceMac/session/PreferenceKeys.h"
 #include "KelvoVoiceMac/session/TextInsertionService.h"
 #include "fakes/FakeAccessibilityClient.h"
 #include "fakes/FakeClock.h"
+#include "fakes/FakeFieldEditWatcher.h"
 #include "fakes/FakeInputMethodCommitter.h"
 #include "fakes/FakeKeySynthesizer.h"
 #include "fakes/FakePasteboard.h"
 #include "fakes/FakePreferences.h"
+#include "fakes/FakeStatusItemPresenter.h"
 #include "fakes/FakeWorkspace.h"
 #include "fakes/RecordingLog.h"
 #include "fakes/TestEventLoop.h"
@@ -24,11 +27,12 @@ using ::testing::_;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using TextRange = platform::AccessibilityClient::TextRange;
-using Lines = std::vector<std::string>;
 
-QCoro::Task<> runInsert(app::TextInsertionService& service, std::string text, bool restore,
+// The insertion service or the correction learner over it.
+template <typename Inserter>
+QCoro::Task<> runInsert(Inserter& inserter, std::string text, bool restore,
                         std::optional<bool>& result) {
-    result = co_await service.insert(std::move(text), restore);
+    result = co_await inserter.insert(std::move(text), restore);
 }
 
 class TextInsertionServiceTest : public ::testing::Test {
@@ -123,37 +127,12 @@ TEST_F(TextInsertionServiceTest, VerificationSeesValueSelectionAndRangeWithinThe
     EXPECT_EQ(keys.pasteCount, 1);
 }
 
-TEST_F(TextInsertionServiceTest, SuccessWithoutChangeFallsBackAndRestoresAfterTheFetch) {
-    elementIgnoresSet();
-    targetFetchesAfter(5ms);
-    insert("日本語");
-    runFor(clock, 120ms);
-    EXPECT_EQ(keys.pasteCount, 1);
-    EXPECT_EQ(pasteboard.contents, "日本語");
-    EXPECT_TRUE(service.isInjectingKeys());
-    // Fetched 5 ms after the chord, but never restored earlier than 200 ms.
-    runFor(clock, 199ms);
-    EXPECT_EQ(pasteboard.contents, "日本語");
-    runFor(clock, 1ms);
-    EXPECT_EQ(pasteboard.contents, "previous");
-    EXPECT_EQ(result, true);
-    EXPECT_FALSE(service.isInjectingKeys());
-    EXPECT_THAT(
-        trace.lines(),
-        ElementsAre("[TextInsertion] Frontmost app: gedit",
-                    "[TextInsertion] AX set selected text returned success but no focused "
-                    "element change was detected",
-                    "[TextInsertion] AX direct insertion failed, falling back to pasteboard",
-                    "[TextInsertion] Sent Cmd+V",
-                    "[TextInsertion] Restored previous pasteboard string",
-                    "[TextInsertion] Pasteboard fallback completed"));
-    EXPECT_THAT(pasteboard.operations, ElementsAre("write 日本語", "clear", "write previous"));
-}
-
-// When the clipboard goes back and to what: after a slow fetch; never when nothing fetched the
-// paste (the words stay where the user can still paste them) or another application copied
-// meanwhile; an image-only clipboard (no plain string) is left empty; without restore the words
-// stay. Until then the dictated text is on the clipboard and the insertion is not over.
+// A target that reports success and changes nothing gets the words by paste. When the clipboard
+// goes back and to what: after a fast fetch never earlier than 200 ms after the chord, after a
+// slow fetch when it comes; never when nothing fetched the paste (the words stay where the user
+// can still paste them) or another application copied meanwhile; an image-only clipboard (no plain
+// string) is left empty; without restore the words stay. Until then the dictated text is on the
+// clipboard, our own keys are being injected and the insertion is not over.
 TEST_F(TextInsertionServiceTest, WhenAndWhatTheClipboardIsRestoredTo) {
     using namespace std::string_literals;
     elementIgnoresSet();
@@ -168,6 +147,8 @@ TEST_F(TextInsertionServiceTest, WhenAndWhatTheClipboardIsRestoredTo) {
         std::string line;
     } cases[] = {
         // clang-format off
+        {"fast fetch", "previous", 5ms, false, true, 200ms, true, "previous",
+         "[TextInsertion] Sent Cmd+V"},
         {"slow fetch", "previous", 600ms, false, true, 600ms, true, "previous",
          "[TextInsertion] Restored previous pasteboard string"},
         {"never fetched", "previous", {}, false, true, 1000ms, false, "日本語",
@@ -196,6 +177,7 @@ TEST_F(TextInsertionServiceTest, WhenAndWhatTheClipboardIsRestoredTo) {
         insert("日本語", c.restore);
         runFor(clock, 120ms + c.settlesAfterChord - 1ms);
         EXPECT_FALSE(result.has_value());
+        EXPECT_TRUE(service.isInjectingKeys());
         EXPECT_EQ(pasteboard.contents, c.otherApplicationCopies ? "copied meanwhile"s : "日本語"s);
         runFor(clock, 1ms);
         EXPECT_EQ(result, c.result);
@@ -211,7 +193,13 @@ TEST_F(TextInsertionServiceTest, PasteboardFailuresReturnFalse) {
     insert("a");
     runFor(clock, 300ms);
     EXPECT_EQ(result, false);
-    EXPECT_EQ(trace.lines().back(), "[TextInsertion] Failed to write text to pasteboard");
+    EXPECT_THAT(
+        trace.lines(),
+        ElementsAre("[TextInsertion] Frontmost app: gedit",
+                    "[TextInsertion] AX set selected text returned success but no focused "
+                    "element change was detected",
+                    "[TextInsertion] AX direct insertion failed, falling back to pasteboard",
+                    "[TextInsertion] Failed to write text to pasteboard"));
     EXPECT_EQ(keys.pasteCount, 0);
 
     // No chord: the previous text goes back at once.
@@ -271,28 +259,49 @@ TEST_F(TextInsertionServiceTest, InputMethodsAreTriedInOrderBeforeAccessibilityW
     EXPECT_EQ(ibus.commits.size(), 2u);
 }
 
-// Whichever path sees the password field refuses it, and no later path pastes there blindly: the
-// input method knows the field's purpose even where the accessibility interface sees no focus.
-TEST_F(TextInsertionServiceTest, PasswordFieldsAreRefusedAndNothingIsPasted) {
-    FakeInputMethodCommitter ibus{"ibus", {Outcome::passwordField, "InputContext_3"}};
-    app::TextInsertionService withInputMethod{
-        {accessibility, pasteboard, keys, workspace, clock, trace, {&ibus}}};
+// The correction learner over this service: a word of the dictation typed over once the
+// accessibility insertion is verified becomes a suggestion and ends the watch; a paste is never
+// watched; a new recording ends a watch.
+TEST_F(TextInsertionServiceTest, LearnerWatchesOnlyFieldsTheTextWentIntoUntilTheNextDictation) {
+    FakePreferences preferences;
+    FakeStatusItemPresenter statusItem;
+    FakeFieldEditWatcher watcher;
+    std::vector<CorrectionSuggestion> suggested;
+    int firstUses = 0;
+    app::CorrectionLearner learner{{service, statusItem, watcher, nullptr, preferences, clock,
+                                    trace, [&](const auto& s) { suggested.push_back(s); },
+                                    [&] { ++firstUses; }}};
+    accessibility.element->state = {"", std::nullopt, TextRange{0, 0}};
+    accessibility.stateAfterSet = {"send the report", std::nullopt, TextRange{15, 0}};
+    watcher.baseline = platform::FieldEditWatcher::Baseline{"send the report", 0, 0, 15};
+
+    runInsert(learner, "send the report", true, result);
+    runFor(clock, 200ms);
+    ASSERT_TRUE(learner.isWatching());
+    EXPECT_EQ(watcher.watched, "send the report");
+    watcher.handlers.deleted(0, 4);
+    watcher.handlers.inserted(0, "mail");
+    runFor(clock, 2s);
+    ASSERT_EQ(suggested.size(), 1u);
+    EXPECT_EQ(suggested[0].misrecognition + "→" + suggested[0].canonical, "send→mail");
+    EXPECT_FALSE(learner.isWatching());
+
     elementIgnoresSet();
     targetFetchesAfter(1ms);
-    runInsert(withInputMethod, "秘密", true, result);
+    runInsert(learner, "send the report", true, result);
     runFor(clock, 2s);
-    EXPECT_EQ(result, false);
-    EXPECT_THAT(accessibility.calls, IsEmpty());
+    EXPECT_EQ(result, true) << "pasted";
+    EXPECT_FALSE(learner.isWatching());
 
-    ibus.answer = {Outcome::noFocusedInputContext, ""};
-    accessibility.secure = true;
-    runInsert(withInputMethod, "秘密", true, result);
-    runFor(clock, 2s);
-    EXPECT_EQ(result, false);
-    EXPECT_THAT(accessibility.calls, ElementsAre("focusedElement"));
-    EXPECT_THAT(pasteboard.operations, IsEmpty());
-    EXPECT_EQ(trace.lines().back(),
-              "[TextInsertion] Focused element is a password field, not inserting");
+    accessibility.changeDelay = 0ms;
+    accessibility.element->state = {"", std::nullopt, TextRange{0, 0}};
+    runInsert(learner, "send the report", true, result);
+    runFor(clock, 200ms);
+    ASSERT_TRUE(learner.isWatching());
+    learner.refresh(app::RecordingState::recording);
+    EXPECT_FALSE(learner.isWatching());
+    EXPECT_EQ(statusItem.refreshes.back(), app::RecordingState::recording);
+    EXPECT_EQ(firstUses, 1);
 }
 
 }  // namespace

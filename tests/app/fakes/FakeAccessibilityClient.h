@@ -1,11 +1,10 @@
 #pragma once
 
-// A recording accessibility client over one scripted text element. The element has a state
-// (value, selected text, range); setSelectedText() answers setOutcome and, when it succeeds,
-// switches the element to stateAfterSet after changeDelay on the fake clock (zero: at once;
-// nothing: never, like applications that report success and do nothing). Every call is recorded
-// in calls ("focusedElement", "value", "selectedText", "selectedTextRange", "setSelectedText X").
-// secure makes the focused element a password field.
+// A recording accessibility client over one scripted, always focused text element. The element has
+// a state (value, selected text, range); setSelectedText() succeeds and switches the element to
+// stateAfterSet after changeDelay on the fake clock (zero: at once; nothing: never, like
+// applications that report success and do nothing). Every call is recorded in calls
+// ("focusedElement", "value", "selectedText", "selectedTextRange", "setSelectedText X").
 
 #include <QCoroTask>
 #include <memory>
@@ -37,10 +36,7 @@ class FakeAccessibilityClient final : public platform::AccessibilityClient {
 
     QCoro::Task<FocusedElement> focusedElement() override {
         calls.push_back("focusedElement");
-        if (!element) {
-            co_return FocusedElement{nullptr, focusOutcome};
-        }
-        co_return FocusedElement{element, Outcome::done, secure};
+        co_return FocusedElement{element, Outcome::done};
     }
 
     QCoro::Task<std::optional<std::string>> value(
@@ -59,9 +55,6 @@ class FakeAccessibilityClient final : public platform::AccessibilityClient {
     QCoro::Task<Outcome> setSelectedText(std::shared_ptr<platform::AccessibleElement> target,
                                          std::string text) override {
         calls.push_back("setSelectedText " + text);
-        if (setOutcome != Outcome::done) {
-            co_return setOutcome;
-        }
         if (changeDelay) {
             auto changed = std::static_pointer_cast<Element>(target);
             auto after = stateAfterSet;
@@ -71,10 +64,7 @@ class FakeAccessibilityClient final : public platform::AccessibilityClient {
     }
 
     bool trusted = true;
-    bool secure = false;
     std::shared_ptr<Element> element = std::make_shared<Element>();
-    Outcome focusOutcome = Outcome::done;
-    Outcome setOutcome = Outcome::done;
     std::optional<platform::Clock::Duration> changeDelay = platform::Clock::Duration::zero();
     ElementState stateAfterSet;
     std::vector<std::string> calls;

@@ -25,14 +25,14 @@ class FakeAudioSource final : public app::DictationAudioSource {
         : clock_(clock), journal_{journal} {}
 
     QCoro::Task<std::shared_ptr<app::Channel<app::AudioBuffer>>> start() override {
-        note("capture: start");
+        journal_.note("capture: start");
         co_await app::sleepFor(clock_, startDelay);
         if (failure) {
-            note("capture: failed");
+            journal_.note("capture: failed");
             throw Error(*failure);
         }
         audio = std::make_shared<app::Channel<app::AudioBuffer>>();
-        note("capture: started");
+        journal_.note("capture: started");
         // A copy: QCoro 0.8's return_value(U&&) would move out of the member.
         std::shared_ptr<app::Channel<app::AudioBuffer>> result = audio;
         co_return result;
@@ -40,7 +40,7 @@ class FakeAudioSource final : public app::DictationAudioSource {
 
     void stop() override {
         ++stopCount;
-        note("capture: stop");
+        journal_.note("capture: stop");
         if (audio) {
             audio->close();
         }
@@ -52,8 +52,6 @@ class FakeAudioSource final : public app::DictationAudioSource {
     int stopCount = 0;
 
   private:
-    void note(const char* what) { journal_.note(what); }
-
     FakeClock& clock_;
     Journal journal_;
 };

@@ -22,8 +22,6 @@ class FakeFieldEditWatcher final : public platform::FieldEditWatcher {
     }
     void stop() override { handlers = {}; }
 
-    bool watching() const { return static_cast<bool>(handlers.inserted); }
-
     std::optional<Baseline> baseline;
     std::string watched;
     Handlers handlers;

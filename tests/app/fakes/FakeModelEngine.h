@@ -31,10 +31,7 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
     explicit FakeModelTranscriber(std::string locale) : locale_(std::move(locale)) {}
 
     const std::string& locale() const override { return locale_; }
-    void setContextualStrings(const std::vector<std::string>& strings) override {
-        failIf(contextFailure);
-        appliedContextualStrings = strings;
-    }
+    void setContextualStrings(const std::vector<std::string>&) override { failIf(contextFailure); }
     void prepare() override { failIf(prepareFailure); }
     void analyze(std::span<const std::int16_t> samples16kMono) override {
         if (analyzeFailure) {
@@ -78,8 +75,6 @@ class FakeModelTranscriber final : public platform::ModelTranscriber {
     std::vector<std::string> finalsOutstandingAtFinalize;
     // Told on cancel(); lets a test learn of it after the service has freed this transcriber.
     std::function<void()> onCancel;
-    // Written during start-up, read by the test once the engine is chosen.
-    std::vector<std::string> appliedContextualStrings;
     std::atomic<std::size_t> analyzedSampleCount = 0;
 
   private:

@@ -25,20 +25,20 @@ class FakeRecognizer final : public app::DictationRecognizer {
         : clock_(clock), journal_{journal} {}
 
     void setContextualStrings(std::vector<std::string> strings) override {
-        note("speech: hints " + std::to_string(strings.size()));
+        journal_.note("speech: hints " + std::to_string(strings.size()));
         contextualStrings = std::move(strings);
     }
 
     std::shared_ptr<app::Channel<app::TranscriptionEvent>> startTranscription(
         std::shared_ptr<app::Channel<app::AudioBuffer>> audio) override {
-        note("speech: start");
+        journal_.note("speech: start");
         audioStream = std::move(audio);
         events = std::make_shared<app::Channel<app::TranscriptionEvent>>();
         return events;
     }
 
     QCoro::Task<> stop() override {
-        note("speech: stop");
+        journal_.note("speech: stop");
         ++stopCount;
         co_await app::sleepFor(clock_, stopDelay);
         if (events) {
@@ -47,7 +47,7 @@ class FakeRecognizer final : public app::DictationRecognizer {
             }
             events->close();
         }
-        note("speech: stopped");
+        journal_.note("speech: stopped");
     }
     QCoro::Task<> stopAfterCatchingUp() override {
         ++catchUpStopCount;
@@ -65,8 +65,6 @@ class FakeRecognizer final : public app::DictationRecognizer {
     int catchUpStopCount = 0;
 
   private:
-    void note(std::string what) { journal_.note(std::move(what)); }
-
     FakeClock& clock_;
     Journal journal_;
 };

@@ -122,9 +122,8 @@ TEST_F(AtspiInsertionTest, FallsBackWhenTheTargetCannotTakeTheText) {
     }
 }
 
-// A password field is marked, never read and never written. (That the insertion service then puts
-// nothing there, not even through the clipboard, is TextInsertionServiceTest's, and end to end
-// ime_e2e_tests'.)
+// A password field is marked, never read and never written; the insertion service then puts
+// nothing there, not even through the clipboard.
 TEST_F(AtspiInsertionTest, PasswordFieldIsNeitherReadNorWritten) {
     for (const char* kind : {"gtk-password", "qt-password"}) {
         SCOPED_TRACE(kind);
@@ -137,6 +136,13 @@ TEST_F(AtspiInsertionTest, PasswordFieldIsNeitherReadNorWritten) {
         EXPECT_EQ(QCoro::waitFor(client.selectedTextRange(focused.element)), std::nullopt);
         EXPECT_EQ(QCoro::waitFor(client.setSelectedText(focused.element, "漏洩")),
                   Outcome::passwordField);
+
+        EXPECT_FALSE(insert("秘密"));
+        EXPECT_TRUE(
+            trace.contains("[TextInsertion] Focused element is a password field, not inserting"))
+            << traceText();
+        EXPECT_EQ(keySynthesizer.pasteCount, 0);
+        EXPECT_TRUE(pasteboard.operations.empty());
         EXPECT_EQ(password.text(), "hunter2");
     }
 }

@@ -1,13 +1,13 @@
 // Runs the built `kelvo` binary as a child process, with its standard streams captured and an
 // environment of the test's own (a temporary HOME and XDG_DATA_HOME), and checks the tool's
-// contract from the outside: exit status, exact standard output and error, and the files left.
+// contract from the outside: exit status, exact standard output and error, and the files left;
+// with a loopback worker and a loopback model server where a command talks to one.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,8 +16,10 @@
 #include "core/models/HistoryItem.h"
 #include "core/models/Json.h"
 #include "core/support/Uuid.h"
+#include "tests/core/ModelFileServer.h"
 #include "tests/core/TemporaryFolder.h"
 #include "tests/support/KelvoProcess.h"
+#include "tests/support/LoopbackHttpServer.h"
 
 namespace kelvo {
 namespace {
@@ -44,22 +46,22 @@ class KelvoBinary : public ::testing::Test {
     void SetUp() override {
         fs::create_directories(root / "home");
         fs::create_directories(root / "work");
-        environment = {{"HOME", (root / "home").string()},
-                       {"XDG_DATA_HOME", (root / "data").string()},
-                       {"PATH", "/usr/bin:/bin"}};
     }
 
-    /// Runs `kelvo` in the work folder with only `environment`, feeding `input`.
-    Outcome kelvo(const std::vector<std::string>& arguments, const std::string& input = "") {
-        std::vector<std::string> texts;
-        for (const auto& [name, value] : environment) {
-            texts.push_back(name + "=" + value);
-        }
-        return test::KelvoProcess(KELVO_BINARY, arguments, texts, input, root / "work").finish();
+    /// Runs `kelvo` in the work folder with only `environment` and `variables` ("NAME=value"),
+    /// feeding `input`.
+    Outcome kelvo(const std::vector<std::string>& arguments, const std::string& input = "",
+                  const std::vector<std::string>& variables = {}) {
+        std::vector<std::string> all = environment;
+        all.insert(all.end(), variables.begin(), variables.end());
+        return test::KelvoProcess(KELVO_BINARY, arguments, all, input, root / "work").finish();
     }
 
     fs::path defaultDictionary() const { return root / "data/KelvoVoiceMac/dictionary.json"; }
     fs::path defaultHistory() const { return root / "data/KelvoVoiceMac/history.json"; }
+    std::size_t historyItemCount() const {
+        return fs::exists(defaultHistory()) ? Json::parse(contentsOf(defaultHistory())).size() : 0;
+    }
 
     /// Adds an entry through the tool and returns its identifier.
     std::string addEntry(const std::vector<std::string>& options) {
@@ -72,7 +74,9 @@ class KelvoBinary : public ::testing::Test {
 
     testing::TemporaryFolder folder;
     const fs::path root = folder.path();
-    std::map<std::string, std::string> environment;
+    const std::vector<std::string> environment{"HOME=" + (root / "home").string(),
+                                               "XDG_DATA_HOME=" + (root / "data").string(),
+                                               "PATH=/usr/bin:/bin"};
 };
 
 // The command line from the outside, as data: argv (and standard input) → exit status, a part of
@@ -94,7 +98,6 @@ TEST_F(KelvoBinary, CommandLinesGiveTheirExitStatusOutputAndErrors) {
         "usage: kelvo dictionary add --canonical T ";
     const std::string unknownID = "3F2504E0-4F89-11D3-9A0C-0305E82C3301";
     std::vector<Row> rows{
-        {{"fillers", "えーと、今日はえー 会議です"}, 0, "今日は会議です\n", ""},
         {{"dictionary", "remove", unknownID},
          1,
          "",
@@ -121,7 +124,6 @@ TEST_F(KelvoBinary, CommandLinesGiveTheirExitStatusOutputAndErrors) {
          0,
          "この表記を維持してください: 東京、AI\n",
          ""},
-        {{"todo", "- 牛乳"}, 0, "- [ ] 牛乳\n", ""},
         {{"normalize", "-x"}, 0, "-x\n", ""},
         {{"normalize", "-"}, 0, "-\n", ""},
         {{"normalize", "--", "--help"}, 0, "--help\n", ""},
@@ -339,7 +341,7 @@ TEST_F(KelvoBinary, CorrectAndHintsFollowTheScopeAndPrintJsonWithRecordKeys) {
 }
 
 TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
-    const std::string id = addEntry({"--canonical", "東京", "--reading", "とうきょう"});
+    addEntry({"--canonical", "東京", "--reading", "とうきょう"});
     const std::string history = (root / "h" / "history.json").string();
 
     const Outcome first = kelvo(
@@ -347,8 +349,6 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
     ASSERT_EQ(first.status, 0) << first.errors;
     const auto result = Json::parse(first.output).get<VoiceInputResult>();
     EXPECT_EQ(result.finalText, "東京に行く");
-    EXPECT_EQ(result.usedDictionaryEntryIDs, (std::vector<std::string>{id, id}));
-    EXPECT_EQ(first.output.find("\\u"), std::string::npos);
 
     const Outcome second =
         kelvo({"process", "--audio", "missing.m4a", "--mode", "todo", "--format", "todoList",
@@ -376,7 +376,6 @@ TEST_F(KelvoBinary, ProcessPrintsTheResultAndAppendsItToTheHistory) {
         kelvo({"process", "--text", "とうきょう", "--history", folderInTheWay.string()});
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_EQ(unwritable.output, "");
-    EXPECT_EQ(unwritable.errors.find('\n'), unwritable.errors.size() - 1) << unwritable.errors;
 
     // A damaged history cannot be listed; the failure names the file.
     folder.write(history, "not json");
@@ -426,17 +425,13 @@ TEST_F(KelvoBinary, SaveWritesTheNoteAndAClashExitsOneWithTheFailedResult) {
     ASSERT_EQ(saved.status, 0) << saved.errors;
     const Json result = Json::parse(saved.output);
     EXPECT_EQ(result.at("success"), true);
+    // The note's name and front matter are LocalFolderSaveAdapter's and MarkdownFormatter's.
     const fs::path file = pathFromFileUrl(result.at("savedURL").get<std::string>());
     EXPECT_EQ(file.parent_path(), vault / "会議" / "3月");
-    // "yyyy-MM-dd-HHmm-" and the title without its "/" and with its space turned into "-".
-    EXPECT_EQ(file.filename().string().substr(16), "議事録-23.md");
-
     const std::string text = contentsOf(file);
-    EXPECT_TRUE(text.starts_with("---\ncreated: \"")) << text;
     EXPECT_TRUE(
-        text.ends_with("processing_mode: \"cleanup\"\nsource: \"KelvoVoice\"\n"
-                       "summary_level: \"cleanup\"\ntitle: \"議事録 2/3\"\n"
-                       "tags:\n  - 会議\n  - memo\n---\n\n議事録 2/3。来週までに資料"))
+        text.ends_with("title: \"議事録 2/3\"\ntags:\n  - 会議\n  - memo\n---\n\n"
+                       "議事録 2/3。来週までに資料"))
         << text;
 
     // Saving twice within one minute clashes on the name; should the minute turn between the two
@@ -455,8 +450,6 @@ TEST_F(KelvoBinary, SaveWritesTheNoteAndAClashExitsOneWithTheFailedResult) {
     EXPECT_EQ(second.status, 1);
     const Json failed = Json::parse(second.output);
     EXPECT_EQ(failed.at("success"), false);
-    EXPECT_FALSE(failed.contains("savedURL"));
-    EXPECT_EQ(failed.at("error"), "File already exists at " + first.string());
     EXPECT_EQ(second.errors, "kelvo: File already exists at " + first.string() + "\n");
 }
 
@@ -464,14 +457,17 @@ TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
     const fs::path vault = root / "vault";
     folder.write(vault / "note.md", "---\ntitle: \"二\"\n---\nSee [[Plan|plan]]");
     folder.write(vault / "projects" / "plan.markdown", "plan");
+    // A name chosen to drive the terminal is shown with its control characters escaped.
+    folder.write(vault / "bell\x07\x1b[2J.md", "x");
     // One date for all, so that names decide the order.
-    for (const fs::path& item : {vault / "projects", vault / "projects" / "plan.markdown"}) {
+    for (const fs::path& item :
+         {vault / "projects", vault / "projects" / "plan.markdown", vault / "bell\x07\x1b[2J.md"}) {
         fs::last_write_time(item, fs::last_write_time(vault / "note.md"));
     }
 
     const Outcome listed = kelvo({"vault", "list", "--folder", vault.string()});
     ASSERT_EQ(listed.status, 0) << listed.errors;
-    EXPECT_EQ(listed.output, "note.md\nprojects/plan.markdown\nprojects\n");
+    EXPECT_EQ(listed.output, "bell\\x07\\x1B[2J.md\nnote.md\nprojects/plan.markdown\nprojects\n");
     EXPECT_EQ(kelvo({"vault", "search", "PLAN", "--folder", vault.string()}).output,
               "projects/plan.markdown\n");
 
@@ -479,12 +475,6 @@ TEST_F(KelvoBinary, VaultListsReadsAndSearchesNotes) {
     ASSERT_EQ(read.status, 0) << read.errors;
     EXPECT_EQ(Json::parse(read.output), Json::parse(R"({"frontmatter": [["title", "\"二\""]],
                               "body": "See [[Plan|plan]]", "wikiLinks": ["Plan"]})"));
-
-    // A name chosen to drive the terminal is shown with its control characters escaped.
-    folder.write(vault / "bell\x07\x1b[2J.md", "x");
-    const std::string shown = kelvo({"vault", "list", "--folder", vault.string()}).output;
-    EXPECT_NE(shown.find("bell\\x07\\x1B[2J.md\n"), std::string::npos) << shown;
-    EXPECT_EQ(shown.find('\x1b'), std::string::npos);
 }
 
 // A folder remembered once serves save and vault without --folder; one that has gone since is
@@ -523,12 +513,9 @@ TEST_F(KelvoBinary, RememberedFolderServesSaveAndVaultUntilItIsGone) {
 
 TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {
     const fs::path samples = KELVO_SAMPLES_DIR;
-    const std::string dictionary = (samples / "dictionary.json").string();
-    const auto entries = Json::parse(contentsOf(dictionary)).get<std::vector<DictionaryEntry>>();
-    ASSERT_FALSE(entries.empty());
-
     const Outcome corrected =
-        kelvo({"correct", "--dictionary", dictionary}, contentsOf(samples / "transcript.txt"));
+        kelvo({"correct", "--dictionary", (samples / "dictionary.json").string()},
+              contentsOf(samples / "transcript.txt"));
     ASSERT_EQ(corrected.status, 0) << corrected.errors;
     const Outcome cleaned = kelvo({"fillers"}, corrected.output);
     ASSERT_EQ(cleaned.status, 0) << cleaned.errors;
@@ -538,7 +525,125 @@ TEST_F(KelvoBinary, BundledSampleDictionaryCorrectsTheBundledTranscript) {
               "デモはVS Codeから動かします。\n"
               "それから、GitHubのリポジトリは、AIの検証用に分けておいてください。"
               "スラックへの連絡は、東京のチームにお願いします。\n\n\n");
-    EXPECT_EQ(contentsOf(dictionary), contentsOf(samples / "dictionary.json"));
+}
+
+// `kelvo process --worker` against a loopback worker.
+TEST_F(KelvoBinary, ProcessTranscribesAndProcessesThroughTheWorkerWithTheDefaults) {
+    const fs::path audio = folder.write(root / "memo.m4a", "recorded audio");
+    test::LoopbackHttpServer server;
+    server.answer(200, R"({"text":"ワーカーの文"})");
+    const Outcome outcome = kelvo({"process", "--audio", audio.string(), "--level", "bulletsOrTodo",
+                                   "--worker", server.url("/v1"), "--token", "secret-token"});
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.errors, "");
+    const Json result = Json::parse(outcome.output);
+    EXPECT_EQ(result["rawTranscript"], "ワーカーの文");
+    EXPECT_EQ(result["processedText"], "ワーカーの文");
+    EXPECT_EQ(historyItemCount(), 1u);
+    EXPECT_EQ(outcome.output.find("secret-token"), std::string::npos);
+    EXPECT_EQ(contentsOf(defaultHistory()).find("secret-token"), std::string::npos);
+
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0].path, "/v1/transcribe");
+    EXPECT_EQ(requests[0].header("Authorization"), "Bearer secret-token");
+    EXPECT_EQ(requests[0].field("model"), "whisper-1");
+    // The words sent for level and language are OpenAI*ServiceTest's.
+    EXPECT_EQ(requests[1].path, "/v1/process");
+}
+
+TEST_F(KelvoBinary, WorkerTokensComeFromTheEnvironmentUnlessGivenOnTheCommandLine) {
+    const fs::path audio = folder.write(root / "memo.m4a", "recorded audio");
+    test::LoopbackHttpServer server;
+    const std::vector<std::string> envToken = {"KELVO_WORKER_TOKEN=env-token"};
+    const std::vector<std::string> text = {"process", "--text", "a", "--level", "cleanup"};
+    const std::pair<std::vector<std::string>, std::vector<std::string>> runs[] = {
+        {text, envToken},
+        {{"process", "--text", "a", "--level", "cleanup", "--token", "line-token"}, envToken},
+        {text, {"KELVO_WORKER_TOKEN=env-token", "KELVO_DEVICE_TOKEN=device"}},
+        {{"process", "--audio", audio.string(), "--model", "m-2"}, {}},
+    };
+    for (auto [arguments, variables] : runs) {
+        arguments.insert(arguments.end(), {"--worker", server.url()});
+        ASSERT_EQ(kelvo(arguments, "", variables).status, 0);
+    }
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 4u);
+    EXPECT_EQ(requests[0].header("Authorization"), "Bearer env-token");
+    EXPECT_EQ(requests[1].header("Authorization"), "Bearer line-token");
+    EXPECT_EQ(requests[2].header("X-Device-Token"), "device");
+    EXPECT_FALSE(requests[2].hasHeader("Authorization"));
+    EXPECT_FALSE(requests[3].hasHeader("Authorization"));
+    EXPECT_EQ(requests[3].field("model"), "m-2");
+}
+
+TEST_F(KelvoBinary, WorkerFailureExitsWithItsDescriptionAndRecordsNothing) {
+    test::LoopbackHttpServer server;
+    server.answer(500, "boom");
+    const Outcome failed = kelvo({"process", "--text", "a", "--level", "cleanup", "--worker",
+                                  server.url(), "--token", "secret-token"});
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_EQ(failed.output, "");
+    EXPECT_EQ(failed.errors, "kelvo: API error (500): boom\n");
+    EXPECT_EQ(historyItemCount(), 0u);
+
+    server.answer(200, R"({"text":"late"})");
+    server.holdAnswers();
+    const Outcome timedOut =
+        kelvo({"process", "--audio", folder.write(root / "memo.m4a", "recorded audio").string(),
+               "--worker", server.url(), "--transcribe-timeout", "0.2", "--token", "secret-token"});
+    server.releaseAnswers();
+    EXPECT_EQ(timedOut.status, 1);
+    EXPECT_EQ(timedOut.errors.rfind("kelvo: ", 0), 0u) << timedOut.errors;
+    EXPECT_EQ(timedOut.errors.find("secret-token"), std::string::npos);
+    EXPECT_EQ(historyItemCount(), 0u);
+}
+
+// `kelvo models` installing from a loopback file server named by a catalogue file
+// (KELVO_MODEL_CATALOG), listing and removing. How a download is resumed or refused is the
+// installer's own (ModelInstallationTest); here only its wiring and output.
+TEST_F(KelvoBinary, ModelsAreInstalledListedAndRemoved) {
+    const std::string model = std::string(2'000'000, 'm') + "end";
+    testing::ModelFileServer server(model);
+    const Json catalog = Json::array({Json{{"name", "tiny"},
+                                           {"url", server.baseURL() + "ggml-tiny.bin"},
+                                           {"sizeBytes", model.size()},
+                                           {"sizeIsExact", true},
+                                           {"sha256", testing::hexDigest(model, EVP_sha256())},
+                                           {"description", "for \\x1B tests\x1b[2J"}}});
+    const std::vector<std::string> variables = {
+        "KELVO_MODEL_CATALOG=" + folder.write(root / "catalog.json", catalog.dump()).string()};
+    const fs::path modelFile = root / "data/KelvoVoiceMac/models/ggml-tiny.bin";
+    const auto statusOfTiny = [&] {
+        const Outcome listed = kelvo({"models", "list", "--json"}, "", variables);
+        EXPECT_EQ(listed.status, 0) << listed.errors;
+        return Json::parse(listed.output).at(0).at("status").get<std::string>();
+    };
+    EXPECT_EQ(statusOfTiny(), "supported");
+
+    Outcome outcome = kelvo({"models", "install", "tiny"}, "", variables);
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.output, "Installed tiny in " + modelFile.string() + " (checksum verified)\n");
+    EXPECT_EQ(contentsOf(modelFile), model);
+    EXPECT_EQ(statusOfTiny(), "installed");
+    const Outcome list = kelvo({"models", "list"}, "", variables);
+    // What a catalogue holds is shown escaped, a backslash too, so the two are told apart.
+    EXPECT_NE(list.output.find("installed (checksum verified) — for \\\\x1B tests\\x1B[2J\n"),
+              std::string::npos)
+        << list.output;
+    EXPECT_NE(list.output.find("Dictation (ja-JP) uses: tiny"), std::string::npos);
+
+    outcome = kelvo({"models", "remove", "tiny"}, "", variables);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Removed tiny\n");
+    EXPECT_FALSE(fs::exists(modelFile));
+    EXPECT_EQ(statusOfTiny(), "supported");
+
+    // The only model of this catalogue is the suggestion on any machine; the reason names the CPU.
+    outcome = kelvo({"models", "install", "--recommended"}, "", variables);
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.errors.rfind("Recommended for this computer: tiny (2.0 MB) — ", 0), 0u);
+    EXPECT_EQ(outcome.output.rfind("Installed tiny in ", 0), 0u) << outcome.output;
 }
 
 }  // namespace

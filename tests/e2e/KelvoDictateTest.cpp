@@ -67,12 +67,6 @@ class KelvoDictate : public ::testing::Test {
         environment.insert(environment.end(), variables.begin(), variables.end());
         return KelvoProcess(KELVO_BINARY, arguments, environment).finish();
     }
-    KelvoProcess::Outcome dictate(std::vector<std::string> arguments,
-                                  const std::string& dataHome = "data",
-                                  const std::vector<std::string>& variables = {}) {
-        arguments.insert(arguments.begin(), "dictate");
-        return kelvo(arguments, dataHome, variables);
-    }
 
     static testing::TemporaryFolder* folder_;
     static std::string said_;
@@ -82,8 +76,8 @@ testing::TemporaryFolder* KelvoDictate::folder_ = nullptr;
 std::string KelvoDictate::said_;
 
 TEST_F(KelvoDictate, RecognisesEnglishAndReportsEveryResultAsJson) {
-    const auto outcome = dictate(
-        {"--locale", "en-US", "--file", (folder_->path() / "sentences.wav").string(), "--events"});
+    const auto outcome = kelvo({"dictate", "--locale", "en-US", "--file",
+                                (folder_->path() / "sentences.wav").string(), "--events"});
     ASSERT_EQ(outcome.status, 0) << outcome.errors;
     ASSERT_FALSE(outcome.output.empty());
     EXPECT_EQ(outcome.output.find('\n'), outcome.output.size() - 1) << "one line";
@@ -138,7 +132,6 @@ TEST_F(KelvoDictate, AppliesTheDictionaryToAnyFileFormatAndFindsUserModelsOrFall
         std::vector<std::string> arguments;
         std::string reason;  // on standard error with --trace; nothing there without
     } runs[] = {
-        {{"--locale", "en-US"}, ""},
         {{"--locale", "en-GB"}, ""},
         {{"--locale", "en-US", "--trace"}, automatic},
         {{"--locale", "en-GB", "--trace", "--engine", "fallback"},
@@ -146,10 +139,10 @@ TEST_F(KelvoDictate, AppliesTheDictionaryToAnyFileFormatAndFindsUserModelsOrFall
     };
     for (const auto& run : runs) {
         SCOPED_TRACE(::testing::PrintToString(run.arguments));
-        std::vector<std::string> arguments = {"--file", flac.string(), "--dictionary",
+        std::vector<std::string> arguments = {"dictate", "--file", flac.string(), "--dictionary",
                                               dictionary.string()};
         arguments.insert(arguments.end(), run.arguments.begin(), run.arguments.end());
-        const auto outcome = dictate(arguments, "data-with-model");
+        const auto outcome = kelvo(arguments, "data-with-model");
         ASSERT_EQ(outcome.status, 0) << outcome.errors;
         EXPECT_NE(outcome.output.find("Office365"), std::string::npos) << outcome.output;
         EXPECT_EQ(outcome.output.find("my office"), std::string::npos) << outcome.output;
@@ -207,7 +200,9 @@ TEST_F(KelvoDictate, FailuresExitOneWithOneLineAndNoOutput) {
     };
     for (const auto& failure : cases) {
         SCOPED_TRACE(failure.arguments.back());
-        const auto outcome = dictate(failure.arguments);
+        std::vector<std::string> arguments = failure.arguments;
+        arguments.insert(arguments.begin(), "dictate");
+        const auto outcome = kelvo(arguments);
         EXPECT_EQ(outcome.status, 1);
         EXPECT_EQ(outcome.output, "");
         EXPECT_EQ(outcome.errors, failure.error);
@@ -235,9 +230,9 @@ TEST_F(KelvoDictate, RunsAnInstalledModelOnTheApplicationsAnalyserPath) {
     const auto speech = (folder_->path() / "sentences.wav").string();
     for (const std::vector<std::string>& choice :
          {std::vector<std::string>{}, std::vector<std::string>{"--model", "test"}}) {
-        std::vector<std::string> arguments = {"--file", speech, "--events", "--trace"};
+        std::vector<std::string> arguments = {"dictate", "--file", speech, "--events", "--trace"};
         arguments.insert(arguments.end(), choice.begin(), choice.end());
-        const auto outcome = dictate(arguments, "data-whisper", variables);
+        const auto outcome = kelvo(arguments, "data-whisper", variables);
         ASSERT_EQ(outcome.status, 0) << outcome.errors;
         for (const char* line : {
                  "[KelvoVoice] Model ggml-test.bin loaded and warmed up in ",

@@ -27,10 +27,6 @@ std::filesystem::path KelvoVoiceApp::englishSample() {
     return sourceDirectory() / "samples" / "dictation-en.flac";
 }
 
-std::filesystem::path KelvoVoiceApp::dictionaryFile(const std::filesystem::path& home) {
-    return home / "data" / "KelvoVoiceMac" / "dictionary.json";
-}
-
 namespace {
 
 std::vector<std::string> folders(const std::filesystem::path& home) {
@@ -102,10 +98,8 @@ void KelvoVoiceApp::setClipboardText(const std::string& text) {
 }
 
 std::vector<std::string> KelvoVoiceApp::menuEntries() {
-    std::string output =
-        runShell(quoted((sourceDirectory() / "tests" / "e2e" / "sni-menu").string()) + " list");
     std::vector<std::string> entries;
-    std::istringstream lines(output);
+    std::istringstream lines(sniMenu("list"));
     for (std::string line; std::getline(lines, line);) {
         // Drop the numeric id: it is Qt's, not the menu's.
         entries.push_back(line.substr(line.find('\t') + 1));
@@ -114,8 +108,12 @@ std::vector<std::string> KelvoVoiceApp::menuEntries() {
 }
 
 void KelvoVoiceApp::clickMenu(const std::string& label) {
-    runShell(quoted((sourceDirectory() / "tests" / "e2e" / "sni-menu").string()) + " click " +
-             quoted(label));
+    sniMenu("click " + quoted(label));
+}
+
+std::string KelvoVoiceApp::sniMenu(const std::string& arguments) {
+    return runShell(quoted((sourceDirectory() / "tests" / "e2e" / "sni-menu").string()) + " " +
+                    arguments);
 }
 
 void KelvoVoiceApp::startStatusNotifierHost() {

@@ -19,6 +19,10 @@
 
 namespace kelvo::test {
 
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
 class KelvoVoiceApp : public LoggedProcess {
   public:
     // Starts the application with the folders under `home` (created as needed).
@@ -34,9 +38,6 @@ class KelvoVoiceApp : public LoggedProcess {
     bool dictate(const std::filesystem::path& sound = englishSample(),
                  const std::function<void(bool)>& startOrStop = pressTrigger);
 
-    // "<home>/data/KelvoVoiceMac/dictionary.json".
-    static std::filesystem::path dictionaryFile(const std::filesystem::path& home);
-
     // --- the desktop around it ---
     // One press and release of the trigger key (Right Ctrl), `held` apart.
     static void tapTrigger(std::chrono::milliseconds held = std::chrono::milliseconds(80));
@@ -49,6 +50,8 @@ class KelvoVoiceApp : public LoggedProcess {
     // per entry, in order.
     static std::vector<std::string> menuEntries();
     static void clickMenu(const std::string& label);
+    // tests/e2e/sni-menu with `arguments` (shell words); its standard output.
+    static std::string sniMenu(const std::string& arguments);
     // Starts a StatusNotifierWatcher host for the session (once per session).
     static void startStatusNotifierHost();
 

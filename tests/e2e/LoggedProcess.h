@@ -2,27 +2,24 @@
 
 // LoggedProcess is a program of the headless session run as a child of the test (the application,
 // a daemon, a stand-in desktop service): the test's environment plus `variables` ("NAME=value"),
-// standard input from /dev/null, standard output and error appended to one log file that the test
-// polls. Ended with SIGTERM (SIGKILL after 20 s) when the object goes. Test thread only.
-
-#include <sys/types.h>
+// standard output and error appended to one log file that the test polls. Ended with SIGTERM
+// (SIGKILL after 20 s) when the object goes. Test thread only.
 
 #include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "tests/support/KelvoProcess.h"
+
 namespace kelvo::test {
 
-class LoggedProcess {
+class LoggedProcess : public KelvoProcess {
   public:
     // arguments[0] is looked up in PATH when it has no slash.
-    LoggedProcess(std::vector<std::string> arguments, std::filesystem::path logFile,
+    LoggedProcess(const std::vector<std::string>& arguments, std::filesystem::path logFile,
                   const std::vector<std::string>& variables = {});
-    ~LoggedProcess();
-
-    LoggedProcess(const LoggedProcess&) = delete;
-    LoggedProcess& operator=(const LoggedProcess&) = delete;
+    ~LoggedProcess() { terminate(); }
 
     // Everything written to the log so far.
     std::string log() const;
@@ -33,12 +30,9 @@ class LoggedProcess {
 
     // Sends SIGTERM and waits for the exit; returns the exit status (128 + signal when killed).
     int terminate();
-    bool isRunning();
 
   private:
     std::filesystem::path logFile_;
-    pid_t pid_ = -1;
-    bool exited_ = false;
 };
 
 }  // namespace kelvo::test

@@ -27,10 +27,8 @@ namespace {
 using platform::PocketSphinxRecognizer;
 using platform::SegmentRecognitionTask;
 
-std::vector<std::int16_t> rawSamples(const std::filesystem::path& wav) {
-    const auto raw = wav.parent_path() / "samples.raw";
-    testing::runShell("sox " + testing::quoted(wav) + " -t raw -e signed -b 16 " +
-                      testing::quoted(raw));
+// A .raw file as sox writes it from the spoken 16-bit parts: signed 16-bit samples, no header.
+std::vector<std::int16_t> rawSamples(const std::filesystem::path& raw) {
     std::ifstream in(raw, std::ios::binary);
     std::vector<std::int16_t> samples;
     for (std::int16_t sample = 0; in.read(reinterpret_cast<char*>(&sample), sizeof sample);) {
@@ -129,8 +127,8 @@ TEST(PocketSphinxRecognizer,
     const std::string said =
         testing::speak({"please send the report to my office before noon",
                         "i would like a glass of water", "turn off the lights in the kitchen"},
-                       folder.path() / "speech.wav");
-    const auto samples = rawSamples(folder.path() / "speech.wav");
+                       folder.path() / "speech.raw");
+    const auto samples = rawSamples(folder.path() / "speech.raw");
 
     test::FakeClock clock;
     PocketSphinxRecognizer recognizer(*model, clock, std::chrono::minutes(10));

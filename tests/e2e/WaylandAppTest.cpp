@@ -41,10 +41,6 @@ void pressPortalShortcut(bool down) {
                       (down ? "true" : "false") + " >/dev/null");
 }
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
 bool sent(const std::string& text) {
     return contains(text, "please send");
 }

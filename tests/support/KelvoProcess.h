@@ -17,20 +17,24 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/WaitUntil.h"
+
 namespace kelvo::test {
 
-/// The `kelvo` binary running as a child process, standard input read from `input` (held in a
-/// memory file, so a child that never reads it blocks nothing) and standard output and error on
-/// pipes. The child gets `environment` ("NAME=value" texts) as its whole environment, or the
-/// test's own when none is given, and runs in `workingFolder` when one is given. A child still
-/// running when the object goes is killed. Output is read only by waitForError() and finish();
-/// both give up after `limit`: a child that never writes or ends is killed, and finish() says so
-/// on its standard error and reports the kill as its status.
+/// The `kelvo` binary (or another program, looked up in PATH when its name has no slash) running
+/// as a child process, standard input read from `input` (held in a memory file, so a child that
+/// never reads it blocks nothing) and standard output and error on pipes, or both appended to
+/// `logFile` when one is given. The child gets `environment` ("NAME=value" texts) as its whole
+/// environment, or the test's own when none is given, and runs in `workingFolder` when one is
+/// given. A child still running when the object goes is killed. Output is read only by
+/// waitForError() and finish(); both give up after `limit`: a child that never writes or ends is
+/// killed, and finish() says so on its standard error and reports the kill as its status.
 class KelvoProcess {
   public:
     KelvoProcess(const char* binary, const std::vector<std::string>& arguments,
                  const std::optional<std::vector<std::string>>& environment = std::nullopt,
-                 const std::string& input = {}, const std::filesystem::path& workingFolder = {}) {
+                 const std::string& input = {}, const std::filesystem::path& workingFolder = {},
+                 const std::filesystem::path& logFile = {}) {
         const int in = memfd_create("kelvo-input", MFD_CLOEXEC);
         int outPipe[2];
         int errPipe[2];
@@ -51,9 +55,12 @@ class KelvoProcess {
         envp.push_back(nullptr);
         pid_ = fork();
         if (pid_ == 0) {
+            const int log = logFile.empty() ? -1
+                                            : open(logFile.c_str(),
+                                                   O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
             dup2(in, STDIN_FILENO);
-            dup2(outPipe[1], STDOUT_FILENO);
-            dup2(errPipe[1], STDERR_FILENO);
+            dup2(log >= 0 ? log : outPipe[1], STDOUT_FILENO);
+            dup2(log >= 0 ? log : errPipe[1], STDERR_FILENO);
             if (!workingFolder.empty() && chdir(workingFolder.c_str()) != 0) {
                 _exit(126);
             }
@@ -63,8 +70,11 @@ class KelvoProcess {
             for (const int signal : {SIGINT, SIGQUIT, SIGPIPE}) {
                 ::signal(signal, SIG_DFL);
             }
-            execve(binary, argv.data(), environment ? envp.data() : environ);
+            execvpe(binary, argv.data(), environment ? envp.data() : environ);
             _exit(127);
+        }
+        if (pid_ < 0) {
+            throw std::runtime_error("cannot start " + std::string(binary));
         }
         close(in);
         close(outPipe[1]);
@@ -101,7 +111,19 @@ class KelvoProcess {
         return errors_;
     }
 
-    void signal(int number) { kill(pid_, number); }
+    void signal(int number) {
+        if (isRunning()) {
+            kill(pid_, number);
+        }
+    }
+
+    bool isRunning() {
+        if (!exited_) {
+            const pid_t reaped = waitpid(pid_, &status_, WNOHANG);
+            exited_ = reaped == pid_ || (reaped < 0 && errno != EINTR);
+        }
+        return !exited_;
+    }
 
     struct Outcome {
         int status = -1;
@@ -115,6 +137,12 @@ class KelvoProcess {
         auto deadline = std::chrono::steady_clock::now() + limit;
         Outcome outcome;
         outcome.errors = errors_;
+        const auto killAfterTheLimit = [&] {
+            kill(pid_, SIGKILL);
+            outcome.errors +=
+                "[killed: still running after " + std::to_string(limit.count()) + " s]\n";
+            deadline += std::chrono::hours(1);  // its pipes close as it dies
+        };
         pollfd streams[2] = {{out_, POLLIN, 0}, {err_, POLLIN, 0}};
         std::string* texts[2] = {&outcome.output, &outcome.errors};
         char buffer[4096];
@@ -124,10 +152,7 @@ class KelvoProcess {
                 break;
             }
             if (ready == 0) {
-                kill(pid_, SIGKILL);
-                outcome.errors +=
-                    "[killed: still running after " + std::to_string(limit.count()) + " s]\n";
-                deadline += std::chrono::hours(1);  // its pipes close as it dies
+                killAfterTheLimit();
             }
             for (int i = 0; ready > 0 && i < 2; ++i) {
                 if (streams[i].revents != 0) {
@@ -140,10 +165,13 @@ class KelvoProcess {
                 }
             }
         }
-        int status = 0;
-        waitpid(pid_, &status, 0);
-        exited_ = true;
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        // A child that writes to a log file, or closed its streams, may still be running.
+        const auto exited = [this] { return !isRunning(); };
+        if (!waitUntil(exited, std::chrono::milliseconds(millisecondsUntil(deadline)))) {
+            killAfterTheLimit();
+            waitUntil(exited, std::chrono::hours(1));
+        }
+        outcome.status = WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
         return outcome;
     }
 
@@ -161,6 +189,7 @@ class KelvoProcess {
     int out_ = -1;
     int err_ = -1;
     bool exited_ = false;
+    int status_ = 0;
     std::string errors_;
 };
 

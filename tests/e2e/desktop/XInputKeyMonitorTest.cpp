@@ -18,23 +18,6 @@ using test::runProgram;
 using test::waitUntil;
 using test::X11TestWindow;
 
-class EventLog {
-  public:
-    void add(TriggerKeyEvent event) {
-        std::lock_guard lock(mutex_);
-        events_.push_back(event);
-    }
-    std::vector<TriggerKeyEvent> events() const {
-        std::lock_guard lock(mutex_);
-        return events_;
-    }
-    std::size_t size() const { return events().size(); }
-
-  private:
-    mutable std::mutex mutex_;
-    std::vector<TriggerKeyEvent> events_;
-};
-
 void xdotool(const QStringList& arguments) {
     int status = 0;
     runProgram(QStringList{"xdotool"} + arguments, &status);
@@ -49,16 +32,25 @@ TEST(XInputKeyMonitorTest, SeesOnlyTheTriggerWithoutTakingItAwayEvenUnderAGrab) 
     XInputKeyMonitor monitor;  // Control_R
     ASSERT_TRUE(monitor.hasListenAccess());
     EXPECT_TRUE(monitor.requestListenAccess());
-    EventLog log;
-    monitor.start([&](TriggerKeyEvent event) { log.add(event); });
+    // The monitor calls back on a thread of its own.
+    std::mutex mutex;
+    std::vector<TriggerKeyEvent> log;
+    monitor.start([&](TriggerKeyEvent event) {
+        std::lock_guard lock(mutex);
+        log.push_back(event);
+    });
+    const auto seen = [&] {
+        std::lock_guard lock(mutex);
+        return log;
+    };
 
     // Another key first: raw events arrive in order, so once the trigger's two are in, F7 has
     // been seen and ignored.
     xdotool({"key", "F7"});
     xdotool({"keydown", "Control_R"});
     xdotool({"keyup", "Control_R"});
-    ASSERT_TRUE(waitUntil([&] { return log.size() >= 2; }));
-    auto events = log.events();
+    ASSERT_TRUE(waitUntil([&] { return seen().size() >= 2; }));
+    auto events = seen();
     ASSERT_EQ(events.size(), 2u);
     EXPECT_TRUE(events[0].isTriggerDown);
     EXPECT_FALSE(events[1].isTriggerDown);
@@ -77,7 +69,7 @@ TEST(XInputKeyMonitorTest, SeesOnlyTheTriggerWithoutTakingItAwayEvenUnderAGrab) 
     XSync(grabber, False);
     xdotool({"keydown", "Control_R"});
     xdotool({"keyup", "Control_R"});
-    EXPECT_TRUE(waitUntil([&] { return log.size() >= 4; }));
+    EXPECT_TRUE(waitUntil([&] { return seen().size() >= 4; }));
     XUngrabKeyboard(grabber, CurrentTime);
     XSync(grabber, False);
 }

@@ -73,70 +73,6 @@ class Insertion {
     app::TextInsertionService service_;
 };
 
-// A GTK entry without input-method support gets the text through AT-SPI (or the paste); password
-// fields get nothing from any path: the framework refuses those it sees (a field whose purpose
-// says password, even with its characters shown and so invisible as such to AT-SPI), and AT-SPI
-// those the toolkit keeps away from the framework. Another window with an input context stays
-// untouched throughout.
-void expectTheNextPathsTakeOver(InputMethodCommitter& committer) {
-    const std::string focusBefore = reportedFocus(committer);
-    Client withInputMethod = startTarget("gtk-entry");
-    ASSERT_TRUE(focusUntilReady(withInputMethod, committer, focusBefore));
-    Insertion insertion({&committer});
-
-    const QByteArray gtkModule = qgetenv("GTK_IM_MODULE");
-    const QByteArray modifiers = qgetenv("XMODIFIERS");
-    // GTK's own simple input context: the framework never hears of this window.
-    useInputMethod("gtk-im-context-simple", "none");
-    Client without = startTarget("gtk-entry");
-    qputenv("GTK_IM_MODULE", gtkModule);
-    qputenv("XMODIFIERS", modifiers);
-    // The framework has seen the other window lose the focus.
-    ASSERT_TRUE(waitUntil([&] {
-        return QCoro::waitFor(committer.probe()).outcome == Outcome::noFocusedInputContext;
-    }));
-    EXPECT_TRUE(insertion.insert(dictated));
-    EXPECT_EQ(without.text(), dictated);
-    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] Input method " + committer.name() +
-                                         ": no focused input context"));
-    // AT-SPI normally; the paste when a loaded machine shows the change after the verification.
-    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] AX direct insertion succeeded") ||
-                insertion.trace.contains("[TextInsertion] Pasteboard fallback completed"))
-        << ::testing::PrintToString(insertion.trace.lines());
-
-    // Hidden characters: GTK keeps the field from IBus but not from Fcitx5, Qt from both.
-    struct PasswordField {
-        std::string kind;
-        std::function<Client()> start;
-    };
-    const std::vector<PasswordField> passwordFields = {
-        {"gtk-password", [] { return startTarget("gtk-password"); }},
-        {"qt-password", [] { return startTarget("qt-password"); }},
-        {"shown password", [] { return startShownPasswordField(); }}};
-    for (const PasswordField& field : passwordFields) {
-        SCOPED_TRACE(field.kind);
-        Client password = field.start();
-        ASSERT_FALSE(password.title.empty());
-        // Until the framework (or AT-SPI) has seen the new focus, it reports the previous window.
-        const bool onlyTheFrameworkCanTell = field.kind == "shown password";
-        ASSERT_TRUE(focusUntil(password, committer, [&] {
-            Outcome seen = QCoro::waitFor(committer.probe()).outcome;
-            return seen == Outcome::passwordField ||
-                   (!onlyTheFrameworkCanTell && seen == Outcome::noFocusedInputContext &&
-                    insertion.seesPasswordField());
-        }));
-        insertion.trace.clear();
-        EXPECT_FALSE(insertion.insert(dictated))
-            << ::testing::PrintToString(insertion.trace.lines());
-        EXPECT_EQ(insertion.trace.lines().back(),
-                  "[TextInsertion] Focused element is a password field, not inserting")
-            << ::testing::PrintToString(insertion.trace.lines());
-        EXPECT_FALSE(insertion.trace.contains("[TextInsertion] Sent Cmd+V"));
-        EXPECT_EQ(password.text(), "");
-    }
-    EXPECT_EQ(withInputMethod.text(), "");
-}
-
 // The two frameworks, each with its daemon and one committer for all of its cases (libibus keeps
 // one connection per process).
 struct Fcitx5 {
@@ -220,9 +156,62 @@ TYPED_TEST(InputMethodInsertionTest, DictationLandsInGtkQtAndTerminalByteForByte
     }
 }
 
+// A GTK entry without input-method support gets the text through AT-SPI (or the paste); password
+// fields get nothing from any path: the framework refuses those it sees (a field whose purpose
+// says password, even with its characters shown and so invisible as such to AT-SPI), and AT-SPI
+// those the toolkit keeps away from the framework. Another window with an input context stays
+// untouched throughout.
 TYPED_TEST(InputMethodInsertionTest,
            WithoutAnInputContextAccessibilityTakesOverAndPasswordsGetNothing) {
-    expectTheNextPathsTakeOver(*this->committer_);
+    InputMethodCommitter& committer = *this->committer_;
+    const std::string focusBefore = reportedFocus(committer);
+    Client withInputMethod = startTarget("gtk-entry");
+    ASSERT_TRUE(focusUntilReady(withInputMethod, committer, focusBefore));
+    Insertion insertion({&committer});
+
+    const QByteArray gtkModule = qgetenv("GTK_IM_MODULE");
+    const QByteArray modifiers = qgetenv("XMODIFIERS");
+    // GTK's own simple input context: the framework never hears of this window.
+    useInputMethod("gtk-im-context-simple", "none");
+    Client without = startTarget("gtk-entry");
+    qputenv("GTK_IM_MODULE", gtkModule);
+    qputenv("XMODIFIERS", modifiers);
+    // The framework has seen the other window lose the focus.
+    ASSERT_TRUE(waitUntil([&] {
+        return QCoro::waitFor(committer.probe()).outcome == Outcome::noFocusedInputContext;
+    }));
+    EXPECT_TRUE(insertion.insert(dictated));
+    EXPECT_EQ(without.text(), dictated);
+    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] Input method " + committer.name() +
+                                         ": no focused input context"));
+    // AT-SPI normally; the paste when a loaded machine shows the change after the verification.
+    EXPECT_TRUE(insertion.trace.contains("[TextInsertion] AX direct insertion succeeded") ||
+                insertion.trace.contains("[TextInsertion] Pasteboard fallback completed"))
+        << ::testing::PrintToString(insertion.trace.lines());
+
+    // Hidden characters: GTK keeps the field from IBus but not from Fcitx5, Qt from both.
+    for (const std::string kind : {"gtk-password", "qt-password", "shown password"}) {
+        SCOPED_TRACE(kind);
+        const bool onlyTheFrameworkCanTell = kind == "shown password";
+        Client password = onlyTheFrameworkCanTell ? startShownPasswordField() : startTarget(kind);
+        ASSERT_FALSE(password.title.empty());
+        // Until the framework (or AT-SPI) has seen the new focus, it reports the previous window.
+        ASSERT_TRUE(focusUntil(password, committer, [&] {
+            Outcome seen = QCoro::waitFor(committer.probe()).outcome;
+            return seen == Outcome::passwordField ||
+                   (!onlyTheFrameworkCanTell && seen == Outcome::noFocusedInputContext &&
+                    insertion.seesPasswordField());
+        }));
+        insertion.trace.clear();
+        EXPECT_FALSE(insertion.insert(dictated))
+            << ::testing::PrintToString(insertion.trace.lines());
+        EXPECT_EQ(insertion.trace.lines().back(),
+                  "[TextInsertion] Focused element is a password field, not inserting")
+            << ::testing::PrintToString(insertion.trace.lines());
+        EXPECT_FALSE(insertion.trace.contains("[TextInsertion] Sent Cmd+V"));
+        EXPECT_EQ(password.text(), "");
+    }
+    EXPECT_EQ(withInputMethod.text(), "");
 }
 
 // A Mozc composition the user has pending when the dictation arrives stays pending, and the

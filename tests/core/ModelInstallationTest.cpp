@@ -86,7 +86,7 @@ class ModelInstallationTest : public ::testing::Test {
 };
 
 // The file, its status before and after and its removal as `kelvo models` shows them:
-// KelvoModelsTest.
+// KelvoBinary.ModelsAreInstalledListedAndRemoved.
 TEST_F(ModelInstallationTest, InstallsVerifiedFileAtomicallyAndOnlyOnce) {
     ModelInstallation installation(models_, tiny_);
     EXPECT_EQ(installation.fractionCompleted(), 0.0);

@@ -106,8 +106,8 @@ TEST_F(WorkerAPIClientTest, TokenRequestIdAndDurationHeaders) {
 
     const auto r = server.requests();
     ASSERT_EQ(r.size(), 5u);
-    // The device token replaces the bearer token (for a text to process too: KelvoWorkerTest);
-    // empty tokens send neither.
+    // The device token replaces the bearer token (for a text to process too: the kelvo binary's
+    // worker token test); empty tokens send neither.
     const std::pair<std::string, std::string> tokens[] = {{"Bearer t", ""}, {"", ""}, {"", "abc"}};
     for (std::size_t i = 0; i < std::size(tokens); ++i) {
         SCOPED_TRACE(i);

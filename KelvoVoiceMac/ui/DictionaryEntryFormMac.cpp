@@ -6,6 +6,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QSignalBlocker>
 #include <QVBoxLayout>
 
 #include "KelvoVoiceMac/ui/WindowStyle.h"
@@ -71,24 +72,32 @@ DictionaryEntryFormMac::DictionaryEntryFormMac(QWidget* parent)
     WindowStyle::setTextColor(*requiredMark, QColor(0xFF, 0x3B, 0x30));
     canonicalField_->setObjectName(QStringLiteral("canonicalTextField"));
     canonicalField_->setPlaceholderText(QStringLiteral("正式な表記を入力"));
+    // Each field is named after its section's header for screen readers, which would otherwise
+    // announce an unnamed text field (the placeholder reaches them only as a description).
+    const QString wordHeader = QStringLiteral("変換したい単語");
+    canonicalField_->setAccessibleName(wordHeader);
     enabledToggle_->setObjectName(QStringLiteral("enabledToggle"));
     wordLine->addWidget(requiredMark, 0, Qt::AlignTop);
     wordLine->addWidget(canonicalField_, 1);
     wordLine->addWidget(enabledToggle_);
-    column->addWidget(makeSection(QStringLiteral("変換したい単語"), wordLine, {}, this));
+    column->addWidget(makeSection(wordHeader, wordLine, {}, this));
 
     auto* readingsLine = new QVBoxLayout;
     readingsField_->setObjectName(QStringLiteral("readingsField"));
     readingsField_->setPlaceholderText(QStringLiteral("ひらがなで入力（カンマ区切り）"));
+    const QString readingsHeader = QStringLiteral("よみかた");
+    readingsField_->setAccessibleName(readingsHeader);
     readingsLine->addWidget(readingsField_);
-    column->addWidget(makeSection(QStringLiteral("よみかた"), readingsLine, {}, this));
+    column->addWidget(makeSection(readingsHeader, readingsLine, {}, this));
 
     auto* misrecognitionsLine = new QVBoxLayout;
     misrecognitionsField_->setObjectName(QStringLiteral("misrecognitionsField"));
     misrecognitionsField_->setPlaceholderText(QStringLiteral("カンマ区切りで入力"));
+    const QString misrecognitionsHeader = QStringLiteral("誤変換されやすい単語");
+    misrecognitionsField_->setAccessibleName(misrecognitionsHeader);
     misrecognitionsLine->addWidget(misrecognitionsField_);
     column->addWidget(makeSection(
-        QStringLiteral("誤変換されやすい単語"), misrecognitionsLine,
+        misrecognitionsHeader, misrecognitionsLine,
         QStringLiteral("音声認識で間違って変換されるパターンを登録してください"), this));
 
     auto* preview = new QGridLayout;
@@ -112,7 +121,9 @@ DictionaryEntryFormMac::DictionaryEntryFormMac(QWidget* parent)
     column->addWidget(previewSection_);
     column->addStretch(1);
 
-    connect(canonicalField_, &QLineEdit::textEdited, this, [this](const QString& text) {
+    // textChanged, not textEdited: an assistive tool's text (AT-SPI's EditableText, which Qt
+    // applies with setText) is the user's edit too. The form's own setText calls block the signal.
+    connect(canonicalField_, &QLineEdit::textChanged, this, [this](const QString& text) {
         if (!entry_) {
             return;
         }
@@ -128,7 +139,7 @@ DictionaryEntryFormMac::DictionaryEntryFormMac(QWidget* parent)
         entry_->enabled = checked;
         publish();
     });
-    connect(readingsField_, &QLineEdit::textEdited, this, [this](const QString& text) {
+    connect(readingsField_, &QLineEdit::textChanged, this, [this](const QString& text) {
         if (!entry_) {
             return;
         }
@@ -136,7 +147,7 @@ DictionaryEntryFormMac::DictionaryEntryFormMac(QWidget* parent)
         updatePreview();
         publish();
     });
-    connect(misrecognitionsField_, &QLineEdit::textEdited, this, [this](const QString& text) {
+    connect(misrecognitionsField_, &QLineEdit::textChanged, this, [this](const QString& text) {
         if (!entry_) {
             return;
         }
@@ -158,6 +169,8 @@ void DictionaryEntryFormMac::setEntry(const DictionaryEntry& entry) {
     }
     if (otherEntry) {
         const QString separator = QString::fromUtf8(listSeparator);
+        const QSignalBlocker readingsShown(readingsField_);
+        const QSignalBlocker misrecognitionsShown(misrecognitionsField_);
         readingsField_->setText(joined(entry_->readings, separator));
         misrecognitionsField_->setText(joined(entry_->commonMisrecognitions, separator));
     }
@@ -215,6 +228,7 @@ void DictionaryEntryFormMac::showFields() {
     const bool hasEntry = entry_.has_value();
     if (hasEntry) {
         if (canonicalField_->text().toStdString() != entry_->canonicalText) {
+            const QSignalBlocker shown(canonicalField_);
             canonicalField_->setText(QString::fromStdString(entry_->canonicalText));
         }
         enabledToggle_->setChecked(entry_->enabled);

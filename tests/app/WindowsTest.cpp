@@ -39,7 +39,6 @@
 namespace kelvo::test {
 namespace {
 
-using app::DictionaryEditViewMac;
 using ::testing::ElementsAre;
 
 void ensureApplication() {
@@ -80,9 +79,10 @@ class DictionaryWindowTest : public ::testing::Test {
     const std::filesystem::path file = folder.path() / "dictionary.json";
 };
 
-TEST_F(DictionaryWindowTest, AddedEntrySavedToTheFileAndTheEngineReloads) {
+// What a new entry's fields make of the text typed into them. Saving it, the file and the engine
+// reloading are worked through the real application (KelvoVoiceAppTest).
+TEST_F(DictionaryWindowTest, BlankCanonicalTextBlocksSavingAndOnlyAsciiCommasSeparate) {
     auto store = std::make_shared<JSONDictionaryStore>(file);
-    store->saveEntries({dictionaryEntry("音声入力", {"音声乳力"})});
     auto engine = std::make_shared<DictionaryCorrectionEngine>(store);
     app::DictionaryWindowController controller(store, engine);
     auto& view = controller.editView();
@@ -90,7 +90,6 @@ TEST_F(DictionaryWindowTest, AddedEntrySavedToTheFileAndTheEngineReloads) {
     controller.show();
     ASSERT_TRUE(waitUntil([&] { return view.isLoaded(); }));
     child<QToolButton>(window, "addButton").click();
-    const DictionaryEntry added = view.entries().back();
     auto& saveButton = child<QPushButton>(window, "saveButton");
     auto& canonical = child<QLineEdit>(window, "canonicalTextField");
     typeInto(canonical, QStringLiteral("　 "));
@@ -104,21 +103,11 @@ TEST_F(DictionaryWindowTest, AddedEntrySavedToTheFileAndTheEngineReloads) {
     EXPECT_EQ(engine->apply("えーあい", DictionaryScope::all).text, "えーあい")
         << "nothing reaches the engine before saving";
 
-    std::optional<bool> saved;
-    QObject::connect(&view, &DictionaryEditViewMac::saveFinished, &view,
-                     [&](bool succeeded) { saved = succeeded; });
-    saveButton.click();
-    ASSERT_TRUE(waitUntil([&] { return saved.has_value(); }));
-    EXPECT_EQ(saved, true);
-
-    auto stored = JSONDictionaryStore(file).loadEntries();
-    ASSERT_EQ(stored.size(), 2u);
-    EXPECT_EQ(stored[1].id, added.id);
-    EXPECT_EQ(stored[1].replacementText, "人工知能");
-    EXPECT_THAT(stored[1].readings, ElementsAre("じんこうちのう", "えーあい", "じんこうちのう"));
-    EXPECT_THAT(stored[1].commonMisrecognitions, ElementsAre("人口知能、人工知脳"))
+    const DictionaryEntry& added = view.entries().back();
+    EXPECT_EQ(added.replacementText, "人工知能");
+    EXPECT_THAT(added.readings, ElementsAre("じんこうちのう", "えーあい", "じんこうちのう"));
+    EXPECT_THAT(added.commonMisrecognitions, ElementsAre("人口知能、人工知脳"))
         << "only the ASCII comma separates";
-    EXPECT_EQ(engine->apply("えーあいの話", DictionaryScope::all).text, "人工知能の話");
 }
 
 TEST_F(DictionaryWindowTest, UnreadableDictionaryShowsTheErrorAndIsLeftAlone) {

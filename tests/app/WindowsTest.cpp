@@ -79,21 +79,24 @@ class DictionaryWindowTest : public ::testing::Test {
     const std::filesystem::path file = folder.path() / "dictionary.json";
 };
 
-// What a new entry's fields make of the text typed into them. Saving it, the file and the engine
+// What the fields make of an entry shown and of one typed in. Saving it, the file and the engine
 // reloading are worked through the real application (KelvoVoiceAppTest).
-TEST_F(DictionaryWindowTest, BlankCanonicalTextBlocksSavingAndOnlyAsciiCommasSeparate) {
+TEST_F(DictionaryWindowTest, ShownEntryStaysAsItIsAndTypedTextIsSplitOnAsciiCommas) {
+    DictionaryEntry stored = dictionaryEntry("音声入力", {"音声乳力 "});
+    stored.replacementText = "音声入力。";
     auto store = std::make_shared<JSONDictionaryStore>(file);
+    store->saveEntries({stored});
     auto engine = std::make_shared<DictionaryCorrectionEngine>(store);
     app::DictionaryWindowController controller(store, engine);
     auto& view = controller.editView();
     auto& window = controller.window();
     controller.show();
     ASSERT_TRUE(waitUntil([&] { return view.isLoaded(); }));
+    EXPECT_EQ(view.entries().front(), stored) << "showing an entry changes nothing in it";
     child<QToolButton>(window, "addButton").click();
-    auto& saveButton = child<QPushButton>(window, "saveButton");
     auto& canonical = child<QLineEdit>(window, "canonicalTextField");
     typeInto(canonical, QStringLiteral("　 "));
-    EXPECT_FALSE(saveButton.isEnabled())
+    EXPECT_FALSE(child<QPushButton>(window, "saveButton").isEnabled())
         << "a blank canonical text, white space too, blocks saving";
     typeInto(canonical, QStringLiteral("人工知能"));
     typeInto(child<QLineEdit>(window, "readingsField"),
@@ -115,12 +118,10 @@ TEST_F(DictionaryWindowTest, UnreadableDictionaryShowsTheErrorAndIsLeftAlone) {
     folder.write("dictionary.json", damaged);
     auto store = std::make_shared<JSONDictionaryStore>(file);
     app::DictionaryWindowController controller(store, nullptr);
-    auto& view = controller.editView();
-    auto& window = controller.window();
     controller.show();
-    ASSERT_TRUE(waitUntil([&] { return view.isLoaded(); }));
+    ASSERT_TRUE(waitUntil([&] { return controller.editView().isLoaded(); }));
 
-    auto& alert = child<QMessageBox>(window, "dictionaryErrorAlert");
+    auto& alert = child<QMessageBox>(controller.window(), "dictionaryErrorAlert");
     EXPECT_TRUE(alert.isVisible());
     EXPECT_FALSE(alert.informativeText().isEmpty());
     alert.button(QMessageBox::Ok)->click();
